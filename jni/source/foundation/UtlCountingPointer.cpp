@@ -1,0 +1,36 @@
+#include "UtlCountingPointer.h"
+
+#include <unistd.h>
+
+#include "UtlLog.h"
+
+#include "foundation/UtlLogLine.h"
+
+namespace utl {
+
+RefCounter::~RefCounter() = default;
+
+void RefCounter::raise() {
+    lRefCount.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool RefCounter::lower(char const* holderClass) {
+    // Orders what every holder did before the destruction by the last one.
+    std::int32_t const count = lRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (count < 0) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "lRefCount(%d) < 0 in %s::release()", count, holderClass);
+    }
+    return count == 0;
+}
+
+GetRefCounterInterface::~GetRefCounterInterface() = default;
+
+void DestructCloseFile::operator()(int descriptor) const {
+    if (descriptor == 0 || descriptor == -1) {
+        return;
+    }
+    fsync(descriptor);
+    close(descriptor);
+}
+
+}  // namespace utl

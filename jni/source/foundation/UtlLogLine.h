@@ -1,0 +1,45 @@
+// Internal. One line of the log, composed on the stack of the thread that logs.
+
+#ifndef UTL_LOG_LINE_H
+#define UTL_LOG_LINE_H
+
+#include <stdarg.h>
+
+#include "UtlApi.h"
+
+namespace utl {
+
+// The log type of the library's own messages.
+constexpr int LIBRARY_LOG = -2;
+
+constexpr int LEVEL_ERROR = 1;
+constexpr int LEVEL_INFORMATION = 2;
+constexpr int LEVEL_DETAIL = 3;
+constexpr int LEVEL_DEBUG = 4;
+
+class LogLine {
+public:
+    // The line of an applog() or a rawlog() call. False when the type's filter drops it or there is
+    // no format; there is no line then.
+    bool compose(int type, int level, char const* format, va_list arguments)
+        UTL_PRINTF_FORMAT(4, 0);
+    bool composeRaw(int type, int level, char const* format, va_list arguments)
+        UTL_PRINTF_FORMAT(4, 0);
+
+    char const* text() const { return mText; }
+
+    // Hands the line to the system log, under the tags of its level.
+    void write() const;
+
+private:
+    static constexpr unsigned long SIZE = 256;
+
+    void cutAt(unsigned long position);
+
+    char mText[SIZE];
+    int mLevel = 0;
+};
+
+}  // namespace utl
+
+#endif  // UTL_LOG_LINE_H

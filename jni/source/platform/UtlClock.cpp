@@ -1,0 +1,31 @@
+#include "platform/UtlClock.h"
+
+#include <time.h>
+
+namespace utl {
+namespace platform {
+
+bool readMonotonicTick(std::uint32_t* tick) {
+    timespec now;
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+        return false;
+    }
+    *tick = static_cast<std::uint32_t>(now.tv_sec) * 1000u +
+            static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+    return true;
+}
+
+std::uint32_t monotonicTick() {
+    std::uint32_t tick;
+    return readMonotonicTick(&tick) ? tick : NO_TICK;
+}
+
+void sleepFor(unsigned long milliseconds) {
+    timespec interval;
+    interval.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    interval.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    nanosleep(&interval, nullptr);
+}
+
+}  // namespace platform
+}  // namespace utl

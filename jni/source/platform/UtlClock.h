@@ -1,0 +1,26 @@
+// Internal. The monotonic clock: it never jumps, whoever sets the time of day.
+
+#ifndef UTL_PLATFORM_CLOCK_H
+#define UTL_PLATFORM_CLOCK_H
+
+#include <cstdint>
+
+namespace utl {
+namespace platform {
+
+constexpr std::uint32_t NO_TICK = 0xFFFFFFFFu;
+
+// Milliseconds on the monotonic clock. Wraps every 49.7 days: take differences in 32 bits. False
+// with errno when the clock cannot be read.
+bool readMonotonicTick(std::uint32_t* tick);
+
+// The same; NO_TICK when it cannot be read, and for a millisecond in 49.7 days.
+std::uint32_t monotonicTick();
+
+// Blocks the calling thread for `milliseconds`, or until a signal handler has run.
+void sleepFor(unsigned long milliseconds);
+
+}  // namespace platform
+}  // namespace utl
+
+#endif  // UTL_PLATFORM_CLOCK_H

@@ -1,0 +1,18 @@
+// Internal. What only the kernel knows about a thread: its id and its nice value.
+
+#ifndef UTL_PLATFORM_KERNEL_THREAD_H
+#define UTL_PLATFORM_KERNEL_THREAD_H
+
+namespace utl {
+namespace platform {
+
+// The kernel's id of the calling thread, never 0.
+int threadId();
+
+// Gives the calling thread, and it alone, the nice value `osValue`. False with errno when refused.
+bool setThreadPriority(int osValue);
+
+}  // namespace platform
+}  // namespace utl
+
+#endif  // UTL_PLATFORM_KERNEL_THREAD_H

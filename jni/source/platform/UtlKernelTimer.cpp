@@ -1,0 +1,79 @@
+#include "platform/UtlKernelTimer.h"
+
+#include <string.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace utl {
+namespace platform {
+
+namespace {
+
+int unlessReserved(int wanted, int otherwise) {
+    return wanted < SIGRTMIN ? otherwise : wanted;
+}
+
+// 32-bit kernels have a second system call for C libraries with a 64-bit time_t.
+#if defined(SYS_timer_settime64)
+constexpr long SET_TIME = sizeof(time_t) == 8 ? SYS_timer_settime64 : SYS_timer_settime;
+#else
+constexpr long SET_TIME = SYS_timer_settime;
+#endif
+
+}  // namespace
+
+int sharedTimerSignal() {
+    return unlessReserved(33, SIGRTMIN + 1);
+}
+
+int threadTimerSignal() {
+    return unlessReserved(34, SIGRTMIN);
+}
+
+bool installSignalHandler(int signal, SignalHandler handler) {
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    return sigaction(signal, &action, nullptr) == 0;
+}
+
+int createTimer(int signal, int value) {
+    sigevent event;
+    memset(&event, 0, sizeof event);
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = signal;
+    event.sigev_value.sival_int = value;
+
+    int kernelId = -1;
+    return syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &kernelId) == 0 ? kernelId : -1;
+}
+
+bool armTimer(int kernelId, std::int32_t intervalMs) {
+    itimerspec schedule;
+    schedule.it_interval.tv_sec = intervalMs / 1000;
+    schedule.it_interval.tv_nsec = static_cast<long>(intervalMs % 1000) * 1000000;
+    schedule.it_value = schedule.it_interval;
+    return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+}
+
+bool deleteTimer(int kernelId) {
+    return syscall(SYS_timer_delete, kernelId) == 0;
+}
+
+int expiredTimer(siginfo_t const& info) {
+#if defined(__BIONIC__)
+    return info.si_tid;
+#else
+    return info.si_timerid;
+#endif
+}
+
+int carriedValue(siginfo_t const& info) {
+    return info.si_value.sival_int;
+}
+
+}  // namespace platform
+}  // namespace utl

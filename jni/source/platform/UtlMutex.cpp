@@ -1,0 +1,15 @@
+#include "platform/UtlMutex.h"
+
+namespace utl {
+namespace platform {
+
+void initializeRecursiveMutex(pthread_mutex_t& mutex) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+}  // namespace platform
+}  // namespace utl
