@@ -1,0 +1,89 @@
+// Internal. UTF-8 as the string functions see it. Nothing here measures a text first: the
+// terminator is no continuation byte, so no look at a character gets past it.
+
+#ifndef UTL_TEXT_UTF8_H
+#define UTL_TEXT_UTF8_H
+
+#include <string.h>
+
+#include "UtlApi.h"
+
+namespace utl {
+namespace utf8 {
+
+// The bytes of the character that this byte begins; 0 for a byte that cannot begin one.
+inline unsigned long bytesFromLead(char c) {
+    unsigned char const lead = static_cast<unsigned char>(c);
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead < 0xC0 || lead >= 0xF8) {
+        return 0;
+    }
+    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+inline bool startsCharacter(char c) {
+    return bytesFromLead(c) != 0;
+}
+
+inline bool isContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// The lead bytes 0xF5 to 0xF7 and surrogates are taken as they come: only this is checked.
+inline bool isOverlong(unsigned char lead, unsigned char second) {
+    return lead == 0xC0 || lead == 0xC1 || (lead == 0xE0 && second < 0xA0) ||
+           (lead == 0xF0 && second < 0x90);
+}
+
+// Whether the `bytes` that the first byte promises are there, in a form that is not overlong.
+inline bool isValid(char const* s, unsigned long bytes) {
+    for (unsigned long i = 1; i < bytes; ++i) {
+        if (!isContinuation(s[i])) {
+            return false;
+        }
+    }
+    return bytes == 1 ||
+           !isOverlong(static_cast<unsigned char>(s[0]), static_cast<unsigned char>(s[1]));
+}
+
+// The bytes of the first character; 0 at the end of the text, NONE where no valid one starts.
+inline unsigned long charBytes(char const* s) {
+    if (*s == '\0') {
+        return 0;
+    }
+    unsigned long const bytes = bytesFromLead(*s);
+    return bytes != 0 && isValid(s, bytes) ? bytes : NONE;
+}
+
+// Whether the text is valid characters only.
+inline bool isWellFormed(char const* s) {
+    unsigned long bytes = charBytes(s);
+    while (bytes != 0 && bytes != NONE) {
+        s += bytes;
+        bytes = charBytes(s);
+    }
+    return bytes == 0;
+}
+
+// `index`, or the next one towards the start where a character starts; NONE without one.
+inline unsigned long cutBack(char const* s, unsigned long index) {
+    while (!startsCharacter(s[index])) {
+        if (index == 0) {
+            return NONE;
+        }
+        --index;
+    }
+    return index;
+}
+
+// The length of the text, or `limit` if that is less; looks no further. 0 for null.
+inline unsigned long boundedLength(char const* s, unsigned long limit) {
+    return s != nullptr ? strnlen(s, limit) : 0;
+}
+
+}  // namespace utf8
+}  // namespace utl
+
+#endif  // UTL_TEXT_UTF8_H
