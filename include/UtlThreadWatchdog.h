@@ -1,0 +1,171 @@
+// The watchdog of the process: a registered thread that is being watched reports, at least once in
+// its alive time, that it is alive and where in its code it is. One that stays silent is logged and
+// handed to a listener; nothing is killed. When it reports again, that is logged too.
+//
+//     class Alarm : public WatchdogTimerListener {
+//         void onTime(int id, Map<int, WatchdogInfo> const& infos) override { ... }
+//     };
+//
+// Threads reach it through ThreadManager and Thread.
+
+#ifndef UTL_THREAD_WATCHDOG_H
+#define UTL_THREAD_WATCHDOG_H
+
+#include <cstdint>
+
+#include "UtlApi.h"
+#include "UtlMap.h"
+#include "UtlMsgDrivenThread.h"
+#include "UtlStatementInfo.h"
+#include "UtlString.h"
+#include "UtlSyncObject.h"
+
+namespace utl {
+
+class WatchdogTimerListener;
+
+// What the watchdog knows of a registered thread. A plain value.
+class UTL_API WatchdogInfo {
+public:
+    enum WatchStatus { WATCHING = 0, NOT_WATCHING = 1 };
+    enum AliveStatus { UNKNOWN = 0, ALIVE = 1, TIMEOUT = 2 };
+
+    // How often the watchdog looks unless told otherwise, in milliseconds.
+    static constexpr unsigned long DEFAULT_WATCH_INTERVAL = 1000;
+
+    // lastAliveTick() of a thread that has not reported yet.
+    static constexpr std::uint32_t NO_TICK = 0xFFFFFFFFu;
+
+    // A registration of nobody; becomes a WatchdogInfo where one is wanted.
+    struct Invalid {
+        operator WatchdogInfo() const { return WatchdogInfo(); }
+    };
+    static constexpr Invalid INVALID{};
+
+    WatchdogInfo();
+
+    // Copies `name`. `aliveTimeMs` beyond 32 bits counts as the longest.
+    WatchdogInfo(int id, unsigned long aliveTimeMs, WatchdogTimerListener* listener,
+                 char const* name, int watchStatus);
+    WatchdogInfo(WatchdogInfo const&) = default;
+    WatchdogInfo& operator=(WatchdogInfo const&) = default;
+    virtual ~WatchdogInfo();
+
+    int id() const { return mId; }
+    std::uint32_t aliveTime() const { return mAliveTime; }
+    WatchdogTimerListener* listener() const { return mListener; }
+    std::uint32_t lastAliveTick() const { return mLastAliveTick; }
+    int watchStatus() const { return mWatchStatus; }
+    int aliveStatus() const { return mAliveStatus; }
+    std::uint32_t timeoutCount() const { return mTimeoutCount; }
+    StatementInfo const& lastAliveInfo() const { return mLastAliveInfo; }
+    BasicString<char> const& name() const { return mName; }
+
+    // Field by field.
+    friend UTL_API bool operator==(WatchdogInfo const& a, WatchdogInfo const& b);
+    friend bool operator!=(WatchdogInfo const& a, WatchdogInfo const& b) { return !(a == b); }
+
+private:
+    friend class ThreadWatchdog;
+
+    bool isOverdue(std::uint32_t now) const;
+
+    int mId = 0;
+    std::uint32_t mAliveTime = 0;
+    WatchdogTimerListener* mListener = nullptr;
+    std::uint32_t mLastAliveTick = NO_TICK;
+    int mWatchStatus = NOT_WATCHING;
+    int mAliveStatus = UNKNOWN;
+    std::uint32_t mTimeoutCount = 0;
+    StatementInfo mLastAliveInfo = StatementInfo("", "", 0, 0);
+    BasicString<char> mName;
+};
+
+class UTL_API WatchdogTimerListener {
+public:
+    virtual ~WatchdogTimerListener();
+
+    // The thread `id` has been silent for longer than its alive time. On the watchdog's thread,
+    // with no lock held; `infos` is a copy of all registrations, good during the call.
+    virtual void onTime(int id, Map<int, WatchdogInfo> const& infos) = 0;
+};
+
+// Any thread may call any operation. All of them return false until initialize() and after
+// shutdown().
+class UTL_API ThreadWatchdog : public ThreadMsgListener {
+public:
+    // Room for `capacity` registrations.
+    explicit ThreadWatchdog(unsigned long capacity);
+    ~ThreadWatchdog() override;
+    ThreadWatchdog(ThreadWatchdog const&) = delete;
+    ThreadWatchdog& operator=(ThreadWatchdog const&) = delete;
+
+    // Starts the watchdog's thread and the periodic check. False when that was done before or
+    // cannot be done; no thread is left running then. Blocks until both run.
+    bool initialize(unsigned long watchIntervalMs);
+
+    // Ends the thread and waits for it. Does nothing on that thread itself.
+    void shutdown();
+
+    // False when the check cannot be set anew; it is not made at all then. Blocks until a listener
+    // that is being called has returned.
+    bool setWatchInterval(unsigned long intervalMs);
+
+    // Registers a thread, not watched at first. `listener`, which may be null for one that logs the
+    // table, must live until the thread is unregistered and a call that had begun has returned.
+    // False, logged, for an alive time of 0, a full table or an id that is registered; false for a
+    // null name.
+    bool entry(int id, unsigned long aliveTimeMs, WatchdogTimerListener* listener,
+               char const* name);
+    bool unregister(int id);
+
+    // The calling thread is alive, at `statement`. Recorded only while it is watched. False when it
+    // is not registered.
+    bool keepAlive(StatementInfo const& statement);
+
+    // Begin and end the watch. A watch that begins gives a full alive time.
+    bool start(int id);
+    bool stop(int id);
+
+    // A new alive time begins at once. False, logged, for 0.
+    bool setAliveTime(int id, unsigned long aliveTimeMs);
+
+    bool isWatching(int id) const;
+    bool isRegistered(int id) const;
+
+    // Whether the watchdog's own thread calls.
+    bool isOwnThread() const;
+
+    // Logs the table of registrations at `level`.
+    void printWatchdogInfo(int level) const;
+
+    // The check timer has expired; any other message is ignored.
+    int receiveMsg(int threadId, ThreadRawMsg& msg) override;
+
+private:
+    class DefaultTimerListener;
+
+    bool isInitialized() const;
+    bool isWatchTimer(TimerMsg const& timer) const;
+    int exchangeWatchTimer(int timerId);
+    WatchdogInfo* findLocked(int id);
+    WatchdogInfo const* findLocked(int id) const;
+    bool executeKeepAlive(int id, StatementInfo const& statement);
+    void executeWatchThreads();
+    bool findOverdue(std::uint32_t now, int* id) const;
+    void executeWatchdogTimeout(int id);
+    Map<int, WatchdogInfo> declareTimeout(int id, WatchdogTimerListener** listener);
+
+    MsgDrivenThread mThread;
+
+    // A leaf but for the log's locks.
+    SyncObject mLock;
+    int mWatchTimerId = -1;  // guarded by mLock, as are all that follow
+    bool mIsInitialized = false;
+    bool mIsInKeepAlive = false;
+    Map<int, WatchdogInfo> mInfos;
+};
+
+}  // namespace utl
+
+#endif  // UTL_THREAD_WATCHDOG_H

@@ -1,0 +1,235 @@
+#include "UtlThread.h"
+
+#include <cstddef>
+
+#include "UtlStatementInfo.h"
+#include "UtlThreadManager.h"
+
+#include "foundation/UtlAwait.h"
+#include "foundation/UtlBlockingCall.h"
+#include "platform/UtlClock.h"
+#include "threads/UtlManagerAccess.h"
+#include "threads/UtlStartRequest.h"
+
+namespace utl {
+
+namespace {
+
+constexpr int LABEL_VALUES[] = {-4, -2, -1, 0, 1, 2, 3};
+constexpr std::size_t LABEL_COUNT = sizeof LABEL_VALUES / sizeof LABEL_VALUES[0];
+
+}  // namespace
+
+ThreadPriority::ThreadPriority(int label) {
+    value(label);
+}
+
+ThreadPriority::~ThreadPriority() = default;
+
+ThreadPriority& ThreadPriority::operator=(Priority label) {
+    value(label);
+    return *this;
+}
+
+void ThreadPriority::value(int label) {
+    std::size_t const index = static_cast<std::size_t>(label);  // a negative one is too large
+    mOsValue = index < LABEL_COUNT ? LABEL_VALUES[index] : INVALID_OS_VALUE;
+}
+
+// Deliberate: not the exact inverse. Values that no label has, set by hand, read as the nearest
+// label above them; the registry's dump relies on having a word for them.
+int ThreadPriority::value() const {
+    if (mOsValue < -3) {
+        return TIME_CRITICAL;
+    }
+    if (mOsValue < -1) {
+        return HIGH;
+    }
+    return mOsValue <= 3 ? mOsValue + NORMAL : -1;
+}
+
+void ThreadPriority::OsValue(int osValue) {
+    mOsValue = osValue;
+}
+
+Command::~Command() = default;
+
+Thread::Thread(char const* name, Command* command)
+    : mCommand(command),
+      mName(name, 0, 0),
+      mStages{{0, 0}, {0, 0}, {0, 0}, {0, 0}},
+      mAskedOrDone(0, 0) {}
+
+Thread::~Thread() {
+    if (isCaller()) {
+        *mIsDestroyed = true;
+        // A start() that waits for preExecute() is released, and has left before the object goes.
+        mStages[PRE_EXECUTED].setOn();
+        SyncGuard const guard(mSyncObject);
+    }
+    stop(1, 0);
+}
+
+int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
+                  WatchdogTimerListener* listener, int waitMode, unsigned long waitTimeout,
+                  ThreadPriority const& priority, unsigned long) {
+    if (isCaller()) {
+        return -1;  // before the lock: the thread that starts this one may hold it and wait
+    }
+    SyncGuard const guard(mSyncObject);
+    if (hasDone(STARTED)) {
+        return -1;
+    }
+    mStopEvent.set(new (std::nothrow) Event(0, 0));
+    ThreadManager::StartRequest const request = {
+        startImpl,  this, mName.c_str(), priority.OsValue(),
+        mStopEvent, true, watchdogMode,  watchdogAliveTime,
+        listener};
+    if (ThreadManager::startOnCurrent(request) == 0) {
+        mStopEvent.release();
+        return -1;
+    }
+    awaitOn(mStages[STARTED], 0);  // switched on by the new thread, the first thing it does
+    return waitMode == 1 ? waitTo(PRE_EXECUTED, waitTimeout) : 0;
+}
+
+int Thread::stop(int waitMode, unsigned long timeout) {
+    if (!isCaller()) {  // start() may hold the lock and wait for the thread that asks here
+        SyncGuard const guard(mSyncObject);
+        if (!hasDone(STARTED) || hasDone(EXECUTED)) {
+            return -1;
+        }
+    }
+    if (ManagerAccess const manager; manager) {
+        manager->unregisterWatchdog(getId());
+    }
+    mStages[STOP_REQUESTED].setOn();
+    mAskedOrDone.setOn();
+    requestStop();
+    return waitMode == 1 ? waitTo(EXECUTED, timeout) : 0;
+}
+
+int Thread::waitTo(int stage, unsigned long timeout) {
+    if (stage < STARTED || stage > EXECUTED) {
+        return WAIT_FAILED;
+    }
+    bool const isStarted = hasDone(STARTED);
+    if (!isStarted && (stage == STOP_REQUESTED || stage == EXECUTED)) {
+        return WAIT_FAILED;
+    }
+    if (stage == STOP_REQUESTED) {
+        int const result = awaitOn(mAskedOrDone, timeout);
+        return result == REACHED && !hasRequestedStop() ? WAIT_FAILED : result;
+    }
+    if (isCaller() && !hasDone(stage)) {
+        return WAIT_FAILED;  // only this thread could bring it about
+    }
+    return awaitOn(stage == EXECUTED ? *mStopEvent.get() : mStages[stage], timeout);
+}
+
+bool Thread::hasDone(int stage) const {
+    if (stage < STARTED || stage > EXECUTED || !mStages[stage].isOn()) {
+        return false;
+    }
+    return stage != EXECUTED || !isRunning();
+}
+
+bool Thread::getResult(unsigned long* out) const {
+    if (!hasDone(EXECUTED) || out == nullptr) {
+        return false;
+    }
+    *out = mResult.load();
+    return true;
+}
+
+bool Thread::isRunning() const {
+    return mStages[STARTED].isOn() && mStopEvent->isOff();
+}
+
+bool Thread::isCaller() const {
+    return isRunning() && getId() == ThreadManager::getCallerId();
+}
+
+bool Thread::setPriority(ThreadPriority const& priority) {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->setPriority(getId(), priority);
+}
+
+bool Thread::getPriority(ThreadPriority* out) const {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->getPriority(getId(), out);
+}
+
+bool Thread::keepAliveWatchdog(StatementInfo const& statement) {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->keepAliveWatchdog(statement);
+}
+
+bool Thread::setWatchdogAliveTime(unsigned long aliveTimeMs) {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->setWatchdogAliveTime(aliveTimeMs, getId());
+}
+
+bool Thread::startWatchdog() {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->startWatchdog(getId());
+}
+
+bool Thread::stopWatchdog() {
+    ManagerAccess const manager;
+    return manager && isRunning() && manager->stopWatchdog(getId());
+}
+
+bool Thread::leaveManagement() {
+    ManagerAccess const manager;
+    return manager && hasDone(STARTED) && manager->unregister(getId(), mStopEvent.get());
+}
+
+void Thread::sleep(unsigned long milliseconds) {
+    BlockingCall const blocking("UtlThread", "sleep", 39);
+    platform::sleepFor(milliseconds);
+}
+
+void Thread::preExecute() {}
+
+int Thread::execute() {
+    return mCommand != nullptr ? mCommand->execute() : -1;
+}
+
+void Thread::postExecute() {}
+
+int Thread::requestStop() {
+    return 1;
+}
+
+void Thread::startImpl(void* argument) {
+    static_cast<Thread*>(argument)->run();
+}
+
+// Its own work may destroy the object; nothing of it is touched afterwards.
+void Thread::run() {
+    bool isDestroyed = false;
+    mIsDestroyed = &isDestroyed;
+    mId.store(ThreadManager::getCallerId());
+    mStages[STARTED].setOn();
+
+    preExecute();
+    if (isDestroyed) {
+        return;
+    }
+    mStages[PRE_EXECUTED].setOn();
+
+    int const result = execute();
+    if (isDestroyed) {
+        return;
+    }
+    postExecute();
+    if (isDestroyed) {
+        return;
+    }
+    mResult.store(static_cast<unsigned long>(result));
+    mStages[EXECUTED].setOn();
+    mAskedOrDone.setOn();
+}
+
+}  // namespace utl

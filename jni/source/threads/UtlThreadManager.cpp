@@ -1,0 +1,538 @@
+#include "UtlThreadManager.h"
+
+#include <errno.h>
+#include <pthread.h>
+
+#include <memory>
+#include <new>
+
+#include "UtlLog.h"
+#include "UtlThreadWatchdog.h"
+
+#include "foundation/UtlAwait.h"
+#include "foundation/UtlBlockingCall.h"
+#include "foundation/UtlLogLine.h"
+#include "platform/UtlKernelThread.h"
+#include "platform/UtlStaticLock.h"
+#include "threads/UtlManagerAccess.h"
+#include "threads/UtlStartRequest.h"
+#include "threads/UtlTableName.h"
+
+namespace utl {
+
+namespace {
+
+constexpr char SOURCE[] = "UtlThreadManager";
+
+constexpr char const* PRIORITY_WORDS[] = {"TIME_CRITICAL", "HIGH", "ABOVE_NORMAL", "NORMAL",
+                                          "BELOW_NORMAL",  "LOW",  "IDLE"};
+
+char const* wordOf(ThreadPriority const& priority) {
+    int const label = priority.value();
+    return label >= 0 ? PRIORITY_WORDS[label] : "INVALID";
+}
+
+// Whether the manager's watchdog was started, and whether it is ready for everybody.
+bool isWatchdogStarted = false;  // guarded by ThreadManager::mInstantiationSyncObject
+std::atomic<bool> isWatchdogReady{false};
+
+int callerIfZero(int id) {
+    return id != 0 ? id : ThreadManager::getCallerId();
+}
+
+void applyPriority(int osValue) {
+    bool isApplied = false;
+    if (osValue != ThreadPriority::INVALID_OS_VALUE) {
+        BlockingCall const blocking(SOURCE, "startThread", 1144);
+        isApplied = platform::setThreadPriority(osValue);
+    }
+    if (!isApplied) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "ThreadManager::startThread() Error setpriority() OsValue:%d", osValue);
+    }
+}
+
+}  // namespace
+
+std::atomic<ThreadManager*> ThreadManager::mpTheObject{nullptr};
+platform::StaticLock ThreadManager::mInstantiationSyncObject;
+VisitorCount ManagerAccess::visitors;
+
+// What the starting thread and the new one share. The new one's, once `decided` is on.
+struct ThreadManager::StartRecord {
+    StartRequest const request;
+    int id = 0;
+    Event arrived{0, 0};  // the new thread has stored its id
+    bool mayRun = false;
+    Event decided{0, 0};  // the starting thread has stored mayRun
+};
+
+void ThreadManager::DetachThread::operator()(long* handle) const {
+    {
+        BlockingCall const blocking(SOURCE, "operator()", 140);
+        pthread_detach(static_cast<pthread_t>(*handle));
+    }
+    delete handle;
+}
+
+ThreadManager::ThreadEntry::ThreadEntry() : mPriority(-1) {}
+
+bool ThreadManager::ThreadEntry::setName(char const* name) {
+    auto* const copy = new (std::nothrow) BasicString<char>(name, 0, 0);
+    return copy != nullptr && mName.set(copy);
+}
+
+char const* ThreadManager::ThreadEntry::name() const {
+    return mName.get() != nullptr ? mName->c_str() : &EMPTY_CHAR;
+}
+
+bool ThreadManager::ThreadEntry::isActive() const {
+    return mStopEvent.get() != nullptr && mStopEvent->isOff();
+}
+
+bool ThreadManager::ThreadEntry::isControllable() const {
+    return mStopEvent.get() != nullptr || mHandle.get() != nullptr;
+}
+
+void ThreadManager::ThreadEntry::toStop() {
+    if (mStopEvent.get() != nullptr) {
+        mStopEvent->setOn();
+    }
+}
+
+int ThreadManager::ThreadEntry::waitToStop(unsigned long timeout) const {
+    return mStopEvent.get() != nullptr ? awaitOn(*mStopEvent.get(), timeout) : WAIT_FAILED;
+}
+
+ThreadManager::ThreadManager(unsigned long entryMax)
+    : mRegistry(entryMax, 0), mWatchdog(new (std::nothrow) ThreadWatchdog(entryMax)) {}
+
+ThreadManager::~ThreadManager() {
+    delete mWatchdog;
+}
+
+ThreadManager* ThreadManager::get() {
+    ThreadManager* const ready = mpTheObject.load();
+    if (ready != nullptr && isWatchdogReady.load()) {
+        return ready;
+    }
+
+    // Everybody else waits here until the watchdog is ready. Its own start comes here too, on this
+    // very thread, and passes.
+    platform::StaticGuard const guard(mInstantiationSyncObject);
+    ThreadManager* const manager = createLocked(DEFAULT_ENTRY_MAX);
+    if (manager != nullptr && !isWatchdogStarted) {
+        isWatchdogStarted = true;
+        manager->mWatchdog->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+        isWatchdogReady.store(true);
+    }
+    return manager;
+}
+
+ThreadManager* ThreadManager::getIfCreated() {
+    return mpTheObject.load();
+}
+
+bool ThreadManager::initializeEntryMax(unsigned long max) {
+    if (getIfCreated() != nullptr) {
+        return false;  // before the lock: the watchdog's listener may ask while destroy() holds it
+    }
+    platform::StaticGuard const guard(mInstantiationSyncObject);
+    return getIfCreated() == nullptr && createLocked(max) != nullptr;
+}
+
+// The caller holds mInstantiationSyncObject.
+ThreadManager* ThreadManager::createLocked(unsigned long entryMax) {
+    ThreadManager* manager = mpTheObject.load();
+    if (manager == nullptr) {
+        manager = new (std::nothrow) ThreadManager(entryMax);
+        if (manager != nullptr && manager->mWatchdog == nullptr) {
+            delete manager;
+            manager = nullptr;
+        }
+        mpTheObject.store(manager);
+        BlockingCall::install(manager != nullptr ? report : nullptr);
+    }
+    return manager;
+}
+
+void ThreadManager::destroy() {
+    if (isWatchdogThread()) {
+        return;
+    }
+    platform::StaticGuard const guard(mInstantiationSyncObject);
+    ThreadManager* const manager = mpTheObject.load();
+    if (manager == nullptr) {
+        return;
+    }
+    // The watchdog's thread still finds the manager, without a lock, while this waits for it.
+    manager->mWatchdog->shutdown();
+    BlockingCall::install(nullptr);
+    isWatchdogStarted = false;
+    isWatchdogReady.store(false);
+    mpTheObject.store(nullptr);
+    ManagerAccess::awaitNone();
+    delete manager;
+}
+
+bool ThreadManager::isWatchdogThread() {
+    ManagerAccess const manager;
+    return manager && manager->mWatchdog->isOwnThread();
+}
+
+int ThreadManager::getCallerId() {
+    return platform::threadId();
+}
+
+void ThreadManager::enableRegistrationLog() {
+    mLogsRegistrations.store(true);
+}
+
+int ThreadManager::entry(void (*function)(void*), void* argument, int watchdogMode,
+                         unsigned long watchdogAliveTime, WatchdogTimerListener* listener,
+                         char const* name, ThreadPriority const& priority, unsigned long) {
+    if (function == nullptr || name == nullptr) {
+        return 0;
+    }
+    SmartPointer<Event> stopEvent;
+    stopEvent.set(new (std::nothrow) Event(0, 0));
+    StartRequest const request = {function,           argument,          name,
+                                  priority.OsValue(), stopEvent,         false,
+                                  watchdogMode,       watchdogAliveTime, listener};
+    return start(request);
+}
+
+// As start(), on the manager of the process, which destroy() leaves alone meanwhile.
+int ThreadManager::startOnCurrent(StartRequest const& request) {
+    while (get() != nullptr) {
+        if (ManagerAccess const manager; manager) {
+            return manager->start(request);
+        }
+    }
+    return 0;
+}
+
+int ThreadManager::start(StartRequest const& request) {
+    StartRecord* record;
+    int id;
+    bool isRegistered;
+    {
+        SyncGuard const guard(mRegistryLock);  // threads are started one at a time
+        ThreadEntry entry;
+        record = createThread(request, &entry);
+        if (record == nullptr) {
+            return 0;
+        }
+        awaitOn(record->arrived, 0);
+        id = record->id;
+        isRegistered = registerStarted(id, entry);
+    }
+    if (isRegistered) {
+        announce(id, request.watchdogMode, request.watchdogAliveTime, request.listener,
+                 request.name);
+    }
+    record->mayRun = isRegistered || !request.onlyRegistered;
+    record->decided.setOn();
+    return isRegistered ? id : 0;
+}
+
+// Makes the thread, which waits with its work for a decision, and all of its entry. nullptr,
+// logged, when that cannot be.
+ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& request,
+                                                        ThreadEntry* entry) {
+    std::unique_ptr<StartRecord> record(new (std::nothrow) StartRecord{request});
+    std::unique_ptr<long> handle(new (std::nothrow) long(0));
+    int result = ENOMEM;
+    if (record && handle && request.stopEvent.get() != nullptr && entry->setName(request.name)) {
+        BlockingCall const blocking(SOURCE, "entry", 432);
+        pthread_t thread;
+        result = pthread_create(&thread, nullptr, startThread, record.get());
+        *handle = static_cast<long>(thread);
+    }
+    if (result != 0) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
+               request.osPriority, request.name);
+        return nullptr;
+    }
+    entry->setPriority(request.osPriority);
+    entry->setStopEvent(request.stopEvent);
+    entry->setHandle(handle.release());  // detached at once where it finds no memory
+    return record.release();
+}
+
+// The caller holds mRegistryLock.
+bool ThreadManager::registerStarted(int id, ThreadEntry const& entry) {
+    // Deliberate: the entry of a finished thread with this id is not replaced. Whoever started that
+    // one may still ask about it, until it is unregistered.
+    if (!mRegistry.insert(id, entry, 0)) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "entry() Error Thread Register           ID:%d, PriOs:%d, Name:%s", id,
+               entry.priority().OsValue(), entry.name());
+        return false;
+    }
+    if (mLogsRegistrations.load()) {
+        applog(LIBRARY_LOG, LEVEL_INFORMATION, "Thread Start and Register ID:%d, PriOs:%d, Name:%s",
+               id, entry.priority().OsValue(), entry.name());
+    }
+    return true;
+}
+
+// Tells the others of a thread that was registered. No lock is held.
+void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs,
+                             WatchdogTimerListener* listener, char const* name) {
+    if (watchdogMode == 1) {
+        mWatchdog->entry(id, aliveTimeMs, listener, name);
+    }
+}
+
+void* ThreadManager::startThread(void* argument) {
+    auto* const record = static_cast<StartRecord*>(argument);
+    applyPriority(record->request.osPriority);
+    record->id = getCallerId();
+    record->arrived.setOn();
+
+    awaitOn(record->decided, 0);
+    StartRequest const request = record->request;
+    bool const mayRun = record->mayRun;
+    delete record;
+
+    if (mayRun) {
+        request.function(request.argument);
+        if (ManagerAccess const manager; manager) {
+            manager->unregisterWatchdog(getCallerId());
+        }
+    }
+    request.stopEvent->setOn();
+    return nullptr;
+}
+
+int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime,
+                               WatchdogTimerListener* listener, char const* name) {
+    ThreadEntry entry;
+    if (name == nullptr || !entry.setName(name)) {
+        return 0;
+    }
+    int const id = getCallerId();
+    {
+        SyncGuard const guard(mRegistryLock);
+        BlockingCall const blocking(SOURCE, "entryCaller", 522);
+        ThreadEntry const* const present = mRegistry.find(id);
+        if (present != nullptr && present->isControllable()) {
+            return 0;
+        }
+        if (!mRegistry.insert(id, entry, 1)) {
+            applog(LIBRARY_LOG, LEVEL_ERROR,
+                   "entryCaller() Error Thread Register           ID:%d, Name:%s", id, name);
+            return 0;
+        }
+        if (mLogsRegistrations.load()) {
+            applog(LIBRARY_LOG, LEVEL_INFORMATION, "Thread Register           ID:%d, Name:%s", id,
+                   name);
+        }
+    }
+    announce(id, watchdogMode, watchdogAliveTime, listener, name);
+    return id;
+}
+
+bool ThreadManager::unregister(int id) {
+    return unregister(id, nullptr);
+}
+
+// With a `stopEvent`, only the entry that has it: its id may be another thread's by now.
+bool ThreadManager::unregister(int id, Event const* stopEvent) {
+    {
+        SyncGuard const guard(mRegistryLock);
+        ThreadEntry* const entry = mRegistry.find(id);
+        if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent)) {
+            return false;
+        }
+        if (id != 0 && entry->isActive()) {
+            return false;
+        }
+        entry->detach();
+        mRegistry.eraseKey(id);
+    }
+    mWatchdog->unregister(id);
+    return true;
+}
+
+bool ThreadManager::isThreadExist(int id) const {
+    SyncGuard const guard(mRegistryLock);
+    return mRegistry.find(id) != nullptr;
+}
+
+bool ThreadManager::isThreadActive(int id) const {
+    ThreadEntry entry;
+    return findEntry(id, &entry) && entry.isActive();
+}
+
+bool ThreadManager::isActive(int id) const {
+    return isThreadActive(id);
+}
+
+int ThreadManager::waitToStop(int id, unsigned long timeout) const {
+    ThreadEntry entry;
+    if (!findEntry(id, &entry) || (id == getCallerId() && entry.isActive())) {
+        return WAIT_FAILED;
+    }
+    return entry.waitToStop(timeout);
+}
+
+bool ThreadManager::setPriority(int id, ThreadPriority const& priority) {
+    if (!isActive(id) || id != getCallerId()) {
+        return false;
+    }
+    int const osValue = priority.OsValue();
+    if (osValue == ThreadPriority::INVALID_OS_VALUE) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "ThreadManager::setPriority() Error ID:%d, invalidOsValue:%d", id, osValue);
+        return false;
+    }
+    bool isApplied;
+    {
+        BlockingCall const blocking(SOURCE, "setPriority", 681);
+        isApplied = platform::setThreadPriority(osValue);
+    }
+    if (!isApplied) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "ThreadManager::setPriority() Error setpriority() ID:%d, OsValue:%d", id, osValue);
+        return false;
+    }
+    SyncGuard const guard(mRegistryLock);
+    ThreadEntry* const entry = mRegistry.find(id);
+    if (entry == nullptr) {
+        return false;
+    }
+    entry->setPriority(osValue);
+    return true;
+}
+
+bool ThreadManager::getPriority(int id, ThreadPriority* out) const {
+    ThreadEntry entry;
+    if (!findEntry(id, &entry) || !entry.isActive() || out == nullptr) {
+        return false;
+    }
+    out->OsValue(entry.priority().OsValue());
+    return true;
+}
+
+char const* ThreadManager::findName(int id) const {
+    ThreadEntry entry;
+    return findEntry(id, &entry) ? entry.name() : &EMPTY_CHAR;
+}
+
+char const* ThreadManager::getName(int id) const {
+    return findName(id);
+}
+
+bool ThreadManager::getNames(Map<int, BasicString<char>>* out) const {
+    if (out == nullptr) {
+        return false;
+    }
+    SyncGuard const guard(mRegistryLock);
+    for (unsigned long i = 0; i < mRegistry.count(); ++i) {
+        BasicString<char> const name(mRegistry[i].value().name(), 0, 0);
+        if (!out->insert(mRegistry[i].key(), name, 1)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void ThreadManager::printThreadInfoReg(int level) const {
+    SyncGuard const guard(mRegistryLock);
+    applog(LIBRARY_LOG, level, "ThreadManager:: Registered info of threads in this process.");
+    applog(
+        LIBRARY_LOG, level, "%s",
+        "ID        , Name                            , Status      , Pri.Os    , Pri.Label       "
+        ", ");
+    for (unsigned long i = 0; i < mRegistry.count(); ++i) {
+        ThreadEntry const& entry = mRegistry[i].value();
+        // Deliberate: a thread that is not active is UNKNOWN, never INACTIVE; the registry cannot
+        // tell a finished thread from one that registered itself.
+        bool const isActive = entry.isActive();
+        ThreadPriority const priority = isActive ? entry.priority() : ThreadPriority(-1);
+        applog(LIBRARY_LOG, level, "%10d, %-32s, %-12s, %10d, %-16s, ", mRegistry[i].key(),
+               TableName(entry.name()).text(), isActive ? "ACTIVE" : "UNKNOWN", priority.OsValue(),
+               wordOf(priority));
+    }
+}
+
+void ThreadManager::printThreadInfo(int) const {}
+
+bool ThreadManager::entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListener* listener,
+                                  int id) {
+    int const threadId = callerIfZero(id);
+    ThreadEntry entry;
+    findEntry(threadId, &entry);
+    return mWatchdog->entry(threadId, aliveTimeMs, listener, entry.name());
+}
+
+bool ThreadManager::unregisterWatchdog(int id) {
+    return mWatchdog->unregister(callerIfZero(id));
+}
+
+bool ThreadManager::isRegisteredWatchdog(int id) const {
+    return mWatchdog->isRegistered(callerIfZero(id));
+}
+
+bool ThreadManager::isWatchingWatchdog(int id) const {
+    return mWatchdog->isWatching(callerIfZero(id));
+}
+
+bool ThreadManager::setWatchdogWatchInterval(unsigned long intervalMs) {
+    return mWatchdog->setWatchInterval(intervalMs);
+}
+
+bool ThreadManager::setWatchdogAliveTime(unsigned long aliveTimeMs, int id) {
+    return mWatchdog->setAliveTime(callerIfZero(id), aliveTimeMs);
+}
+
+bool ThreadManager::startWatchdog(int id) {
+    return mWatchdog->start(callerIfZero(id));
+}
+
+bool ThreadManager::stopWatchdog(int id) {
+    return mWatchdog->stop(callerIfZero(id));
+}
+
+bool ThreadManager::keepAliveWatchdog(StatementInfo const& statement) {
+    return mWatchdog->keepAlive(statement);
+}
+
+void ThreadManager::printWatchdogInfo(int level) const {
+    mWatchdog->printWatchdogInfo(level);
+
+    SyncGuard const guard(mRegistryLock);
+    applog(LIBRARY_LOG, level,
+           "ThreadManager:: Registered info of threads in this process.(But not registered "
+           "watchdog)");
+    applog(LIBRARY_LOG, level, "%s", "ID        , Name                            , ");
+    for (unsigned long i = 0; i < mRegistry.count(); ++i) {
+        int const id = mRegistry[i].key();
+        if (!mWatchdog->isRegistered(id)) {
+            applog(LIBRARY_LOG, level, "%10d, %-32s, ", id,
+                   TableName(mRegistry[i].value().name()).text());
+        }
+    }
+}
+
+// `*out` shares what the entry has.
+bool ThreadManager::findEntry(int id, ThreadEntry* out) const {
+    SyncGuard const guard(mRegistryLock);
+    ThreadEntry const* const entry = mRegistry.find(id);
+    if (entry == nullptr) {
+        return false;
+    }
+    *out = *entry;
+    return true;
+}
+
+// What BlockingCall calls.
+void ThreadManager::report(StatementInfo const& statement) {
+    if (ManagerAccess const manager; manager) {
+        manager->keepAliveWatchdog(statement);
+    }
+}
+
+}  // namespace utl
