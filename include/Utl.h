@@ -1,0 +1,28 @@
+// All of utl.
+
+#ifndef UTL_H
+#define UTL_H
+
+#include "UtlApi.h"
+#include "UtlArray.h"
+#include "UtlCharTable.h"
+#include "UtlCountingPointer.h"
+#include "UtlEvent.h"
+#include "UtlLog.h"
+#include "UtlMap.h"
+#include "UtlMsg.h"
+#include "UtlMsgDrivenThread.h"
+#include "UtlQueue.h"
+#include "UtlRawMemory.h"
+#include "UtlRingArray.h"
+#include "UtlStatementInfo.h"
+#include "UtlString.h"
+#include "UtlSyncObject.h"
+#include "UtlThread.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadRawMsg.h"
+#include "UtlThreadWatchdog.h"
+#include "UtlTimepiece.h"
+#include "UtlTimerInfo.h"
+
+#endif  // UTL_H

@@ -1,0 +1,50 @@
+# The NDK build of the library: the sources of jni/source/CMakeLists.txt, with Android's own platform
+# sources in place of Linux's. tools/check_tree.py compares the two lists.
+
+LOCAL_PATH := $(call my-dir)
+
+include $(CLEAR_VARS)
+
+LOCAL_MODULE := utl
+LOCAL_SRC_FILES := \
+    source/platform/UtlClock.cpp \
+    source/platform/UtlCondition.cpp \
+    source/platform/UtlKernelThread.cpp \
+    source/platform/UtlKernelTimer.cpp \
+    source/platform/UtlMutex.cpp \
+    source/platform/UtlPipe.cpp \
+    source/memory/UtlRawMemory.cpp \
+    source/foundation/UtlSyncObject.cpp \
+    source/text/UtlBasicString.cpp \
+    source/text/UtlCharTable.cpp \
+    source/text/UtlCharTableData.cpp \
+    source/text/UtlString.cpp \
+    source/text/UtlStringSearch.cpp \
+    source/text/UtlWorkingBuffer.cpp \
+    source/foundation/UtlLog.cpp \
+    source/foundation/UtlBlockingCall.cpp \
+    source/foundation/UtlCountingPointer.cpp \
+    source/foundation/UtlEvent.cpp \
+    source/foundation/UtlStatementInfo.cpp \
+    source/time/UtlTimepiece.cpp \
+    source/time/UtlTimeCounter.cpp \
+    source/threads/UtlThread.cpp \
+    source/threads/UtlThreadManager.cpp \
+    source/threads/UtlWatchPause.cpp \
+    source/messaging/UtlMsg.cpp \
+    source/messaging/UtlThreadRawMsg.cpp \
+    source/messaging/UtlTimerInfo.cpp \
+    source/messaging/UtlOwnedTimers.cpp \
+    source/messaging/UtlWakePipe.cpp \
+    source/messaging/UtlMsgDrivenThread.cpp \
+    source/messaging/UtlMsgDrivenThreadTimers.cpp \
+    source/timers/UtlThreadWatchdog.cpp
+LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
+LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include
+LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -frtti -fvisibility=hidden \
+    -fvisibility-inlines-hidden -Wall -Wextra
+LOCAL_LDLIBS := -llog
+# The companion library that knows the device's time zone (class LocalTimeTzApp).
+LOCAL_SHARED_LIBRARIES := localtimetz
+
+include $(BUILD_SHARED_LIBRARY)

@@ -1,0 +1,291 @@
+#include "UtlThreadRawMsg.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "UtlArray.h"
+#include "UtlRawMemory.h"
+
+namespace utl {
+
+namespace {
+
+constexpr int FAILED = -1;
+
+template <typename Stored, typename Value>
+bool fits(Value value) {
+    return value == static_cast<Value>(static_cast<Stored>(value));
+}
+
+}  // namespace
+
+ThreadRawMsg::ThreadRawMsg(unsigned long size)
+    : mMaxSize(std::max(size, ID_SIZE)), mBuffer(allocateElements<unsigned char>(mMaxSize)) {
+    if (mBuffer == nullptr) {
+        mMaxSize = 0;
+    }
+}
+
+// Deliberate: the positions and the result start afresh here, and are taken over by an assignment.
+// A copy is made to be read; an assigned record goes on where the other one was.
+ThreadRawMsg::ThreadRawMsg(ThreadRawMsg const& other)
+    : MsgDataBroker(other),
+      mMaxSize(other.mMaxSize),
+      mBuffer(allocateElements<unsigned char>(mMaxSize)) {
+    if (mBuffer == nullptr) {
+        mMaxSize = 0;
+    }
+    copyMemory(mBuffer, other.mBuffer, mMaxSize);
+}
+
+ThreadRawMsg& ThreadRawMsg::operator=(ThreadRawMsg const& other) {
+    if (&other == this) {
+        return *this;
+    }
+    if (mMaxSize != other.mMaxSize) {
+        unsigned char* const buffer = allocateElements<unsigned char>(other.mMaxSize);
+        if (buffer == nullptr && other.mMaxSize != 0) {
+            return *this;
+        }
+        delete[] mBuffer;
+        mBuffer = buffer;
+        mMaxSize = other.mMaxSize;
+    }
+    copyMemory(mBuffer, other.mBuffer, mMaxSize);
+    mWritePosition = other.mWritePosition;
+    mReadPosition = other.mReadPosition;
+    mResult = other.mResult;
+    mIsIdRefused = other.mIsIdRefused;
+    return *this;
+}
+
+ThreadRawMsg::~ThreadRawMsg() {
+    delete[] mBuffer;
+}
+
+int ThreadRawMsg::beginInput() {
+    mResult = mIsIdRefused ? FAILED : 0;
+    mWritePosition = ID_SIZE;
+    return 1;
+}
+
+int ThreadRawMsg::beginOutput() {
+    mResult = 0;
+    mReadPosition = ID_SIZE;
+    return 1;
+}
+
+int ThreadRawMsg::setMsgId(long msgId) {
+    mIsIdRefused = mMaxSize == 0 || !fits<std::int32_t>(msgId);
+    if (mIsIdRefused) {
+        return 0;
+    }
+    std::int32_t const stored = static_cast<std::int32_t>(msgId);
+    copyMemory(mBuffer, &stored, sizeof stored);
+    return 1;
+}
+
+int ThreadRawMsg::getMsgId(long* msgId) {
+    if (msgId == nullptr || mMaxSize == 0) {
+        return 0;
+    }
+    std::int32_t stored;
+    copyMemory(&stored, mBuffer, sizeof stored);
+    *msgId = stored;
+    return 1;
+}
+
+int ThreadRawMsg::set(bool value) {
+    unsigned char const stored = value ? 1 : 0;
+    return write(&stored, sizeof stored);
+}
+
+int ThreadRawMsg::set(unsigned char value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(unsigned short value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(unsigned long value) {
+    return writeLong<std::uint32_t>(value);
+}
+
+int ThreadRawMsg::set(unsigned long long value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(unsigned int value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(signed char value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(short value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(long value) {
+    return writeLong<std::int32_t>(value);
+}
+
+int ThreadRawMsg::set(long long value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(int value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(float value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(double value) {
+    return write(&value, sizeof value);
+}
+
+int ThreadRawMsg::set(char const* text) {
+    return write(text, text != nullptr ? std::strlen(text) + 1 : 0);
+}
+
+int ThreadRawMsg::set(unsigned char const* bytes, unsigned long size) {
+    return write(bytes, size);
+}
+
+int ThreadRawMsg::get(bool* value) {
+    unsigned char stored;
+    if (!read(&stored, sizeof stored)) {
+        return 0;
+    }
+    *value = stored != 0;
+    return 1;
+}
+
+int ThreadRawMsg::get(unsigned char* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(unsigned short* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(unsigned long* value) {
+    return readLong<std::uint32_t>(value);
+}
+
+int ThreadRawMsg::get(unsigned long long* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(unsigned int* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(signed char* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(short* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(long* value) {
+    return readLong<std::int32_t>(value);
+}
+
+int ThreadRawMsg::get(long long* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(int* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(float* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(double* value) {
+    return read(value, sizeof *value);
+}
+
+int ThreadRawMsg::get(char* text, unsigned long maxLength) {
+    unsigned long const length = checkOutputStrLength(maxLength);
+    // Deliberate: the result stays as it is. A reader may try again with more room.
+    return length != NONE ? read(text, length) : 0;
+}
+
+int ThreadRawMsg::get(unsigned char* bytes, unsigned long size) {
+    return read(bytes, size);
+}
+
+unsigned long ThreadRawMsg::checkOutputStrLength(unsigned long maxLength) const {
+    if (mReadPosition >= mMaxSize) {
+        return NONE;
+    }
+    unsigned long const limit = std::min(maxLength, mMaxSize - mReadPosition);
+    void const* const begin = mBuffer + mReadPosition;
+    void const* const end = std::memchr(begin, 0, limit);
+    if (end == nullptr) {
+        return NONE;
+    }
+    return static_cast<unsigned long>(static_cast<unsigned char const*>(end) - mBuffer) -
+           mReadPosition + 1;
+}
+
+int ThreadRawMsg::fail() {
+    mResult = FAILED;
+    return 0;
+}
+
+int ThreadRawMsg::write(void const* source, unsigned long size) {
+    if (mResult == FAILED) {
+        return 0;
+    }
+    if (source == nullptr || mWritePosition > mMaxSize || size > mMaxSize - mWritePosition) {
+        return fail();
+    }
+    copyMemory(mBuffer + mWritePosition, source, size);
+    mWritePosition += size;
+    return 1;
+}
+
+int ThreadRawMsg::read(void* destination, unsigned long size) {
+    if (mResult == FAILED) {
+        return 0;
+    }
+    if (destination == nullptr || mReadPosition > mMaxSize || size > mMaxSize - mReadPosition) {
+        return fail();
+    }
+    copyMemory(destination, mBuffer + mReadPosition, size);
+    mReadPosition += size;
+    return 1;
+}
+
+// Where a long is wider than what is stored, a value that needs the width fails like one that finds
+// no room.
+template <typename Stored, typename Value>
+int ThreadRawMsg::writeLong(Value value) {
+    if (!fits<Stored>(value)) {
+        return mResult == FAILED ? 0 : fail();
+    }
+    Stored const stored = static_cast<Stored>(value);
+    return write(&stored, sizeof stored);
+}
+
+template <typename Stored, typename Value>
+int ThreadRawMsg::readLong(Value* value) {
+    Stored stored;
+    if (!read(value != nullptr ? &stored : nullptr, sizeof stored)) {
+        return 0;
+    }
+    *value = stored;
+    return 1;
+}
+
+}  // namespace utl
