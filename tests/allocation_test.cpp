@@ -1,0 +1,165 @@
+// Memory: a message-driven thread that runs takes none, and one that got too little is harmless.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "UtlMsgDrivenThread.h"
+#include "UtlThreadManager.h"
+
+#include "support/Gate.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+std::atomic<unsigned long> allocations{0};
+std::atomic<int> grantsBeforeFailure{-1};  // one request fails after these; negative for none
+
+bool isGranted() {
+    ++allocations;
+    int left = grantsBeforeFailure;
+    while (left >= 0 && !grantsBeforeFailure.compare_exchange_weak(left, left - 1)) {
+    }
+    return left != 0;
+}
+
+}  // namespace
+
+// The forms that the library allocates with.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+    return isGranted() ? ::operator new(size) : nullptr;
+}
+
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+    return isGranted() ? ::operator new[](size) : nullptr;
+}
+
+// A sanitizer's malloc must stay the only one: there, the forms above are all that is counted.
+#if !defined(__has_feature)
+#define __has_feature(name) 0
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
+    !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer)
+void* malloc(std::size_t size) noexcept {
+    static auto const next = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    ++allocations;
+    return next(size);
+}
+#endif
+
+namespace utl {
+namespace {
+
+constexpr long ID = 0x8001;
+constexpr long OTHER = 0x8002;
+constexpr unsigned long HOUR = 3600000;
+
+class Counting : public ThreadMsgListener {
+public:
+    int receiveMsg(int, ThreadRawMsg& raw) override {
+        SimpleMsg msg(0);
+        msg.restoreFrom(raw);
+        count += msg.getMsgId() == ID ? 1 : 0;
+        return 0;
+    }
+
+    std::atomic<int> count{0};
+};
+
+int start(MsgDrivenThread& thread, ThreadMsgListener* listener) {
+    return thread.start(listener, 1, HOUR, nullptr, 1, 0, ThreadPriority::NORMAL, 0);
+}
+
+class AllocationTest : public ::testing::Test {
+protected:
+    void SetUp() override { ThreadManager::get(); }
+    void TearDown() override { ThreadManager::destroy(); }
+};
+
+TEST_F(AllocationTest, MessagesTakeNoMemory) {
+    constexpr int MESSAGES = 100000;
+    Counting listener;
+    MsgDrivenThread thread(16, 1000, "frugal", 1);
+    ASSERT_EQ(0, start(thread, &listener));
+    EXPECT_EQ(1, thread.sendMsgSync(OTHER));
+
+    unsigned long const before = allocations.load();
+    for (int sent = 0; sent < MESSAGES; ++sent) {
+        while (sent - listener.count >= 1000 || !thread.postMsg(ID)) {
+            std::this_thread::yield();
+        }
+        if (sent % 1000 == 0) {
+            SimpleMsg out(0);
+            thread.sendMsgSync(OTHER);
+            thread.peekMsg(ID, &out);
+            thread.eraseMsg(OTHER);
+            thread.postMsg(0x83FF);  // refused, and logged
+        }
+    }
+    while (listener.count < MESSAGES) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(before, allocations.load());
+    void* const volatile taken = ::operator new(1, std::nothrow);
+    ::operator delete(taken);
+    EXPECT_LT(before, allocations.load()) << "allocations are not counted";
+    thread.stop(1, 0);
+}
+
+// False when the thread got all the memory it asked for before that request came.
+bool livesWithout(int request) {
+    Counting listener;
+    grantsBeforeFailure = request;
+    MsgDrivenThread thread(16, 10, "poor", 2);
+    int const started = start(thread, &listener);
+    bool const hasFailed = grantsBeforeFailure.exchange(-1) < 0;
+
+    int const delivered = thread.postMsg(ID) + thread.sendMsgSync(ID);
+    thread.hasMsg(ID);
+    thread.getFirstMsgId();
+    thread.eraseMsg(OTHER);
+    thread.killTimer(thread.setTimer(HOUR, 0, 0, 0), 0);
+    thread.stop(1, 0);
+    EXPECT_GE(delivered, listener.count) << request;
+    EXPECT_TRUE(started == 0 || delivered == 0) << request;
+    EXPECT_TRUE(hasFailed || delivered == 2) << request;
+    return hasFailed;
+}
+
+TEST_F(AllocationTest, AThreadThatGotTooLittleRefusesAndEnds) {
+    test::LogCapture const log;
+    bool hasFailed = true;
+    for (int request = 0; hasFailed; ++request) {
+        auto const ended = std::make_shared<test::Gate>();
+        std::thread([ended, request, &hasFailed] {
+            hasFailed = livesWithout(request);
+            ended->open();
+        }).detach();
+        ASSERT_TRUE(ended->wait()) << "hangs without the memory of request " << request;
+    }
+}
+
+TEST_F(AllocationTest, ATimerThatGotTooLittleLeavesNoEntry) {
+    Counting listener;
+    MsgDrivenThread thread(16, 10, "poor", 1);
+    ASSERT_EQ(0, start(thread, &listener));
+    int timer = -1;
+    int request = 0;
+    for (; timer == -1; ++request) {
+        grantsBeforeFailure = request;
+        timer = thread.setTimer(HOUR, 0, 0, 0);
+        EXPECT_EQ(timer == -1, grantsBeforeFailure.exchange(-1) < 0);
+    }
+    EXPECT_LT(1, request);
+    EXPECT_EQ(1, timer);
+    EXPECT_EQ(1, thread.killTimer(timer, 0));
+    thread.stop(1, 0);
+}
+
+}  // namespace
+}  // namespace utl

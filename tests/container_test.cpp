@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <deque>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "UtlArray.h"
+#include "UtlMap.h"
+#include "UtlQueue.h"
+#include "UtlRawMemory.h"
+#include "UtlRingArray.h"
+
+namespace utl {
+namespace {
+
+// Elements that count the slots which hold one.
+class ContainerTest : public ::testing::Test {
+protected:
+    using Handle = std::shared_ptr<int const>;
+
+    unsigned below(unsigned long n) { return static_cast<unsigned>(mRandom() % n); }
+    Handle anyHandle() { return Handle(mToken, &mToken.get()[below(100)]); }
+    unsigned handles() const { return static_cast<unsigned>(mToken.use_count() - 1); }
+
+private:
+    std::shared_ptr<int> const mToken{new int[100](), std::default_delete<int[]>()};
+    std::mt19937 mRandom{31};
+};
+
+class ArrayTest : public ContainerTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(ArrayTest, DoesWhatAPlainOneDoes) {
+    bool const grows = GetParam() == Array<Handle>::GROWS;
+    Array<Handle> array(5, GetParam());
+    unsigned long capacity = 5;
+    std::vector<Handle> plain;
+    for (int step = 0; step < 20000; ++step) {
+        unsigned long const size = plain.size();
+        unsigned const index = below(size + 2);
+        unsigned const n = below(9);
+        switch (below(4)) {
+            case 0: {
+                unsigned const own = below(size + 1);  // mostly an element of its own
+                Handle const other = anyHandle();
+                Handle const value = own < size ? plain[own] : other;
+                bool const fits = index <= size && (grows || size < capacity);
+                ASSERT_EQ(fits, array.insertAt(index, own < size ? array[own] : other) == 1);
+                if (fits) {
+                    plain.insert(plain.begin() + index, value);
+                    capacity = std::max<unsigned long>(capacity, plain.size());
+                }
+                break;
+            }
+            case 1:
+                ASSERT_EQ(index < size, array.eraseAt(index, n < 8 ? n : ULONG_MAX) == 1);
+                for (unsigned erased = 0; erased < n && index < plain.size(); ++erased) {
+                    plain.erase(plain.begin() + index);
+                }
+                break;
+            case 2:
+                ASSERT_EQ(1, array.resizeMax(n));
+                capacity = n;
+                plain.resize(std::min<unsigned long>(size, n));
+                break;
+            default:
+                ASSERT_EQ(n <= capacity, array.setCount(n) == 1);
+                plain.resize(n <= capacity ? n : size);
+        }
+        ASSERT_EQ(capacity, array.capacity());
+        ASSERT_EQ(plain.size(), array.count());
+        for (unsigned long i = 0; i < capacity; ++i) {  // vacated slots hold nothing
+            ASSERT_EQ(i < plain.size() ? plain[i] : nullptr, array.data()[i]);
+        }
+    }
+}
+
+TEST_P(ArrayTest, CopyTakesTheFirstThatThereAre) {
+    Array<std::string> source(5, 0);
+    for (char const* const text : {"a", "b", "c"}) {
+        source.insertAt(source.count(), text);
+    }
+    Array<std::string> target(source, 0, GetParam());
+    EXPECT_EQ(3u, target.capacity());
+    EXPECT_EQ(0, target.setAt(3, "d"));
+    EXPECT_EQ(1, target.setAt(0, target[2]));
+    EXPECT_EQ(1, target.copy(target, 0));
+    EXPECT_EQ("c", target[0]);
+    EXPECT_EQ(1, target.copy(source, 2));
+    EXPECT_EQ("a", target[0]);
+    EXPECT_EQ(2u, target.count());
+    EXPECT_EQ("", target.data()[2]);
+    target.resizeMax(1);
+    EXPECT_EQ(GetParam() == 1, target.copy(source, ULONG_MAX) == 1);
+    EXPECT_EQ(GetParam() == 1 ? 3u : 1u, target.capacity());
+    EXPECT_EQ(target.capacity(), target.count());
+}
+
+INSTANTIATE_TEST_SUITE_P(GrowthModes, ArrayTest, ::testing::Values(0, 1, 2));
+
+// A program that has exceptions must not get one from the new expression.
+TEST(ContainerLimitTest, MoreThanThereCanBeIsNoMemory) {
+    Array<long> array(ULONG_MAX / 4, 0);
+    EXPECT_EQ(0u, array.capacity());
+    EXPECT_EQ(0, array.resizeMax(ULONG_MAX / 5));
+    EXPECT_EQ(0u, RingArray<long>(ULONG_MAX / 4).capacity());
+}
+
+using IntPair = Pair<int, int>;
+
+TEST(SearchPositionTest, GivesTheFirstOfAKeyOrItsPlace) {
+    CompareLessPairKey<int, int> const less;
+    IntPair const pairs[] = {{-3, 0}, {2, 0}, {2, 1}, {2, 2}, {2, 3}, {9, 0}};
+    unsigned long const places[] = {0, 0, 1, 1, 1, 1, 1, 5, 5, 5, 5, 5, 5, 5, 6};  // of -4 to 10
+    for (int key = -4; key <= 10; ++key) {
+        EXPECT_EQ(places[key + 4], searchPosition(key, pairs, 6, less)) << "key " << key;
+    }
+    EXPECT_EQ(0u, searchPosition(9, pairs, 0, less));
+    EXPECT_EQ(NONE, searchPosition(9, pairs, -1, less));
+    EXPECT_EQ(NONE, searchPosition(9, static_cast<IntPair const*>(nullptr), 0, less));
+}
+
+TEST(MapTest, KeepsItsPairsInOrder) {
+    Map<int, char> map(3, 0);
+    EXPECT_EQ(1, map.insert(5, 'a', 0) & map.insert(-7, 'b', 0) & map.insert(1, 'c', 0));
+    EXPECT_EQ(0, map.insert(2, 'd', 1));
+    EXPECT_EQ(0, map.insert({1, 'e'}, 0));
+    EXPECT_EQ(1, map.insert({5, 'f'}, 1));
+    EXPECT_TRUE(map[0].value() == 'b' && map[1].value() == 'c' && map[2].value() == 'f');
+    EXPECT_EQ(0, map.eraseKey(2));
+    EXPECT_EQ(1, map.eraseKey(1));
+    EXPECT_EQ(&map[1].value(), map.find(5));
+    EXPECT_EQ(nullptr, map.find(6));
+    EXPECT_EQ(NONE, map.getIndexFrom(1));
+    EXPECT_EQ(2u, map.count());
+    EXPECT_EQ(0, (Map<int, char>(0, 1).insert(1, 'g', 1)));  // has no pairs to search
+}
+
+TEST(RingArrayTest, WrapsOnceInBothDirectionsAndErasesBehindItsHead) {
+    RingArray<int> ring(4);
+    EXPECT_EQ(0, ring.setCount(5));
+    EXPECT_EQ(1, ring.setCount(4));
+    EXPECT_EQ(&ring[3], &ring.refRing(-1));
+    ring.dropFront(3);  // the head is on the last slot now
+    int const* const head = &ring[0];
+    EXPECT_EQ(head - 3, &ring[1]);
+    EXPECT_EQ(head - 3, &ring.refRing(-3));
+    ring.setCount(2);
+    ring[1] = 7;
+    EXPECT_EQ(1, ring.eraseAt(0, 1));
+    EXPECT_EQ(head, &ring[0]);
+    EXPECT_EQ(7, *head);
+    EXPECT_EQ(0, ring.eraseAt(1, 0));
+    EXPECT_EQ(1, ring.eraseAt(0, 0));
+}
+
+TEST_F(ContainerTest, QueueDoesWhatAPlainOneDoes) {
+    Queue<Handle> queue(8);
+    std::deque<Handle> plain;
+    for (int step = 0; step < 20000; ++step) {
+        auto const size = static_cast<unsigned>(plain.size());
+        unsigned const n = below(10);
+        unsigned const index = below(9);
+        unsigned const begin = std::min(index, size);
+        auto const at = plain.begin() + begin;
+        auto const end = at + std::min(n, size - begin);
+        std::vector<Handle> group(10);
+        switch (below(4)) {
+            case 0:
+                std::generate(group.begin(), group.end(), [this] { return anyHandle(); });
+                ASSERT_EQ(size + n <= 8, queue.enqueue(group.data(), n) == 1);
+                plain.insert(plain.end(), group.begin(), group.begin() + (size + n <= 8 ? n : 0));
+                break;
+            case 1:
+                ASSERT_EQ(index < size, queue.peek(group.data(), index, n) == 1);
+                ASSERT_TRUE(std::equal(at, end, group.begin()));
+                ASSERT_EQ(std::min(n, size - begin), handles() - 2 * size);  // copied no more
+                break;
+            case 2: {
+                auto const taken = plain.begin() + std::min(n, size);
+                ASSERT_EQ(size != 0, queue.dequeue(index < 4 ? nullptr : group.data(), n) == 1);
+                ASSERT_TRUE(index < 4 || std::equal(plain.begin(), taken, group.begin()));
+                plain.erase(plain.begin(), taken);
+                break;
+            }
+            default:
+                ASSERT_EQ(index < size, queue.eraseAt(index, n) == 1);
+                plain.erase(at, end);
+        }
+        group.clear();
+        ASSERT_EQ(plain.size(), queue.count());
+        for (unsigned i = 0; i < plain.size(); ++i) {
+            ASSERT_EQ(plain[i], queue[i]);
+        }
+        ASSERT_EQ(2 * plain.size(), handles());  // none left in a slot
+    }
+    EXPECT_EQ(0, queue.enqueue(nullptr, 0));
+    EXPECT_EQ(0, queue.peek(nullptr, 0, 1));
+}
+
+TEST(RawMemoryTest, TouchesSoManyBytesAndNoneOfANullPointer) {
+    char bytes[] = "abcdefgh";
+    moveMemory(bytes + 1, bytes, 4);
+    fillMemory(bytes, 2, 'x');
+    EXPECT_EQ(bytes + 4, copyMemory(bytes + 4, "XYZ", 2));
+    EXPECT_EQ(bytes, copyMemory(bytes, nullptr, 4));
+    EXPECT_EQ(nullptr, copyMemory(nullptr, bytes, 4));
+    moveMemory(bytes, nullptr, 4);
+    moveMemory(nullptr, bytes, 4);
+    zeroMemory(nullptr, 4);
+    EXPECT_EQ(NONE, clearStrBuffer<char>(nullptr, 4));
+    EXPECT_EQ(3u, clearStrBuffer(bytes, 3));
+    zeroMemory(bytes + 6, 1);
+    EXPECT_TRUE(compareMemory("\0\0\0cXY\0h", bytes, sizeof bytes));
+    EXPECT_FALSE(compareMemory("\0\0\0cX?", bytes, 6));
+    EXPECT_FALSE(compareMemory(bytes, nullptr, 0) || compareMemory(nullptr, bytes, 0));
+}
+
+}  // namespace
+}  // namespace utl

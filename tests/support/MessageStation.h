@@ -1,0 +1,151 @@
+// A message-driven thread with what a test needs round it: a listener that keeps what it hears and
+// does what the test says, and a view into the thread's pipe.
+
+#ifndef UTL_TESTS_MESSAGE_STATION_H
+#define UTL_TESTS_MESSAGE_STATION_H
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <future>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "UtlMsgDrivenThread.h"
+
+#include "support/Gate.h"
+#include "support/Process.h"
+
+namespace test {
+
+// A message that carries a number.
+class NumberMsg : public utl::Msg {
+public:
+    explicit NumberMsg(long id, int value = 0) : Msg(id), number(value) {}
+
+    int number;
+
+protected:
+    void storeDataTo(utl::MsgDataBroker* broker) const override { broker->set(number); }
+    void restoreDataFrom(utl::MsgDataBroker& broker) override { broker.get(&number); }
+};
+
+inline std::vector<int> pipeEnds() {
+    std::vector<int> ends;
+    for (int fd = 0; fd < 1024; ++fd) {
+        if (fcntl(fd, F_GETPIPE_SZ) != -1) {
+            ends.push_back(fd);
+        }
+    }
+    return ends;
+}
+
+template <typename Call>
+auto inThread(Call call) {
+    return std::async(std::launch::async, call);
+}
+
+class Station : public utl::ThreadMsgListener {
+public:
+    using Ids = std::vector<long>;
+
+    // A message whose handler opens `entered` and stays until `released` is opened.
+    static constexpr long HOLD = 0x8001;
+
+    explicit Station(unsigned long maxMsgCount = 16, unsigned long maxTimerCount = 4,
+                     unsigned long maxMsgSize = 8)
+        : thread(maxMsgSize, maxMsgCount, "station", maxTimerCount) {
+        on(HOLD, [this] { hold(); });
+        for (int end : pipeEnds()) {
+            if (std::find(mOtherEnds.begin(), mOtherEnds.end(), end) == mOtherEnds.end()) {
+                bool const isRead = (fcntl(end, F_GETFL) & O_ACCMODE) == O_RDONLY;
+                (isRead ? readEnd : writeEnd) = end;
+            }
+        }
+    }
+
+    // A test that has failed half way must not wait for its own hold.
+    ~Station() override { released.open(); }
+
+    utl::MsgDrivenThread* operator->() { return &thread; }
+
+    int start(int watchdogMode = 0) {
+        return thread.start(this, watchdogMode, 3600000, nullptr, 1, 0, utl::ThreadPriority::NORMAL,
+                            0);
+    }
+
+    void hold() {
+        entered.open();
+        released.wait();
+    }
+
+    bool startAndHold() { return start() == 0 && thread.postMsg(HOLD) && entered.wait(); }
+
+    // What to do when a message with this id has been heard. Before the start.
+    void on(long id, std::function<void()> action) { mActions[id] = std::move(action); }
+
+    // What was heard so far.
+    std::vector<std::pair<long, int>> heard() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mHeard;
+    }
+    Ids ids() const {
+        Ids ids;
+        for (auto const& one : heard()) {
+            ids.push_back(one.first);
+        }
+        return ids;
+    }
+    long count(long id) const {
+        Ids const all = ids();
+        return std::count(all.begin(), all.end(), id);
+    }
+    bool waitFor(long id, long times = 1) const {
+        return comesTrue([&] { return count(id) >= times; });
+    }
+
+    // Blocks until that many words are in the pipe, which the held thread does not read.
+    bool awaitWords(int words) const {
+        int bytes = 0;
+        return comesTrue(
+            [&] { return ioctl(readEnd, FIONREAD, &bytes) == 0 && bytes >= 8 * words; });
+    }
+
+    Gate entered;
+    Gate released;
+    int readEnd = -1;
+    int writeEnd = -1;
+
+private:
+    int receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        NumberMsg msg(0);
+        msg.restoreFrom(raw);
+        {
+            std::lock_guard<std::mutex> const guard(mMutex);
+            mHeard.emplace_back(msg.getMsgId(), msg.number);
+        }
+        auto const action = mActions.find(msg.getMsgId());
+        if (action != mActions.end()) {
+            action->second();
+        }
+        return 0;
+    }
+
+    std::vector<int> const mOtherEnds = pipeEnds();
+    std::map<long, std::function<void()>> mActions;
+    mutable std::mutex mMutex;
+    std::vector<std::pair<long, int>> mHeard;
+
+public:
+    utl::MsgDrivenThread thread;  // the last to be made and the first to go
+};
+
+}  // namespace test
+
+#endif  // UTL_TESTS_MESSAGE_STATION_H

@@ -1,0 +1,57 @@
+#include "support/Process.h"
+
+#include <dirent.h>
+#include <time.h>
+
+#include <chrono>
+#include <fstream>
+#include <string>
+
+#include "support/Gate.h"
+
+namespace test {
+
+namespace {
+
+unsigned entries(char const* directory) {
+    DIR* const dir = opendir(directory);
+    unsigned count = 0;
+    while (readdir(dir) != nullptr) {
+        ++count;
+    }
+    closedir(dir);
+    return count;
+}
+
+}  // namespace
+
+unsigned openDescriptors() {
+    return entries("/proc/self/fd");
+}
+
+unsigned kernelTimers() {
+    std::ifstream timers("/proc/self/timers");
+    unsigned count = 0;
+    for (std::string line; std::getline(timers, line);) {
+        count += line.compare(0, 3, "ID:") == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+unsigned threads() {
+    return entries("/proc/self/task");
+}
+
+bool comesTrue(std::function<bool()> const& condition) {
+    auto const end = std::chrono::steady_clock::now() + PATIENCE;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        timespec const pause = {0, 1000000};
+        nanosleep(&pause, nullptr);
+    }
+    return true;
+}
+
+}  // namespace test

@@ -1,0 +1,398 @@
+#include "UtlThread.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "UtlStatementInfo.h"
+#include "UtlThreadManager.h"
+
+#include "support/Gate.h"
+#include "support/LogCapture.h"
+#include "support/ManagerTest.h"
+#include "support/Process.h"
+#include "support/Worker.h"
+
+namespace utl {
+namespace {
+
+using test::Worker;
+
+int niceValue() {
+    return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+}
+
+ThreadPriority withNiceValue(int value) {
+    ThreadPriority priority(ThreadPriority::NORMAL);
+    priority.OsValue(value);
+    return priority;
+}
+
+// Creates a thread by `start`, which returns its id, until it is `wanted`, an id of the past. False
+// when the kernel does not let this process choose; others take ids as well, hence several tries.
+bool startsWithId(int wanted, std::function<int()> const& start) {
+    std::string const task = "/proc/self/task/" + std::to_string(wanted);
+    test::comesTrue([&] { return access(task.c_str(), F_OK) != 0; });
+    for (int tries = 0; tries < 100; ++tries) {
+        std::fstream lastId("/proc/sys/kernel/ns_last_pid");
+        int before = 0;
+        lastId >> before;
+        lastId.seekp(0) << wanted - 1 << std::flush;
+        if (!lastId) {
+            return false;
+        }
+        int const id = start();
+        lastId.seekp(0) << before << std::flush;  // other processes go on with new ids
+        if (id == wanted) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Runs a bare function that stores something other than 0.
+template <typename T>
+int entryBare(std::atomic<T>* out) {
+    auto const store = [](void* argument) {
+        static_cast<std::atomic<T>*>(argument)->store(static_cast<T>(gettid()));
+    };
+    return ThreadManager::get()->entry(store, out, 0, 0, nullptr, "bare", ThreadPriority::NORMAL,
+                                       0);
+}
+
+class ThreadTest : public test::ManagerTest {};
+
+TEST(ThreadPriorityTest, HasANiceValueForEachLabelAndALabelForMoreOfThem) {
+    int const ofLabel[] = {100, -4, -2, -1, 0, 1, 2, 3, 100};
+    for (int label = -1; label <= 7; ++label) {
+        EXPECT_EQ(ofLabel[label + 1], ThreadPriority(label).OsValue()) << label;
+    }
+    int const labelOf[] = {0, 0, 1, 1, 2, 3, 4, 5, 6, -1};
+    for (int value = -5; value <= 4; ++value) {
+        EXPECT_EQ(labelOf[value + 5], withNiceValue(value).value()) << value;
+    }
+    EXPECT_EQ(-1, withNiceValue(100).value());
+    EXPECT_TRUE(withNiceValue(-2) == ThreadPriority(ThreadPriority::HIGH));
+    EXPECT_TRUE(withNiceValue(-3) != ThreadPriority(ThreadPriority::HIGH));
+}
+
+TEST_F(ThreadTest, PassesItsStagesInOrder) {
+    std::string seen;
+    unsigned long result = 0;
+    Worker worker("stages");
+    auto const note = [&](char const* step) {
+        bool const isKnown = worker.isRunning() && worker.getId() == gettid() &&
+                             !worker.getResult(&result) &&
+                             std::string("stages") == manager()->findName(gettid());
+        seen += isKnown ? step : " unknown";
+        for (int stage = Thread::STARTED; stage <= Thread::EXECUTED; ++stage) {
+            seen += worker.hasDone(stage) ? '1' : '0';
+        }
+    };
+    worker.onPreExecute = [&] { note("pre"); };
+    worker.onExecute = [&] { return note(" work"), -5; };
+    worker.onPostExecute = [&] { note(" post"); };
+
+    EXPECT_EQ(0, worker.start());
+    EXPECT_TRUE(worker.comesToAnEnd());
+    EXPECT_EQ("pre1000 work1100 post1100", seen);
+    EXPECT_TRUE(worker.hasDone(Thread::EXECUTED));
+    EXPECT_TRUE(worker.getResult(&result));
+    EXPECT_EQ(NONE - 4, result);
+    EXPECT_FALSE(worker.getResult(nullptr));
+    EXPECT_EQ(-1, worker.start());
+    EXPECT_EQ(-1, worker.stop(1, 0));
+}
+
+TEST_F(ThreadTest, WaitsForAStartThatOthersMakeAndForNothingElseBefore) {
+    test::Gate mayGoOn;
+    Worker worker;
+    worker.onPreExecute = [&] { mayGoOn.wait(); };
+    for (int stage : {-1, 2, 3, 4}) {
+        EXPECT_EQ(WAIT_FAILED, worker.waitTo(stage, 0));
+        EXPECT_FALSE(worker.hasDone(stage));
+    }
+    EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STARTED, 1));
+    EXPECT_EQ(-1, worker.stop(1, 0));
+
+    std::thread waiter([&] { EXPECT_EQ(REACHED, worker.waitTo(Thread::PRE_EXECUTED, 0)); });
+    EXPECT_EQ(TIMED_OUT, worker.startAndWait(1));
+    EXPECT_EQ(-1, worker.startAndWait(0));
+    mayGoOn.open();
+    waiter.join();
+    EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::EXECUTED, 1));
+}
+
+TEST_F(ThreadTest, NobodyWaitsForItself) {
+    Worker worker;
+    worker.onPreExecute = [&] {
+        EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::PRE_EXECUTED, 0));
+        EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::EXECUTED, 0));
+        EXPECT_EQ(WAIT_FAILED, ThreadManager::get()->waitToStop(gettid(), 0));
+        EXPECT_EQ(-1, worker.start());
+        EXPECT_EQ(0, worker.stop(0, 0));
+        EXPECT_EQ(-1, worker.stop(1, 0));
+        EXPECT_TRUE(worker.hasRequestedStop());
+    };
+    EXPECT_EQ(REACHED, worker.startAndWait(0));
+    EXPECT_TRUE(worker.comesToAnEnd());
+}
+
+TEST_F(ThreadTest, AWaitForAStopRequestEndsWithAThreadThatNobodyAsked) {
+    test::Gate mayEnd;
+    Worker worker("unasked", [&] { return mayEnd.wait() ? 0 : -1; });
+    EXPECT_EQ(0, worker.start());
+    std::thread waiter([&] { EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0)); });
+    EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 1));
+    mayEnd.open();
+    waiter.join();
+    EXPECT_TRUE(worker.comesToAnEnd());
+    EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0));
+}
+
+TEST_F(ThreadTest, StopIsARequestThatCanBeRepeated) {
+    test::Gate mayEnd;
+    unsigned requests = 0;
+    Worker worker("slow", [&] { return mayEnd.wait() ? 0 : -1; });
+    worker.onRequestStop = [&] { requests += worker.hasRequestedStop() ? 1 : 100; };
+    EXPECT_EQ(0, worker.start());
+    EXPECT_EQ(0, worker.stop(0, 0));
+    EXPECT_EQ(TIMED_OUT, worker.stop(1, 1));
+    mayEnd.open();
+    EXPECT_TRUE(worker.comesToAnEnd());
+    EXPECT_EQ(-1, worker.stop(1, 0));
+    EXPECT_EQ(2u, requests);
+}
+
+TEST_F(ThreadTest, StopWaitsUntilAStartIsComplete) {
+    test::Gate isStarting;
+    Worker worker;
+    worker.onPreExecute = [&] {
+        isStarting.open();
+        EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 50));
+    };
+    std::thread starter([&] { EXPECT_EQ(REACHED, worker.startAndWait(0)); });
+    EXPECT_TRUE(isStarting.wait());
+    EXPECT_EQ(REACHED, worker.stop(1, 0));
+    starter.join();
+}
+
+TEST_F(ThreadTest, StartsAndStopsMayRace) {
+    for (int round = 0; round < 100; ++round) {
+        Worker worker;
+        std::atomic<int> started{0};
+        std::thread first([&] { started += worker.start() == 0 ? 1 : 0; });
+        std::thread second([&] { started += worker.start() == 0 ? 1 : 0; });
+        int const early = worker.stop(1, 0);
+        first.join();
+        second.join();
+        EXPECT_EQ(1, started);
+        EXPECT_EQ(early == -1 ? 0 : -1, worker.stop(1, 0));
+        EXPECT_TRUE(worker.leaveManagement());
+    }
+}
+
+TEST_F(ThreadTest, DestroyingARunningThreadWaitsForItsEnd) {
+    struct Patient : Command {
+        Thread* thread = nullptr;
+        bool hasEnded = false;
+        int execute() override {
+            thread->waitTo(Thread::STOP_REQUESTED, 0);
+            Thread::sleep(10);
+            return hasEnded = true;
+        }
+    } patient;
+    {
+        Thread thread(nullptr, &patient);
+        patient.thread = &thread;
+        EXPECT_EQ(0, thread.start(0, 0, nullptr, 0, 0, ThreadPriority::NORMAL, 0));
+    }
+    EXPECT_TRUE(patient.hasEnded);
+}
+
+// Notes its steps outside, and destroys its object in the last of `steps`.
+class Ephemeral : public Thread {
+public:
+    Ephemeral(std::string const& steps, std::string* seen, std::atomic<int>* id)
+        : Thread("ephemeral", nullptr), mLast(steps.back()), mSeen(seen), mId(id) {}
+
+protected:
+    void preExecute() override { step('p'); }
+    int execute() override { return step('e'), 0; }
+    void postExecute() override { step('q'); }
+
+private:
+    void step(char name) {
+        *mSeen += name;
+        if (name == mLast) {
+            *mId = gettid();
+            delete this;
+        }
+    }
+
+    char const mLast;
+    std::string* const mSeen;
+    std::atomic<int>* const mId;
+};
+
+// At once, perhaps before start() has returned.
+TEST_F(ThreadTest, AThreadMayDestroyItsOwnObject) {
+    for (int round = 0; round < 150; ++round) {
+        std::string const steps = std::string("peq").substr(0, round % 3 + 1u);
+        std::string seen;
+        std::atomic<int> id{0};
+        auto* const thread = new Ephemeral(steps, &seen, &id);
+        EXPECT_EQ(0, thread->start(0, 0, nullptr, round % 2, 0, ThreadPriority::NORMAL, 0));
+        EXPECT_TRUE(test::comesTrue([&] { return id != 0; }));
+        ThreadManager::get()->waitToStop(id, 0);
+        EXPECT_EQ(steps, seen);
+        EXPECT_TRUE(ThreadManager::get()->unregister(id));
+    }
+}
+
+TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
+    ASSERT_TRUE(ThreadManager::initializeEntryMax(2));  // the watchdog's thread and one more
+    Worker first;
+    EXPECT_EQ(0, first.start());
+
+    test::LogCapture log;
+    std::atomic<bool> hasRun{false};
+    auto const run = [&] { return hasRun = true; };
+    auto refused = std::make_unique<Worker>("refused", run);
+    refused->onPreExecute = run;
+    EXPECT_EQ(-1, refused->startAndWait(0));
+    EXPECT_EQ(1u, log.count("<UTIL> ERR: entry() Error Thread Register           ID:"));
+    EXPECT_EQ(1u, log.count(", PriOs:0, Name:refused\r\n"));
+    refused.reset();
+    EXPECT_TRUE(comesToThreads(2));
+    EXPECT_FALSE(hasRun);
+
+    EXPECT_EQ(0, entryBare(&hasRun));  // a bare function is not held back
+    EXPECT_TRUE(comesToThreads(2));
+    EXPECT_TRUE(hasRun.exchange(false));
+
+    Worker second("second", run);
+    EXPECT_EQ(-1, second.start());
+    EXPECT_EQ(REACHED, first.stop(1, 0));
+    EXPECT_TRUE(first.leaveManagement());
+    EXPECT_EQ(0, second.start());
+    EXPECT_TRUE(second.comesToAnEnd());
+    EXPECT_TRUE(hasRun);
+}
+
+TEST_F(ThreadTest, APriorityIsAppliedToTheNewThreadAlone) {
+    int const own = niceValue();
+    for (int label : {0, 2, 3, 4, 6, 7}) {
+        int const wanted = ThreadPriority(label).OsValue();
+        bool isAllowed = false;
+        std::thread([&] { isAllowed = setpriority(PRIO_PROCESS, 0, wanted) == 0; }).join();
+        isAllowed = isAllowed && label != 7;
+
+        test::LogCapture log;
+        Worker worker;
+        worker.onPreExecute = [&] { EXPECT_EQ(isAllowed ? wanted : own, niceValue()); };
+        EXPECT_EQ(0, worker.start(label));
+        ThreadPriority stored(ThreadPriority::NORMAL);
+        EXPECT_TRUE(worker.getPriority(&stored));
+        EXPECT_EQ(wanted, stored.OsValue());
+        EXPECT_FALSE(worker.getPriority(nullptr));
+        EXPECT_EQ(REACHED, worker.stop(1, 0));
+        EXPECT_EQ(own, niceValue());
+        EXPECT_EQ(!isAllowed, log.has("<UTIL> ERR: ThreadManager::startThread() Error setpriority()"
+                                      " OsValue:" +
+                                      std::to_string(wanted) + "\r\n"));
+    }
+}
+
+TEST_F(ThreadTest, OnlyTheThreadItselfChangesItsPriority) {
+    test::LogCapture log;
+    int const own = niceValue();
+    Worker worker;
+    worker.onPreExecute = [&] {
+        EXPECT_FALSE(worker.setPriority(ThreadPriority(7)));
+        EXPECT_EQ(own, niceValue());
+        EXPECT_TRUE(worker.setPriority(withNiceValue(own + 1)));
+        EXPECT_EQ(own + 1, niceValue());
+    };
+    EXPECT_EQ(0, worker.start(withNiceValue(own)));
+    EXPECT_EQ(REACHED, worker.waitTo(Thread::PRE_EXECUTED, 0));
+    EXPECT_TRUE(log.has("<UTIL> ERR: ThreadManager::setPriority() Error ID:" +
+                        std::to_string(worker.getId()) + ", invalidOsValue:100\r\n"));
+    log.clear();
+    EXPECT_FALSE(worker.setPriority(withNiceValue(own)));
+    EXPECT_FALSE(worker.setPriority(ThreadPriority(7)));
+    EXPECT_TRUE(log.all().empty());
+    ThreadPriority stored(ThreadPriority::NORMAL);
+    EXPECT_TRUE(worker.getPriority(&stored));
+    EXPECT_EQ(own + 1, stored.OsValue());
+}
+
+// Id 0 stands for the caller elsewhere: it must not be reached through a thread that has no id.
+TEST_F(ThreadTest, OneThatDoesNotRunRefusesAndLeavesTheCallerAlone) {
+    ASSERT_NE(0, manager()->entryCaller(1, 60000, nullptr, "caller"));
+    ASSERT_TRUE(manager()->startWatchdog(0));
+    Worker fresh;
+    Worker finished("finished", [] { return 0; });
+    EXPECT_EQ(0, finished.start());
+    EXPECT_TRUE(finished.comesToAnEnd());
+    for (Worker* worker : {&fresh, &finished}) {
+        ThreadPriority priority(ThreadPriority::NORMAL);
+        EXPECT_FALSE(worker->setPriority(priority) || worker->getPriority(&priority));
+        EXPECT_FALSE(worker->keepAliveWatchdog(StatementInfo::INVALID));
+        EXPECT_FALSE(worker->setWatchdogAliveTime(1));
+        EXPECT_FALSE(worker->startWatchdog() || worker->stopWatchdog());
+        EXPECT_TRUE(manager()->isWatchingWatchdog(0));
+    }
+    EXPECT_FALSE(fresh.leaveManagement());
+    EXPECT_TRUE(manager()->isThreadExist(gettid()));
+}
+
+TEST_F(ThreadTest, AFinishedOneStaysFinishedWhenItsIdIsGivenAway) {
+    Worker finished("finished", [] { return 0; });
+    EXPECT_EQ(0, finished.start());
+    EXPECT_TRUE(finished.comesToAnEnd());
+    int const id = finished.getId();
+
+    // While its entry is there, nobody else is registered under the id.
+    test::LogCapture log;
+    auto const startBare = [] {
+        std::atomic<int> bareId{0};
+        entryBare(&bareId);
+        EXPECT_TRUE(test::comesTrue([&] { return bareId != 0; }));
+        return bareId.load();
+    };
+    if (!startsWithId(id, startBare)) {
+        GTEST_SKIP() << "the kernel does not let this process choose a thread id";
+    }
+    EXPECT_TRUE(log.has("entry() Error Thread Register           ID:" + std::to_string(id)));
+    EXPECT_STREQ("finished", manager()->findName(id));
+
+    // Once it is gone, somebody is, and is not taken for the old one.
+    EXPECT_TRUE(manager()->unregister(id));
+    std::unique_ptr<Worker> heir;
+    auto const startHeir = [&] {
+        heir = std::make_unique<Worker>("heir");
+        heir->start();
+        return heir->getId();
+    };
+    if (!startsWithId(id, startHeir)) {
+        GTEST_SKIP() << "another process has got the thread id";
+    }
+    EXPECT_FALSE(finished.isRunning());
+    EXPECT_TRUE(finished.hasDone(Thread::EXECUTED));
+    EXPECT_TRUE(finished.comesToAnEnd());
+    EXPECT_EQ(-1, finished.stop(1, 0));
+    EXPECT_EQ(REACHED, heir->stop(1, 0));
+    EXPECT_FALSE(finished.leaveManagement());
+    EXPECT_STREQ("heir", manager()->findName(id));
+}
+
+}  // namespace
+}  // namespace utl
