@@ -18,7 +18,8 @@
 //
 // Any thread may call these functions at any time, from static constructors and while the process
 // exits too. They leave errno as it is. On Linux lines go to standard error unless the program
-// defines __android_log_print itself.
+// defines __android_log_print itself. That one is called with the log locked: it must call nothing
+// of this library and wait for nobody who logs.
 
 #ifndef UTL_LOG_H
 #define UTL_LOG_H

@@ -21,7 +21,9 @@ public:
     Pair() : mKey(), mValue() {}
     Pair(K const& key, V const& value) : mKey(key), mValue(value) {}
     Pair(Pair const&) = default;
+    Pair(Pair&&) = default;
     Pair& operator=(Pair const&) = default;
+    Pair& operator=(Pair&&) = default;  // what an Array shifts allocates nothing
     virtual ~Pair() = default;
 
     K const& key() const { return mKey; }

@@ -9,7 +9,8 @@
 
 namespace utl {
 
-// A plain value. It keeps the pointers it is given: literals only.
+// A plain value, not a base: INVALID exists before any constructor runs and is never destroyed. It
+// keeps the pointers it is given: literals only.
 class UTL_API StatementInfo {
 public:
     // No position at all: ("", "", 0, 0).

@@ -60,8 +60,8 @@ public:
 
     void value(int label);
 
-    // The label, or -1. Values between those of the labels count as the next urgent one; anything
-    // above IDLE's is no label.
+    // The label, or -1. -3, which no label has, counts as HIGH's, and anything below -4 as
+    // TIME_CRITICAL's; anything above IDLE's is no label.
     int value() const;
 
     // The nice value, unchecked.
@@ -105,9 +105,9 @@ public:
     // Creates the thread and registers it with the thread manager. With `watchdogMode` 1 it is
     // registered with the watchdog too, to report alive every `watchdogAliveTime` milliseconds once
     // startWatchdog() was called; `listener` may be null. 0 when it runs; with `waitMode` 1 the
-    // result of waitTo(PRE_EXECUTED, waitTimeout). -1 when it was started before or cannot be: then
-    // no part of it has run or ever will, and it may be started anew. Blocks until the new thread
-    // is registered. `reserved` is ignored.
+    // result of waitTo(PRE_EXECUTED, waitTimeout). -1 when it was started before, on the thread
+    // itself, and when it cannot be: then no part of it has run or ever will, and it may be started
+    // anew. Blocks until the new thread is registered. `reserved` is ignored.
     int start(int watchdogMode, unsigned long watchdogAliveTime, WatchdogTimerListener* listener,
               int waitMode, unsigned long waitTimeout, ThreadPriority const& priority,
               unsigned long reserved);

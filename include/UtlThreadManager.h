@@ -136,7 +136,7 @@ public:
     // false for any other id, an invalid priority, or when the system refuses.
     bool setPriority(int id, ThreadPriority const& priority);
 
-    // The priority last asked for. False unless the thread is active.
+    // The one given at the start, or last set with success. False unless the thread is active.
     bool getPriority(int id, ThreadPriority* out) const;
 
     // The registered name, or an empty text. Stays good and unchanged while the thread is
@@ -154,8 +154,8 @@ public:
     // Does nothing.
     void printThreadInfo(int level) const;
 
-    // The watchdog: the operations of ThreadWatchdog, with their results. Most are false for a
-    // thread that is unknown to it.
+    // The watchdog: the operations of ThreadWatchdog, with their results. An `id` of 0 stands for
+    // the calling thread, which is registered under its name here.
     bool entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListener* listener, int id);
     bool unregisterWatchdog(int id);
     bool isRegisteredWatchdog(int id) const;
@@ -201,8 +201,8 @@ private:
 
     static std::atomic<ThreadManager*> mpTheObject;
 
-    // Locks, outer first: mInstantiationSyncObject, mRegistryLock, the watchdog's. None is held
-    // while a listener is called.
+    // Locks, outer first: mInstantiationSyncObject, mRegistryLock, the watchdog's. The
+    // watchdog's thread holds none of them while it calls a listener.
     static platform::StaticLock mInstantiationSyncObject;
     SyncObject mRegistryLock;
     Map<int, ThreadEntry> mRegistry;  // guarded by mRegistryLock

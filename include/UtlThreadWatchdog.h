@@ -48,7 +48,9 @@ public:
     WatchdogInfo(int id, unsigned long aliveTimeMs, WatchdogTimerListener* listener,
                  char const* name, int watchStatus);
     WatchdogInfo(WatchdogInfo const&) = default;
+    WatchdogInfo(WatchdogInfo&&) = default;
     WatchdogInfo& operator=(WatchdogInfo const&) = default;
+    WatchdogInfo& operator=(WatchdogInfo&&) = default;
     virtual ~WatchdogInfo();
 
     int id() const { return mId; }
@@ -85,7 +87,7 @@ class UTL_API WatchdogTimerListener {
 public:
     virtual ~WatchdogTimerListener();
 
-    // The thread `id` has been silent for longer than its alive time. On the watchdog's thread,
+    // The thread `id` has been silent for its alive time. On the watchdog's thread,
     // with no lock held; `infos` is a copy of all registrations, good during the call.
     virtual void onTime(int id, Map<int, WatchdogInfo> const& infos) = 0;
 };
@@ -148,6 +150,7 @@ private:
     bool isInitialized() const;
     bool isWatchTimer(TimerMsg const& timer) const;
     int exchangeWatchTimer(int timerId);
+    bool insertLocked(WatchdogInfo const& info);
     WatchdogInfo* findLocked(int id);
     WatchdogInfo const* findLocked(int id) const;
     bool executeKeepAlive(int id, StatementInfo const& statement);

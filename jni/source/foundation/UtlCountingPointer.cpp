@@ -5,6 +5,7 @@
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
+#include "platform/UtlErrno.h"
 
 namespace utl {
 
@@ -29,6 +30,7 @@ void DestructCloseFile::operator()(int descriptor) const {
     if (descriptor == 0 || descriptor == -1) {
         return;
     }
+    platform::ErrnoGuard const guard;
     fsync(descriptor);
     close(descriptor);
 }

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -43,5 +44,9 @@ __attribute__((weak)) int __android_log_print(int priority, char const* tag, cha
         --length;
     }
     line[length++] = '\n';
-    return static_cast<int>(write(STDERR_FILENO, line, length));
+    ssize_t written;
+    do {
+        written = write(STDERR_FILENO, line, length);
+    } while (written == -1 && errno == EINTR);
+    return static_cast<int>(written);
 }

@@ -1,4 +1,4 @@
-// Internal. A name as the tables of threads show it: at most 31 bytes, cut at a whole character.
+// Internal. The names of threads.
 
 #ifndef UTL_TABLE_NAME_H
 #define UTL_TABLE_NAME_H
@@ -7,6 +7,12 @@
 
 namespace utl {
 
+// Whether `copy`, which was made of `name`, found the memory for it.
+inline bool holdsName(BasicString<char> const& copy, char const* name) {
+    return copy.capacity() > 1 || *name == '\0';
+}
+
+// A name as the tables show it: at most 31 bytes, cut at a whole character.
 class TableName {
 public:
     explicit TableName(char const* name) {

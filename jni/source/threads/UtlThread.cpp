@@ -1,6 +1,7 @@
 #include "UtlThread.h"
 
 #include <cstddef>
+#include <new>
 
 #include "UtlStatementInfo.h"
 #include "UtlThreadManager.h"
@@ -124,6 +125,8 @@ int Thread::waitTo(int stage, unsigned long timeout) {
     if (isCaller() && !hasDone(stage)) {
         return WAIT_FAILED;  // only this thread could bring it about
     }
+    // By its own event, not through the registry: right also when the entry has gone, or its id is
+    // another thread's.
     return awaitOn(stage == EXECUTED ? *mStopEvent.get() : mStages[stage], timeout);
 }
 

@@ -32,7 +32,8 @@ char const* wordOf(ThreadPriority const& priority) {
     return label >= 0 ? PRIORITY_WORDS[label] : "INVALID";
 }
 
-// Whether the manager's watchdog was started, and whether it is ready for everybody.
+// Whether the manager's watchdog was started, and whether it is ready for everybody. Not members:
+// get() asks before it knows whether there is an object.
 bool isWatchdogStarted = false;  // guarded by ThreadManager::mInstantiationSyncObject
 std::atomic<bool> isWatchdogReady{false};
 
@@ -78,8 +79,8 @@ void ThreadManager::DetachThread::operator()(long* handle) const {
 ThreadManager::ThreadEntry::ThreadEntry() : mPriority(-1) {}
 
 bool ThreadManager::ThreadEntry::setName(char const* name) {
-    auto* const copy = new (std::nothrow) BasicString<char>(name, 0, 0);
-    return copy != nullptr && mName.set(copy);
+    std::unique_ptr<BasicString<char>> copy(new (std::nothrow) BasicString<char>(name, 0, 0));
+    return copy && holdsName(*copy, name) && mName.set(copy.release());
 }
 
 char const* ThreadManager::ThreadEntry::name() const {
@@ -245,7 +246,7 @@ ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& requ
     int result = ENOMEM;
     if (record && handle && request.stopEvent.get() != nullptr && entry->setName(request.name)) {
         BlockingCall const blocking(SOURCE, "entry", 432);
-        pthread_t thread;
+        pthread_t thread = 0;
         result = pthread_create(&thread, nullptr, startThread, record.get());
         *handle = static_cast<long>(thread);
     }
@@ -313,9 +314,9 @@ int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime
         return 0;
     }
     int const id = getCallerId();
+    { BlockingCall const here(SOURCE, "entryCaller", 522); }  // a position operators look up
     {
         SyncGuard const guard(mRegistryLock);
-        BlockingCall const blocking(SOURCE, "entryCaller", 522);
         ThreadEntry const* const present = mRegistry.find(id);
         if (present != nullptr && present->isControllable()) {
             return 0;
@@ -340,19 +341,15 @@ bool ThreadManager::unregister(int id) {
 
 // With a `stopEvent`, only the entry that has it: its id may be another thread's by now.
 bool ThreadManager::unregister(int id, Event const* stopEvent) {
-    {
-        SyncGuard const guard(mRegistryLock);
-        ThreadEntry* const entry = mRegistry.find(id);
-        if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent)) {
-            return false;
-        }
-        if (id != 0 && entry->isActive()) {
-            return false;
-        }
-        entry->detach();
-        mRegistry.eraseKey(id);
+    SyncGuard const guard(mRegistryLock);
+    ThreadEntry* const entry = mRegistry.find(id);
+    if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent) ||
+        entry->isActive()) {
+        return false;
     }
-    mWatchdog->unregister(id);
+    entry->detach();
+    mRegistry.eraseKey(id);
+    mWatchdog->unregister(id);  // while no other thread with this id can be registered
     return true;
 }
 
@@ -432,7 +429,8 @@ bool ThreadManager::getNames(Map<int, BasicString<char>>* out) const {
     SyncGuard const guard(mRegistryLock);
     for (unsigned long i = 0; i < mRegistry.count(); ++i) {
         BasicString<char> const name(mRegistry[i].value().name(), 0, 0);
-        if (!out->insert(mRegistry[i].key(), name, 1)) {
+        int const id = mRegistry[i].key();
+        if (!out->insert(id, name, 1) || !holdsName(*out->find(id), name.c_str())) {
             return false;
         }
     }
@@ -464,7 +462,7 @@ bool ThreadManager::entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListen
                                   int id) {
     int const threadId = callerIfZero(id);
     ThreadEntry entry;
-    findEntry(threadId, &entry);
+    findEntry(threadId, &entry);  // an unknown thread is watched under an empty name
     return mWatchdog->entry(threadId, aliveTimeMs, listener, entry.name());
 }
 

@@ -1,7 +1,10 @@
+#include "UtlTimepiece.h"
+
 #include <errno.h>
 
+#include <cstdint>
+
 #include "UtlLog.h"
-#include "UtlTimepiece.h"
 
 #include "containers/UtlFixedMap.h"
 #include "foundation/UtlLogLine.h"

@@ -139,13 +139,25 @@ bool ThreadWatchdog::entry(int id, unsigned long aliveTimeMs, WatchdogTimerListe
         return false;
     }
     WatchdogInfo const info(id, aliveTimeMs, listener, name, WatchdogInfo::NOT_WATCHING);
-    if (!mInfos.insert(id, info, 0)) {
+    if (!holdsName(info.name(), name) || !insertLocked(info)) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
     applog(LIBRARY_LOG, LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
            info.aliveTime(), name);
     return true;
+}
+
+// False also without memory for a name of its own.
+bool ThreadWatchdog::insertLocked(WatchdogInfo const& info) {
+    if (!mInfos.insert(info.id(), info, 0)) {
+        return false;
+    }
+    bool const isWhole = holdsName(mInfos.find(info.id())->name(), info.name().c_str());
+    if (!isWhole) {
+        mInfos.eraseKey(info.id());
+    }
+    return isWhole;
 }
 
 bool ThreadWatchdog::unregister(int id) {
