@@ -23,7 +23,6 @@
 #ifndef UTL_MSG_DRIVEN_THREAD_H
 #define UTL_MSG_DRIVEN_THREAD_H
 
-#include <csignal>
 #include <cstdint>
 #include <memory>
 
@@ -39,8 +38,8 @@
 
 namespace utl {
 
+class LoopPipe;
 class OwnedTimers;
-class WakePipe;
 
 class UTL_API ThreadMsgListener {
 public:
@@ -142,10 +141,10 @@ private:
         explicit Found(unsigned long size) : record(size) {}
 
         ThreadRawMsg record;
-        bool is = false;
+        bool isThere = false;
     };
 
-    static void TimeoutSignalHandler(int signal, siginfo_t* info, void* context);
+    bool hasAllBuffers() const;
 
     int postThreadCtlMsg(long id, int parameter);
     bool postRequestLocked(Event& event, long id, int parameter);
@@ -158,7 +157,6 @@ private:
     int eraseByLoop(long msgId);
 
     Step executeStep();
-    bool waitForWord(ThreadCtlMsg* word);
     bool serveRequestsLocked(long ctlId);
     int dispatch(ThreadCtlMsg const& ctl);
     void leaveLoop();
@@ -177,9 +175,6 @@ private:
     int setTimerByLoop(TimerInfo const& info, int noWait);
     int killTimerByLoop(int userId, int noWait);
     int executeTimeout(int userId);
-    TimerInfo* findTimer(int userId);
-    void updateNextUserTimerIdValue();
-    int toUserTimerId(int systemTimerId);
     int executeTimerRequest(ThreadCtlMsg const& ctl);
     int executeStartTimer(int userId);
     int executeStopTimer(int userId);
@@ -226,7 +221,7 @@ private:
     int mNextUserTimerId = 1;
 
     // The kernel's timers go first: their signals find the pipe.
-    std::unique_ptr<WakePipe> mPipe;
+    std::unique_ptr<LoopPipe> mPipe;
     std::unique_ptr<OwnedTimers> mKernelTimers;
 };
 

@@ -36,6 +36,7 @@ LOCAL_SRC_FILES := \
     source/messaging/UtlTimerInfo.cpp \
     source/messaging/UtlOwnedTimers.cpp \
     source/messaging/UtlWakePipe.cpp \
+    source/messaging/UtlLoopPipe.cpp \
     source/messaging/UtlMsgDrivenThread.cpp \
     source/messaging/UtlMsgDrivenThreadTimers.cpp \
     source/timers/UtlThreadWatchdog.cpp

@@ -1,7 +1,5 @@
 #include "UtlMsgDrivenThread.h"
 
-#include <errno.h>
-
 #include <cstdint>
 #include <limits>
 #include <new>
@@ -13,8 +11,9 @@
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlLogLine.h"
 #include "messaging/UtlControlIds.h"
+#include "messaging/UtlLoopPipe.h"
 #include "messaging/UtlOwnedTimers.h"
-#include "messaging/UtlWakePipe.h"
+#include "messaging/UtlTimerTable.h"
 #include "platform/UtlKernelTimer.h"
 #include "threads/UtlWatchPause.h"
 
@@ -30,8 +29,9 @@ constexpr unsigned long EXTRA_CTL_ENTRIES = 256;
 // What getFirstMsgId() looks for: any message.
 constexpr long ANY_MSG = -2;
 
-// Deliberate: a message with a lower id is not looked for again after a synchronous send. Its
-// handler's erasing one leaves the entry that is under way, and the loop reports the mismatch.
+// Deliberate: only for ids from here on does the loop look, after a synchronous message, whether
+// its handler has erased the message whose turn it was. One with a lower id is dispatched all the
+// same, and reported as a mismatch.
 constexpr long MIN_REVISITED_ID = 0x8400;
 
 TimerHandler timeoutHandler(LABEL);
@@ -50,10 +50,6 @@ unsigned long sum(unsigned long a, unsigned long b) {
 
 unsigned long product(unsigned long a, unsigned long b) {
     return a == 0 || b <= LARGEST / a ? a * b : LARGEST;
-}
-
-bool fits32Bits(long value) {
-    return value == static_cast<std::int32_t>(value);
 }
 
 }  // namespace
@@ -77,16 +73,20 @@ MsgDrivenThread::MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgC
       mRequestFound(mSlotSize),
       mLoopFound(mSlotSize),
       mTimers(maxTimerCount, 0),
-      mPipe(new (std::nothrow) WakePipe(mCtlQueue.capacity(), maxTimerCount)) {
-    if (mPipe == nullptr || !mPipe->isOpen()) {
-        applog(LIBRARY_LOG, LEVEL_ERROR, "MsgDrivenThread(%s) pipe errno:%d", getName().c_str(),
-               mPipe != nullptr ? errno : ENOMEM);
-    }
-    if (mPipe != nullptr && mCtlQueue.capacity() != 0 && mReceiveMsg.maxSize() == mSlotSize) {
+      mPipe(LoopPipe::make(LABEL, *this, mCtlQueue.capacity(), maxTimerCount)) {
+    if (mPipe != nullptr && hasAllBuffers()) {
         mKernelTimers.reset(new (std::nothrow) OwnedTimers(
             LABEL, *this, platform::threadTimerSignal(), mPipe->carriedValue(), maxTimerCount));
     }
-    timeoutHandler.install(platform::threadTimerSignal(), TimeoutSignalHandler);
+    timeoutHandler.install(platform::threadTimerSignal());
+}
+
+// Without one of them a message that was accepted could be lost: then the thread never starts.
+bool MsgDrivenThread::hasAllBuffers() const {
+    return mCtlQueue.capacity() != 0 && mSyncQueue.capacity() == mSlotSize &&
+           mDataQueue.capacity() == product(mSlotSize, mMaxMsgCount) &&
+           mSendMsg.maxSize() == mSlotSize && mReceiveMsg.maxSize() == mSlotSize &&
+           mRequestFound.record.maxSize() == mSlotSize && mLoopFound.record.maxSize() == mSlotSize;
 }
 
 MsgDrivenThread::~MsgDrivenThread() {
@@ -143,7 +143,7 @@ int MsgDrivenThread::postMsg(long msgId) {
 
 int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
     long const msgId = msg.getMsgId();
-    if (isReservedId(msgId) || !fits32Bits(msgId)) {
+    if (isReservedId(msgId)) {
         logError(msgId);
         return 0;
     }
@@ -232,7 +232,7 @@ long MsgDrivenThread::getFirstMsgId() {
 
 int MsgDrivenThread::eraseMsg(long msgId) {
     if (!isRunning() || isReservedId(msgId)) {
-        return 0;  // without its own control entries the loop would not wake for what they ask
+        return 0;  // no messages: a request whose entry is gone would never be answered
     }
     if (isCaller()) {
         executeEraseMsg(msgId);
@@ -264,15 +264,9 @@ int MsgDrivenThread::postThreadCtlMsg(long id, int parameter) {
                static_cast<unsigned>(id));
         return 0;
     }
-    ssize_t const written = mPipe != nullptr ? mPipe->wake({ctl.id, ctl.parameter}) : -1;
-    if (written == static_cast<ssize_t>(sizeof(WakePipe::Word))) {
-        return 1;
-    }
-    // Deliberate: the entry stays, and is served when a later one gets through. The loop takes
-    // entries by their order, not by what it read.
-    applog(LIBRARY_LOG, LEVEL_ERROR, "MsgDrivenThread(%s) Error. write Ret:%u errno:%d",
-           getName().c_str(), static_cast<unsigned>(written), errno);
-    return 0;
+    // Deliberate: an entry whose wake-up failed stays, and is served when a later one gets through.
+    // The loop takes entries by their order, not by what it read.
+    return mPipe != nullptr && mPipe->wake({ctl.id, ctl.parameter}) ? 1 : 0;
 }
 
 // Asks the loop for what the caller has written down, and what `event` stands for. The caller holds
@@ -313,7 +307,7 @@ bool MsgDrivenThread::findByLoop(long msgId) {
         }
     }
     awaitOff(mFindEvent);
-    return mIsRequestServed && mRequestFound.is;
+    return mIsRequestServed && mRequestFound.isThere;
 }
 
 // The caller holds the API lock.
@@ -331,13 +325,13 @@ int MsgDrivenThread::eraseByLoop(long msgId) {
 
 // Waits for one word from the pipe and does what it asks for.
 MsgDrivenThread::Step MsgDrivenThread::executeStep() {
-    ThreadCtlMsg word;
-    if (!waitForWord(&word)) {
+    WakePipe::Word word;
+    if (!mPipe->wait(&word, loopStatement(879), loopStatement(890))) {
         return Step::BROKEN;
     }
     if (word.id == CTL_TIMER_SIGNAL) {
         SyncGuard const queue(mQueueLock);
-        executeTimeoutSignal(toUserTimerId(word.parameter));
+        executeTimeoutSignal(toUserTimerId(mTimers, word.parameter));
         return Step::NEXT;
     }
 
@@ -361,34 +355,6 @@ MsgDrivenThread::Step MsgDrivenThread::executeStep() {
         logError(ctl.id);
     }
     return hasRequestedStop() ? Step::STOPPED : Step::NEXT;
-}
-
-// False when the pipe is broken.
-bool MsgDrivenThread::waitForWord(ThreadCtlMsg* word) {
-    for (;;) {
-        WakePipe::Word read;
-        ssize_t got;
-        int error;
-        {
-            WatchPause const pause(getId(), loopStatement(879), loopStatement(890));
-            got = mPipe->read(&read);
-            error = errno;
-        }
-        if (got == static_cast<ssize_t>(sizeof read)) {
-            word->id = read.id;
-            word->parameter = read.parameter;
-            return true;
-        }
-        if (error != EINTR) {
-            applog(LIBRARY_LOG, LEVEL_ERROR,
-                   "MsgDrivenThread(%s) Error. read Ret:%u errno:%d !!Break msg loop!!",
-                   getName().c_str(), static_cast<unsigned>(got), error);
-            return false;
-        }
-        applog(LIBRARY_LOG, LEVEL_INFORMATION,
-               "MsgDrivenThread(%s) Error. read Ret:%u errno:%d=EINTR Retry read",
-               getName().c_str(), static_cast<unsigned>(got), error);
-    }
 }
 
 // Serves what other threads ask for, before the entry `ctlId` that was dequeued, whatever that is:
@@ -489,8 +455,8 @@ bool MsgDrivenThread::executeFindMsg(long msgId, Found* found) {
     bool const isSlot = msgId != TimerMsg::ID && findSlotLocked(msgId, found);
     bool const mayBeTimeout =
         msgId == TimerMsg::ID || (msgId == ANY_MSG && mDataQueue.count() == 0);
-    found->is = isSlot || (mayBeTimeout && findTimeoutLocked(found));
-    return found->is;
+    found->isThere = isSlot || (mayBeTimeout && findTimeoutLocked(found));
+    return found->isThere;
 }
 
 bool MsgDrivenThread::findSlotLocked(long msgId, Found* found) {

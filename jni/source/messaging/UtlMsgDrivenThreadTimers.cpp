@@ -1,23 +1,13 @@
 // The timers of a message-driven thread.
 
-#include <limits>
-
 #include "UtlMsgDrivenThread.h"
 
 #include "foundation/UtlAwait.h"
 #include "messaging/UtlControlIds.h"
 #include "messaging/UtlOwnedTimers.h"
-#include "messaging/UtlWakePipe.h"
-#include "platform/UtlKernelTimer.h"
+#include "messaging/UtlTimerTable.h"
 
 namespace utl {
-
-namespace {
-
-// How many expiries of a free-running timer wait for the listener; one of any other timer does.
-constexpr std::uint32_t MOST_PENDING = 2;
-
-}  // namespace
 
 int MsgDrivenThread::setTimer(unsigned long intervalMs, int noWait, unsigned int repeatCount,
                               int freeRunning) {
@@ -37,7 +27,7 @@ int MsgDrivenThread::setTimer(unsigned long intervalMs, int noWait, unsigned int
     if (!mTimers.insert(userId, info, 0) || executeStartTimer(userId) != 0) {
         return -1;
     }
-    updateNextUserTimerIdValue();
+    mNextUserTimerId = nextUserTimerId(mTimers, userId);
     return userId;
 }
 
@@ -53,7 +43,7 @@ int MsgDrivenThread::setTimerByLoop(TimerInfo const& info, int noWait) {
             !postTimerRequestLocked(CTL_START_TIMER, userId, noWait)) {
             return -1;
         }
-        updateNextUserTimerIdValue();
+        mNextUserTimerId = nextUserTimerId(mTimers, userId);
     }
     if (noWait != 0) {
         return userId;
@@ -80,7 +70,7 @@ int MsgDrivenThread::killTimer(int userId, int noWait) {
 int MsgDrivenThread::killTimerByLoop(int userId, int noWait) {
     {
         SyncGuard const queue(mQueueLock);
-        TimerInfo const* const info = findTimer(userId);
+        TimerInfo const* const info = mTimers.find(userId);
         if (mHasLoopEnded || info == nullptr) {
             return 0;
         }
@@ -109,11 +99,6 @@ void MsgDrivenThread::setNextUserTimerIdForTesting(int userId) {
     mNextUserTimerId = userId;
 }
 
-// Async-signal-safe.
-void MsgDrivenThread::TimeoutSignalHandler(int, siginfo_t* info, void*) {
-    WakePipe::timerExpired(platform::carriedValue(*info), platform::expiredTimer(*info));
-}
-
 bool MsgDrivenThread::postTimerRequestLocked(long ctlId, int userId, int noWait) {
     if (noWait != 0) {
         return postThreadCtlMsg(ctlId, userId) != 0;
@@ -131,27 +116,6 @@ void MsgDrivenThread::answerTimerRequest(bool isServed) {
     }
 }
 
-TimerInfo* MsgDrivenThread::findTimer(int userId) {
-    TimerInfo* const info = mTimers.find(userId);
-    return info != nullptr && info->runEvent.get() != nullptr ? info : nullptr;
-}
-
-void MsgDrivenThread::updateNextUserTimerIdValue() {
-    do {
-        bool const isLast = mNextUserTimerId == std::numeric_limits<int>::max();
-        mNextUserTimerId = isLast || mNextUserTimerId < 0 ? 1 : mNextUserTimerId + 1;
-    } while (findTimer(mNextUserTimerId) != nullptr);
-}
-
-int MsgDrivenThread::toUserTimerId(int systemTimerId) {
-    for (unsigned long i = 0; systemTimerId != -1 && i < mTimers.count(); ++i) {
-        if (mTimers[i].value().systemTimerId == systemTimerId) {
-            return mTimers[i].key();
-        }
-    }
-    return -1;
-}
-
 int MsgDrivenThread::executeTimerRequest(ThreadCtlMsg const& ctl) {
     int const result = ctl.id == CTL_START_TIMER ? executeStartTimer(ctl.parameter)
                                                  : executeStopTimer(ctl.parameter);
@@ -163,7 +127,7 @@ int MsgDrivenThread::executeTimerRequest(ThreadCtlMsg const& ctl) {
 
 // A timer that cannot be started leaves no entry, lest its id be blocked.
 int MsgDrivenThread::executeStartTimer(int userId) {
-    TimerInfo* const info = findTimer(userId);
+    TimerInfo* const info = mTimers.find(userId);
     if (info == nullptr) {
         return 0;
     }
@@ -177,7 +141,7 @@ int MsgDrivenThread::executeStartTimer(int userId) {
 }
 
 int MsgDrivenThread::executeStopTimer(int userId) {
-    TimerInfo* const info = findTimer(userId);
+    TimerInfo* const info = mTimers.find(userId);
     if (info == nullptr) {
         return 0;
     }
@@ -191,9 +155,8 @@ int MsgDrivenThread::executeStopTimer(int userId) {
 
 // A signal has come. Queues an expiry unless enough of them wait.
 void MsgDrivenThread::executeTimeoutSignal(int userId) {
-    TimerInfo* const info = findTimer(userId);
-    if (info == nullptr || info->pendingCount >= MOST_PENDING ||
-        (info->pendingCount == 1 && info->freeRunning == 0) || info->runEvent->isOff()) {
+    TimerInfo* const info = mTimers.find(userId);
+    if (info == nullptr || !takesExpiry(*info)) {
         return;
     }
     ++info->pendingCount;
@@ -217,7 +180,7 @@ int MsgDrivenThread::executeTimeout(int userId) {
 }
 
 int MsgDrivenThread::finishTimeout(int userId) {
-    TimerInfo* const info = findTimer(userId);
+    TimerInfo* const info = mTimers.find(userId);
     if (info == nullptr) {
         return 0;
     }
@@ -252,7 +215,7 @@ bool MsgDrivenThread::eraseTimerByTimerInfo(TimerInfo* info) {
     int const systemTimerId = info->systemTimerId;
     mCtlQueue.eraseIf([this, systemTimerId](ThreadCtlMsg const& ctl) {
         bool const isHit = ctl.id == CTL_TIMEOUT && ctl.parameter == systemTimerId;
-        TimerInfo* const owner = isHit ? findTimer(ctl.parameter) : nullptr;
+        TimerInfo* const owner = isHit ? mTimers.find(ctl.parameter) : nullptr;
         if (owner != nullptr && owner->pendingCount != 0) {
             --owner->pendingCount;
         }
@@ -271,9 +234,7 @@ void MsgDrivenThread::eraseAllTimer() {
         executeStopTimer(mTimers[i].key());
     }
     for (unsigned long i = 0; i < mTimers.count(); ++i) {
-        if (TimerInfo const* const info = findTimer(mTimers[i].key())) {
-            info->runEvent->setOff();
-        }
+        mTimers[i].value().runEvent->setOff();
     }
     mTimers.setCount(0);
     mCtlQueue.eraseIf([](ThreadCtlMsg const& ctl) { return isTimerCtl(ctl.id); });

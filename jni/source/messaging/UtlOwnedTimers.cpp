@@ -5,8 +5,18 @@
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
+#include "messaging/UtlWakePipe.h"
 
 namespace utl {
+
+namespace {
+
+// Async-signal-safe.
+void TimeoutSignalHandler(int, siginfo_t* info, void*) {
+    WakePipe::timerExpired(platform::carriedValue(*info), platform::expiredTimer(*info));
+}
+
+}  // namespace
 
 OwnedTimers::OwnedTimers(char const* label, Thread const& owner, int signal, int carriedValue,
                          unsigned long maxTimers)
@@ -62,12 +72,12 @@ void OwnedTimers::logError(char const* call, int systemTimerId, int error) const
            mOwner.getName().c_str(), call, static_cast<unsigned>(systemTimerId), error);
 }
 
-void TimerHandler::install(int signal, platform::SignalHandler handler) {
+void TimerHandler::install(int signal) {
     platform::StaticGuard const guard(mLock);
     if (mIsInstalled) {
         return;
     }
-    mIsInstalled = platform::installSignalHandler(signal, handler);
+    mIsInstalled = platform::installSignalHandler(signal, TimeoutSignalHandler);
     if (mIsInstalled) {
         applog(LIBRARY_LOG, LEVEL_DETAIL, "%s sigaction  success:%d", mLabel, signal);
     } else {

@@ -40,15 +40,15 @@ private:
     Array<int> mKernelIds;  // made and not deleted
 };
 
-// The handler of a timer signal, installed once in the process by whoever needs it first and never
-// removed. For static storage.
+// The handler of a timer signal, which wakes the loop whose pipe the signal carries. Installed once
+// in the process by whoever needs it first and never removed. For static storage.
 class TimerHandler {
 public:
     // `label` heads the log lines: "MsgDrivenThread sigaction ...".
     constexpr explicit TimerHandler(char const* label) : mLabel(label) {}
 
     // A failure is logged, and tried again by the next caller.
-    void install(int signal, platform::SignalHandler handler);
+    void install(int signal);
 
 private:
     char const* const mLabel;

@@ -66,6 +66,7 @@ ThreadRawMsg::~ThreadRawMsg() {
 
 int ThreadRawMsg::beginInput() {
     mResult = mIsIdRefused ? FAILED : 0;
+    mIsIdRefused = false;
     mWritePosition = ID_SIZE;
     return 1;
 }
