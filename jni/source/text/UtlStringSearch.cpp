@@ -1,6 +1,7 @@
 #include "UtlString.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "UtlCharTable.h"
@@ -50,6 +51,35 @@ Character firstCharacter(char const* s) {
 Character toLower(Character const& c) {
     unsigned long const row = hasPair(c.text, LOWER_UPPER_PAIR, 1);
     return row != NONE ? Character{LOWER_UPPER_PAIR[row].first.narrow, c.bytes} : c;
+}
+
+// The last match of the `bytes` bytes of `pattern` in [s, last), or `last`. By a hash that rolls
+// from the end to the front, so that a text full of near matches costs no more than any other.
+template <typename CharT>
+CharT const* findLast(CharT const* s, CharT const* last, CharT const* pattern,
+                      unsigned long bytes) {
+    constexpr std::uint32_t BASE = 16777619;
+    if (static_cast<unsigned long>(last - s) < bytes) {
+        return last;
+    }
+    auto const valueOf = [](CharT byte) { return static_cast<unsigned char>(byte); };
+    CharT const* window = last - bytes;
+    std::uint32_t hash = 0;
+    std::uint32_t wanted = 0;
+    std::uint32_t weight = 1;  // of the window's last byte, once it is BASE ^ (bytes - 1)
+    for (unsigned long i = bytes; i-- > 0;) {
+        hash = hash * BASE + valueOf(window[i]);
+        wanted = wanted * BASE + valueOf(pattern[i]);
+        weight = i != 0 ? weight * BASE : weight;
+    }
+    while (hash != wanted || std::memcmp(window, pattern, bytes) != 0) {
+        if (window == s) {
+            return last;
+        }
+        --window;
+        hash = (hash - valueOf(window[bytes]) * weight) * BASE + valueOf(*window);
+    }
+    return window;
 }
 
 }  // namespace
@@ -198,7 +228,7 @@ unsigned long findReverseStr(CharT const* s, CharT const* pattern, unsigned long
 
     CharT const* const last = s + (offset < length ? offset + 1 : length);
     unsigned long const bytes = std::strlen(pattern);
-    CharT const* const match = std::find_end(s, last, pattern, pattern + bytes);
+    CharT const* const match = findLast(s, last, pattern, bytes);
     if (match == last) {
         setEnd(end, NONE);
         return NONE;
