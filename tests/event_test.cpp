@@ -1,5 +1,6 @@
 #include "UtlEvent.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <unistd.h>
@@ -62,37 +63,24 @@ struct Waiter {
 
 TEST(SyncObjectTest, HolderOwesOneUnlockForEachLock) {
     SyncObject object;
-    auto const isFree = [&object] {
-        return std::async(std::launch::async,
-                          [&object] { return object.tryLock() && object.unlock() == 0; });
-    };
     EXPECT_EQ(0, object.lock());
     EXPECT_TRUE(object.tryLock());
     { SyncGuard const guard(object); }
     EXPECT_EQ(0, object.unlock());
-    EXPECT_FALSE(isFree().get());
+    EXPECT_FALSE(std::async(std::launch::async, [&] { return object.tryLock(); }).get());
     EXPECT_EQ(0, object.unlock());
-    EXPECT_TRUE(isFree().get());
+    EXPECT_EQ(EPERM, object.unlock());
 }
 
 TEST(EventTest, OffCanBeWaitedForInOneModeOnly) {
-    for (int const mode : {0, 2, -1}) {
+    for (int const mode : {0, 2}) {
         EXPECT_EQ(WAIT_FAILED, Event(0, mode).waitToOff(0));
-        EXPECT_EQ(WAIT_FAILED, Event(1, mode).waitToOff(LONG_LIMIT));
-        EXPECT_TRUE(Event(0, mode).isOff() && !Event(1, mode).isOff());
         EXPECT_EQ(REACHED, Event(7, mode).waitToOn(0));
     }
     EXPECT_EQ(REACHED, Event(0, Event::TWO_CONDITIONS).waitToOff(0));
 }
 
-TEST(EventTest, WaitRunsOutNotBeforeItsLimit) {
-    auto const begin = steady_clock::now();
-    EXPECT_EQ(TIMED_OUT, Event(1, Event::TWO_CONDITIONS).waitToOff(20));
-    EXPECT_GE(steady_clock::now() - begin, milliseconds(20));
-    EXPECT_LT(steady_clock::now() - begin, test::PATIENCE);
-}
-
-TEST(EventTest, LimitMayEndInTheNextSecond) {
+TEST(EventTest, WaitRunsOutNotBeforeItsLimitInTheNextSecond) {
     auto const second = std::chrono::floor<std::chrono::seconds>(steady_clock::now());
     test::FakeClock clock(second.time_since_epoch() / milliseconds(1) + 900);
     Waiter waiter([&clock] {
@@ -173,19 +161,6 @@ TEST(EventTest, TimedWaitThatMissesAPulseWaitsForTheRest) {
         "<UTIL> DTL: Wait OK, but Status(mOff)=false.  Timeout=30000msec Waited=1msec Retry "
         "wait 29999msec after\r\n-2",
         waitThroughPulses(false, {1, 40000}));
-}
-
-TEST(EventTest, HandshakeLosesNoWakeUp) {
-    Event event(0, Event::TWO_CONDITIONS);
-    auto const answerer = std::async(std::launch::async, [&] {
-        for (int i = 0; i < 2000 && event.waitToOn(LONG_LIMIT) == REACHED; ++i) {
-            event.setOff();
-        }
-    });
-    for (int i = 0; i < 2000; ++i) {
-        ASSERT_EQ(REACHED, event.waitToOff(LONG_LIMIT)) << "round " << i;
-        event.setOn();
-    }
 }
 
 }  // namespace

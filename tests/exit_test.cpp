@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <list>
-#include <string>
 
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
@@ -80,18 +79,11 @@ void require(bool condition) {
 
 // Each of these ends the process, or returns to have it ended.
 
-void leaveThemRunning() {
+void leavesThreadsRunning() {
     neverDestroyed();
 }
 
-void leaveOnAThread() {
-    static Worker worker("leaving", []() -> int { std::exit(EXIT_CODE); });
-    neverDestroyed();
-    worker.start();
-    pause();  // the static object goes on its own thread
-}
-
-void useTheLibraryInStaticDestructors() {
+void usesTheLibraryInStaticDestructors() {
     static struct LastWords {
         ~LastWords() {
             ThreadManager* const manager = ThreadManager::get();
@@ -106,13 +98,7 @@ void useTheLibraryInStaticDestructors() {
     neverDestroyed();
 }
 
-void stopThemInStaticDestructors() {
-    std::atexit(ThreadManager::destroy);
-    static Crowd crowd;
-    require(crowd.answers());
-}
-
-void destroyTheManagerUnderThem() {
+void destroysTheManagerUnderThem() {
     std::atexit(ThreadManager::destroy);
     neverDestroyed();
 }
@@ -131,28 +117,17 @@ int exitCodeOf(void (*scenario)()) {
     return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-struct Scenario {
-    char const* name;
-    void (*run)();
-};
-
-class ExitTest : public ::testing::TestWithParam<Scenario> {};
+class ExitTest : public ::testing::TestWithParam<void (*)()> {};
 
 TEST_P(ExitTest, EndsAsItWasToldTo) {
     for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ(EXIT_CODE, exitCodeOf(GetParam().run));
+        EXPECT_EQ(EXIT_CODE, exitCodeOf(GetParam()));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AProcessThat, ExitTest,
-    ::testing::Values(Scenario{"LeavesThreadsRunning", leaveThemRunning},
-                      Scenario{"LeavesOnALibraryThread", leaveOnAThread},
-                      Scenario{"UsesTheLibraryInStaticDestructors",
-                               useTheLibraryInStaticDestructors},
-                      Scenario{"StopsThreadsInStaticDestructors", stopThemInStaticDestructors},
-                      Scenario{"DestroysTheManagerAtExit", destroyTheManagerUnderThem}),
-    [](auto const& instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(AProcessThat, ExitTest,
+                         ::testing::Values(leavesThreadsRunning, usesTheLibraryInStaticDestructors,
+                                           destroysTheManagerUnderThem));
 
 }  // namespace
 }  // namespace utl

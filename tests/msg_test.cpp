@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 #include "UtlThreadRawMsg.h"
@@ -10,56 +9,22 @@
 namespace utl {
 namespace {
 
-using Calls = std::vector<std::string>;
 using Bytes = std::vector<unsigned char>;
-
-// A record that tells in which order it was called.
-class ToldRecord : public ThreadRawMsg {
-public:
-    ToldRecord() : ThreadRawMsg(8) {}
-
-    int beginInput() override { return tell("beginInput"), ThreadRawMsg::beginInput(); }
-    int endInput() override { return tell("endInput"), ThreadRawMsg::endInput(); }
-    int beginOutput() override { return tell("beginOutput"), ThreadRawMsg::beginOutput(); }
-    int endOutput() override { return tell("endOutput"), ThreadRawMsg::endOutput(); }
-    int getResult() override { return tell("getResult"), ThreadRawMsg::getResult(); }
-    int setMsgId(long id) override { return tell("setMsgId"), ThreadRawMsg::setMsgId(id); }
-    int getMsgId(long* id) override { return tell("getMsgId"), ThreadRawMsg::getMsgId(id); }
-    int set(int value) override { return tell("set"), ThreadRawMsg::set(value); }
-    int get(int* value) override { return tell("get"), ThreadRawMsg::get(value); }
-
-    Calls calls;
-
-private:
-    void tell(char const* call) { calls.emplace_back(call); }
-};
-
-TEST(MsgTest, DrivesTheBrokerInItsOrder) {
-    ToldRecord record;
-    TimerMsg msg;
-    EXPECT_EQ(1, msg.storeTo(&record));
-    EXPECT_EQ((Calls{"setMsgId", "beginInput", "set", "endInput", "getResult"}), record.calls);
-    record.calls.clear();
-    EXPECT_EQ(1, msg.restoreFrom(record));
-    EXPECT_EQ((Calls{"getMsgId", "beginOutput", "get", "endOutput", "getResult"}), record.calls);
-    EXPECT_EQ(0, msg.storeTo(nullptr));
-}
 
 TEST(MsgTest, ARestoredMessageTakesOverWhateverIdIsStored) {
     ThreadRawMsg record(8);
+    ThreadRawMsg least(0);
     TimerMsg timer;
     timer.setTimerId(0x01020304);
-    EXPECT_EQ(1, timer.storeTo(&record));
+    EXPECT_EQ(0, timer.storeTo(nullptr) + timer.storeTo(&least));
+    EXPECT_EQ(1, timer.storeTo(&record) & SimpleMsg(0x8000).storeTo(&least));
     record.setMsgId(-7);
 
     TimerMsg other;
-    SimpleMsg simple(0x8000);
     EXPECT_EQ(-1, other.getTimerId());
     EXPECT_EQ(1, other.restoreFrom(record));
     EXPECT_EQ(-7, other.getMsgId());
     EXPECT_EQ(0x01020304, other.getTimerId());
-    EXPECT_EQ(1, simple.restoreFrom(record));
-    EXPECT_EQ(-7, simple.getMsgId());
 }
 
 template <typename T>
@@ -82,22 +47,21 @@ TEST(ThreadRawMsgTest, StoresEveryTypeInItsBytes) {
     expectStored<signed char>(-2, {0xFE});
     expectStored<unsigned short>(0xFDFC, {0xFC, 0xFD});
     expectStored<short>(-3, {0xFD, 0xFF});
-    expectStored<unsigned int>(0x80000001, {1, 0, 0, 0x80});
-    expectStored<int>(-4, {0xFC, 0xFF, 0xFF, 0xFF});
-    expectStored<unsigned long>(0xFFFFFFFF, {0xFF, 0xFF, 0xFF, 0xFF});
-    expectStored<long>(-0x7FFFFFFF - 1, {0, 0, 0, 0x80});
-    expectStored<unsigned long long>(0x1122334455667788,
-                                     {0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11});
-    expectStored<long long>(-5, {0xFB, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
+    expectStored(0x80000001u, {1, 0, 0, 0x80});
+    expectStored(-4, {0xFC, 0xFF, 0xFF, 0xFF});
+    expectStored(0xFFFFFFFFul, {0xFF, 0xFF, 0xFF, 0xFF});
+    expectStored(-0x7FFFFFFFl - 1, {0, 0, 0, 0x80});
+    expectStored(0x5566778811223344ull, {0x44, 0x33, 0x22, 0x11, 0x88, 0x77, 0x66, 0x55});
+    expectStored(-5ll, {0xFB, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
     expectStored(1.0f, {0, 0, 0x80, 0x3F});
     expectStored(-2.0, {0, 0, 0, 0, 0, 0, 0, 0xC0});
 }
 
 TEST(ThreadRawMsgTest, PacksItsFieldsBehindTheIdWithoutPadding) {
-    unsigned char const raw[] = {0xAA, 0xBB};
+    unsigned char bytes[] = {0xAA, 0xBB};
     ThreadRawMsg record(14);
     record.beginInput();
-    EXPECT_TRUE(record.set(true) && record.set(-2) && record.set("ab") && record.set(raw, 2));
+    EXPECT_TRUE(record.set(true) && record.set(-2) && record.set("ab") && record.set(bytes, 2));
     EXPECT_EQ(1, record.setMsgId(0x83F1));
     EXPECT_EQ((Bytes{0xF1, 0x83, 0, 0, 1, 0xFE, 0xFF, 0xFF, 0xFF, 'a', 'b', 0, 0xAA, 0xBB}),
               Bytes(record.buffer(), record.buffer() + 14));
@@ -106,14 +70,11 @@ TEST(ThreadRawMsgTest, PacksItsFieldsBehindTheIdWithoutPadding) {
     bool flag = false;
     int number = 0;
     char text[3] = "";
-    unsigned char bytes[2] = {};
     record.beginOutput();
-    EXPECT_TRUE(record.get(&flag) && record.get(&number) && record.get(text, 3) &&
-                record.get(bytes, 2));
-    EXPECT_TRUE(flag);
+    EXPECT_TRUE(record.get(&flag) && record.get(&number) && record.get(text, 3));
+    EXPECT_TRUE(flag && record.get(bytes, 1) && bytes[0] == 0xAA);
     EXPECT_EQ(-2, number);
     EXPECT_STREQ("ab", text);
-    EXPECT_EQ(0xBB, bytes[1]);
 }
 
 TEST(ThreadRawMsgTest, TheFirstFailureSticksUntilTheNextBegin) {
@@ -136,16 +97,6 @@ TEST(ThreadRawMsgTest, TheFirstFailureSticksUntilTheNextBegin) {
     record.beginOutput();
     EXPECT_EQ(0, record.getMsgId(nullptr));
     EXPECT_EQ(0, record.getResult());
-    EXPECT_EQ(0, record.get(static_cast<int*>(nullptr)));
-    EXPECT_EQ(-1, record.getResult());
-
-    ThreadRawMsg least(0);
-    least.beginInput();
-    EXPECT_EQ(4u, least.maxSize());
-    EXPECT_EQ(1, least.setMsgId(0x8000));
-    EXPECT_EQ(0, least.set(true));
-    EXPECT_EQ(0, TimerMsg().storeTo(&least));
-    EXPECT_EQ(1, SimpleMsg(0x8000).storeTo(&least));
 }
 
 TEST(ThreadRawMsgTest, ATextThatFindsNoRoomMayBeReadAgain) {
@@ -174,10 +125,7 @@ TEST(ThreadRawMsgTest, ALongThatNeedsMoreThan32BitsIsRefusedAndNeverCut) {
     EXPECT_EQ(-1, record.getResult());
     record.beginInput();
     EXPECT_EQ(0, record.set(static_cast<unsigned long>(0x100000000ull)));
-    EXPECT_EQ(-1, record.getResult());
-    EXPECT_EQ(0, record.setMsgId(above));
-    EXPECT_EQ(0, SimpleMsg(above).storeTo(&record));
-    EXPECT_EQ(1, SimpleMsg(0x8000).storeTo(&record));
+    EXPECT_EQ(0, record.setMsgId(above) + SimpleMsg(above).storeTo(&record));
 }
 
 TEST(ThreadRawMsgTest, AssignmentTakesThePositionsOverAndACopyDoesNot) {
@@ -190,21 +138,13 @@ TEST(ThreadRawMsgTest, AssignmentTakesThePositionsOverAndACopyDoesNot) {
 
     ThreadRawMsg assigned(4);
     assigned = record;
-    assigned = *&assigned;
-    EXPECT_EQ(12u, assigned.maxSize());
-    EXPECT_EQ(1, assigned.get(&number));
-    EXPECT_EQ(2, number);
-    EXPECT_EQ(0, assigned.get(&number));
-
+    EXPECT_TRUE(assigned.get(&number) && number == 2 && !assigned.get(&number));
     ThreadRawMsg copy(assigned);  // which has failed
     EXPECT_EQ(0, copy.getResult());
     copy.beginInput();
     copy.set(9);
-    record.beginOutput();
-    EXPECT_EQ(1, record.get(&number));
-    EXPECT_EQ(1, number) << "copies have bytes of their own";
-    record = assigned;
-    EXPECT_EQ(-1, record.getResult());
+    assigned.beginOutput();
+    EXPECT_TRUE(assigned.get(&number) && number == 1) << "copies have bytes of their own";
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #ifndef UTL_TESTS_MESSAGE_STATION_H
 #define UTL_TESTS_MESSAGE_STATION_H
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -36,14 +35,14 @@ protected:
     void restoreDataFrom(utl::MsgDataBroker& broker) override { broker.get(&number); }
 };
 
-inline std::vector<int> pipeEnds() {
-    std::vector<int> ends;
-    for (int fd = 0; fd < 1024; ++fd) {
-        if (fcntl(fd, F_GETPIPE_SZ) != -1) {
-            ends.push_back(fd);
-        }
+// The descriptors that the next pipe will have.
+inline std::pair<int, int> nextPipe() {
+    int ends[2] = {-1, -1};
+    if (pipe(ends) == 0) {
+        close(ends[0]);
+        close(ends[1]);
     }
-    return ends;
+    return {ends[0], ends[1]};
 }
 
 template <typename Call>
@@ -62,12 +61,6 @@ public:
                      unsigned long maxMsgSize = 8)
         : thread(maxMsgSize, maxMsgCount, "station", maxTimerCount) {
         on(HOLD, [this] { hold(); });
-        for (int end : pipeEnds()) {
-            if (std::find(mOtherEnds.begin(), mOtherEnds.end(), end) == mOtherEnds.end()) {
-                bool const isRead = (fcntl(end, F_GETFL) & O_ACCMODE) == O_RDONLY;
-                (isRead ? readEnd : writeEnd) = end;
-            }
-        }
     }
 
     // A test that has failed half way must not wait for its own hold.
@@ -85,10 +78,11 @@ public:
         released.wait();
     }
 
-    bool startAndHold() { return start() == 0 && thread.postMsg(HOLD) && entered.wait(); }
-
-    // What to do when a message with this id has been heard. Before the start.
-    void on(long id, std::function<void()> action) { mActions[id] = std::move(action); }
+    // What to do when a message with this id has been heard.
+    void on(long id, std::function<void()> action) {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mActions[id] = std::move(action);
+    }
 
     // What was heard so far.
     std::vector<std::pair<long, int>> heard() const {
@@ -119,31 +113,43 @@ public:
 
     Gate entered;
     Gate released;
-    int readEnd = -1;
-    int writeEnd = -1;
 
 private:
     int receiveMsg(int, utl::ThreadRawMsg& raw) override {
         NumberMsg msg(0);
         msg.restoreFrom(raw);
+        std::function<void()> action;
         {
             std::lock_guard<std::mutex> const guard(mMutex);
             mHeard.emplace_back(msg.getMsgId(), msg.number);
+            action = mActions[msg.getMsgId()];
         }
-        auto const action = mActions.find(msg.getMsgId());
-        if (action != mActions.end()) {
-            action->second();
+        if (action) {
+            action();
         }
         return 0;
     }
 
-    std::vector<int> const mOtherEnds = pipeEnds();
+    std::pair<int, int> const mPipe = nextPipe();
     std::map<long, std::function<void()>> mActions;
     mutable std::mutex mMutex;
     std::vector<std::pair<long, int>> mHeard;
 
 public:
+    int const readEnd = mPipe.first;
+    int const writeEnd = mPipe.second;
     utl::MsgDrivenThread thread;  // the last to be made and the first to go
+};
+
+struct RunningStation : Station {
+    using Station::Station;
+    int const started = start();
+};
+
+// Its thread is in the handler of the message HOLD until `released` is opened.
+struct HeldStation : RunningStation {
+    using RunningStation::RunningStation;
+    bool const isHeld = thread.postMsg(HOLD) && entered.wait();
 };
 
 }  // namespace test

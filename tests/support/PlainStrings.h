@@ -11,38 +11,21 @@
 #include <vector>
 
 #include "UtlCharTable.h"
+#include "UtlString.h"
 
 namespace plain {
 
+using utl::NONE;
 using Text = std::optional<std::string>;
-
-constexpr unsigned long NONE = static_cast<unsigned long>(-1);
 
 inline bool startsCharacter(char c) {
     return (c & 0x80) == 0 || (c & 0xE0) == 0xC0 || (c & 0xF0) == 0xE0 || (c & 0xF8) == 0xF0;
 }
 
-inline unsigned long charlen(char const* s) {
-    unsigned long const left = std::strlen(s);
-    unsigned const lead = static_cast<unsigned char>(s[0]);
-    if (lead < 0x80) {
-        return left == 0 ? 0 : 1;
-    }
-    unsigned long const bytes = (lead & 0xF8) == 0xF0 ? 4 : (lead & 0xF0) == 0xE0 ? 3 : 2;
-    if (!startsCharacter(s[0]) || bytes > left) {
-        return NONE;
-    }
-    unsigned const second = static_cast<unsigned char>(s[1]);
-    bool const overlong =
-        lead < 0xC2 || (lead == 0xE0 && second <= 0x9F) || (lead == 0xF0 && second <= 0x8F);
-    bool const whole = std::all_of(s + 1, s + bytes, [](char c) { return (c & 0xC0) == 0x80; });
-    return whole && !overlong ? bytes : NONE;
-}
-
 inline Text truncate(std::string const& s, unsigned long maxBytes) {
     unsigned long pos = 0;
     while (pos < std::min<unsigned long>(s.size(), maxBytes)) {
-        unsigned long const bytes = charlen(s.c_str() + pos);
+        unsigned long const bytes = utl::t_charlen(s.c_str() + pos);
         if (bytes == NONE) {
             return {};
         }
@@ -58,7 +41,7 @@ inline Text reverse(std::string const& s) {
     std::string reversed;
     while (reversed.size() < s.size()) {
         unsigned long const pos = reversed.size();
-        unsigned long const bytes = charlen(s.c_str() + pos);
+        unsigned long const bytes = utl::t_charlen(s.c_str() + pos);
         if (bytes == NONE) {
             return {};
         }
@@ -82,7 +65,7 @@ inline unsigned long find(std::string const& s, std::string const& pattern, unsi
         return s.size();
     }
     while (offset < s.size()) {
-        unsigned long const bytes = charlen(s.c_str() + offset);
+        unsigned long const bytes = utl::t_charlen(s.c_str() + offset);
         if (bytes != NONE && s.compare(offset, pattern.size(), pattern) == 0) {
             *end = offset + pattern.size();
             return offset;

@@ -39,6 +39,8 @@ public:
 
     bool comesToAnEnd() { return waitTo(EXECUTED, 0) == utl::REACHED; }
 
+    bool runsToItsEnd() { return start() == 0 && comesToAnEnd(); }
+
 protected:
     void preExecute() override { onPreExecute(); }
     int execute() override { return onExecute ? onExecute() : waitTo(STOP_REQUESTED, 0); }
