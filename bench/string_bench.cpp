@@ -1,10 +1,8 @@
 // The string functions beside their plain quadratic forms and what the C and C++ libraries offer.
-// Each benchmark calls both sides in turn and reports the nanoseconds of one call to the library
-// and, as a multiple of that, of one to the peer. The argument is the length of the text.
+// The argument is the length of the text.
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -12,36 +10,13 @@
 
 #include "UtlString.h"
 
+#include "Ratio.h"
 #include "support/PlainStrings.h"
 
 namespace {
 
 using namespace utl;
-using Clock = std::chrono::steady_clock;
-
-constexpr int BATCH = 8;  // calls for one reading of the clock
-
-template <typename Call>
-double secondsOf(Call call) {
-    Clock::time_point const begin = Clock::now();
-    for (int i = 0; i < BATCH; ++i) {
-        benchmark::DoNotOptimize(call());
-        benchmark::ClobberMemory();
-    }
-    return std::chrono::duration<double>(Clock::now() - begin).count();
-}
-
-template <typename Own, typename Peer>
-void compare(benchmark::State& state, Own own, Peer peer) {
-    double ownTime = 0;
-    double peerTime = 0;
-    for (auto _ : state) {
-        ownTime += secondsOf(own);
-        peerTime += secondsOf(peer);
-    }
-    state.counters["utl_ns"] = 1e9 * ownTime / BATCH / static_cast<double>(state.iterations());
-    state.counters["peer/utl"] = peerTime / ownTime;
-}
+using bench::compare;
 
 // `length` bytes, or a few less, of Latin and Japanese text with a "-" in every 32nd place or so.
 std::string makeText(benchmark::State const& state) {

@@ -5,6 +5,8 @@
 
 #include "UtlApi.h"
 #include "UtlArray.h"
+#include "UtlBitStream.h"
+#include "UtlCharSet.h"
 #include "UtlCharTable.h"
 #include "UtlCountingPointer.h"
 #include "UtlEvent.h"

@@ -26,6 +26,9 @@ LOCAL_SRC_FILES := \
     source/foundation/UtlCountingPointer.cpp \
     source/foundation/UtlEvent.cpp \
     source/foundation/UtlStatementInfo.cpp \
+    source/text/UtlCharSet.cpp \
+    source/text/UtlCodePage932.cpp \
+    source/bitstream/UtlBitStream.cpp \
     source/time/UtlTimepiece.cpp \
     source/time/UtlTimeCounter.cpp \
     source/threads/UtlThread.cpp \
@@ -42,7 +45,7 @@ LOCAL_SRC_FILES := \
     source/timers/UtlThreadWatchdog.cpp
 LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
 LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include
-LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -frtti -fvisibility=hidden \
+LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -fno-semantic-interposition -frtti -fvisibility=hidden \
     -fvisibility-inlines-hidden -Wall -Wextra
 LOCAL_LDLIBS := -llog
 # The companion library that knows the device's time zone (class LocalTimeTzApp).
