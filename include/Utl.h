@@ -17,6 +17,7 @@
 #include "UtlQueue.h"
 #include "UtlRawMemory.h"
 #include "UtlRingArray.h"
+#include "UtlSharedTimer.h"
 #include "UtlStatementInfo.h"
 #include "UtlString.h"
 #include "UtlSyncObject.h"
@@ -25,6 +26,7 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimepiece.h"
+#include "UtlTimer.h"
 #include "UtlTimerInfo.h"
 
 #endif  // UTL_H

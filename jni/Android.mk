@@ -42,6 +42,8 @@ LOCAL_SRC_FILES := \
     source/messaging/UtlLoopPipe.cpp \
     source/messaging/UtlMsgDrivenThread.cpp \
     source/messaging/UtlMsgDrivenThreadTimers.cpp \
+    source/timers/UtlSharedTimer.cpp \
+    source/timers/UtlTimer.cpp \
     source/timers/UtlThreadWatchdog.cpp
 LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
 LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include

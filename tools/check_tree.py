@@ -22,8 +22,10 @@ LAYERS = [
      "UtlVisitorCount"},
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",
      "UtlBitStream"},
+    {"files", "UtlFile"},
+    {"UtlMemory"},
     {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
-     "UtlTimerInfo", "UtlMsgDrivenThread", "UtlThreadWatchdog"},
+     "UtlTimerInfo", "UtlMsgDrivenThread", "UtlSharedTimer", "UtlTimer", "UtlThreadWatchdog"},
     {"Utl"},
 ]
 

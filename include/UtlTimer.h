@@ -1,0 +1,74 @@
+// One timer with a thread of its own.
+//
+//     class Blinker : public TimerListener {
+//         void onTime(int timerId) override { ... }
+//     };
+//
+//     Blinker blinker;
+//     Timer timer(&blinker, 500, 0, 0, nullptr, 0, 0, "blinker");
+//     timer.start(0);
+//     ...
+//     timer.destroy();
+
+#ifndef UTL_TIMER_H
+#define UTL_TIMER_H
+
+#include "UtlApi.h"
+#include "UtlSharedTimer.h"
+
+namespace utl {
+
+class WatchdogTimerListener;
+
+class UTL_API TimerListener {
+public:
+    virtual ~TimerListener();
+
+    // On the timer's thread.
+    virtual void onTime(int timerId) = 0;
+};
+
+// Any thread may call any operation, and so may onTime(), but for destroy(). The operations, their
+// results and the meaning of `noWait` are those of SharedTimer.
+class UTL_API Timer : public TimerListener {
+public:
+    // A stopped timer that expires every `intervalMs` milliseconds, `repeatCount` times or, with 0,
+    // without end; `freeRunning` as in SharedTimer::addTimer(), the other arguments as in
+    // SharedTimer. It calls its own onTime(), for a derived class to override. That class calls
+    // destroy() in its own destructor: expiries that come when it is half gone would not reach it.
+    Timer(unsigned long intervalMs, int watchdogMode, unsigned long watchdogAliveTime,
+          WatchdogTimerListener* watchdogListener, unsigned int repeatCount, int freeRunning,
+          char const* threadName);
+
+    // Calls `listener`, which must live as long as the timer runs; nullptr for nobody.
+    Timer(TimerListener* listener, unsigned long intervalMs, int watchdogMode,
+          unsigned long watchdogAliveTime, WatchdogTimerListener* watchdogListener,
+          unsigned int repeatCount, int freeRunning, char const* threadName);
+
+    // As destroy().
+    ~Timer() override;
+    Timer(Timer const&) = delete;
+    Timer& operator=(Timer const&) = delete;
+
+    bool start(int noWait);
+    bool stop(int noWait);
+    bool restart(int noWait);
+    bool setInterval(unsigned long intervalMs);
+    unsigned long getInterval() const;
+    bool isRunning() const;
+
+    // Ends the timer for good.
+    bool destroy();
+
+    // Calls the listener, if there is one.
+    void onTime(int timerId) override;
+
+private:
+    SharedTimer mSharedTimer;
+    TimerListener* const mListener;
+    int const mTimerId;
+};
+
+}  // namespace utl
+
+#endif  // UTL_TIMER_H

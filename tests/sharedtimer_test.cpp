@@ -1,0 +1,377 @@
+// Shared timers, and the timer with a thread of its own.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <climits>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "UtlSharedTimer.h"
+#include "UtlThreadManager.h"
+#include "UtlTimer.h"
+
+#include "support/Gate.h"
+#include "support/LogCapture.h"
+#include "support/Process.h"
+
+namespace utl {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr unsigned long HOUR = 3600000;
+constexpr int REARMED = 0;
+constexpr int FREE_RUNNING = 1;
+constexpr int WAIT = 0;
+constexpr int NO_WAIT = 1;
+
+class Listener : public TimerListener {
+public:
+    explicit Listener(std::function<void(int)> action = nullptr) : mAction(std::move(action)) {}
+
+    void onTime(int timerId) override {
+        if (mAction) {
+            mAction(timerId);
+        }
+        calls.add();
+    }
+
+    test::Counter calls;
+
+private:
+    std::function<void(int)> const mAction;
+};
+
+// A listener that stays in its first call until it is released.
+class Holder : public Listener {
+public:
+    explicit Holder(std::function<void(int)> const& action = nullptr)
+        : Listener([this, action](int timerId) {
+              if (!entered.isOpen()) {
+                  entered.open();
+                  released.wait();
+                  handled = Clock::now();
+              } else if (action) {
+                  action(timerId);
+              }
+          }) {}
+
+    test::Gate entered;
+    test::Gate released;
+    Clock::time_point handled;
+};
+
+template <typename Call>
+auto inThread(Call call) {
+    return std::async(std::launch::async, call);
+}
+
+class SharedTimerTest : public ::testing::Test {
+protected:
+    SharedTimerTest() { ThreadManager::get(); }
+
+    void TearDown() override {
+        ThreadManager::destroy();
+        EXPECT_EQ(0u, test::kernelTimers());
+    }
+
+    // All but that of the watchdog.
+    static unsigned kernelTimers() { return test::kernelTimers() - 1; }
+
+    test::LogCapture log;
+};
+
+TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
+    Listener listener;
+    SharedTimer timers(0, 0, nullptr, 2, "shared");
+    int const thrice = timers.addTimer(&listener, 20, 3, REARMED);
+    auto const begin = Clock::now();
+    EXPECT_TRUE(timers.start(thrice, WAIT));
+    EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(thrice); }));
+    EXPECT_LE(milliseconds(60), Clock::now() - begin);
+    EXPECT_EQ(3u, listener.calls.count());
+
+    int const once = timers.addTimer(&listener, 1, 1, FREE_RUNNING);
+    for (unsigned i = 1; i <= 50; ++i) {  // some have come and gone before anybody can wait
+        EXPECT_TRUE(timers.start(once, WAIT));
+        EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(once); }));
+        EXPECT_EQ(3 + i, listener.calls.count());
+    }
+    EXPECT_EQ(0u, kernelTimers());
+}
+
+TEST_F(SharedTimerTest, ANewIntervalAppliesFromTheHandlingOfAnExpiry) {
+    for (int freeRunning : {REARMED, FREE_RUNNING}) {
+        test::Gate again;
+        Clock::time_point second;
+        Holder holder([&](int) {
+            if (!again.isOpen()) {
+                second = Clock::now();
+                again.open();
+            }
+        });
+        SharedTimer timers(0, 0, nullptr, 2, "shared");
+        int const id = timers.addTimer(&holder, 5, 0, freeRunning);
+        int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
+        timers.start(id, WAIT);
+        EXPECT_TRUE(holder.entered.wait());
+        EXPECT_TRUE(timers.start(other, NO_WAIT));  // must not take the change away
+        EXPECT_TRUE(timers.setInterval(id, 60));
+        holder.released.open();
+        EXPECT_TRUE(again.wait());
+        EXPECT_LE(milliseconds(60), second - holder.handled);
+        EXPECT_EQ(60u, timers.getInterval(id));
+    }
+}
+
+TEST_F(SharedTimerTest, NothingIsHeardAfterAStop) {
+    Holder holder;
+    Listener other;
+    SharedTimer timers(0, 0, nullptr, 2, "shared");
+    int const id = timers.addTimer(&holder, 1, 0, FREE_RUNNING);
+    timers.start(id, WAIT);
+    EXPECT_TRUE(holder.entered.wait());
+    auto stopped = inThread([&] { return timers.stop(id, WAIT); });
+    holder.released.open();
+    EXPECT_TRUE(stopped.get());
+    unsigned const calls = holder.calls.count();
+    timers.start(timers.addTimer(&other, 1, 0, FREE_RUNNING), WAIT);
+    EXPECT_TRUE(other.calls.waitFor(10));
+    EXPECT_EQ(calls, holder.calls.count());
+    EXPECT_EQ(1u, kernelTimers());
+}
+
+TEST_F(SharedTimerTest, WhatWasAskedForLastHolds) {
+    Holder holder;
+    SharedTimer timers(0, 0, nullptr, 5, "shared");
+    int const held = timers.addTimer(&holder, 1, 1, REARMED);
+    std::vector<int> ids;
+    for (int i = 0; i < 4; ++i) {
+        ids.push_back(timers.addTimer(nullptr, HOUR, 0, REARMED));
+    }
+    timers.start(ids[2], WAIT);
+    timers.start(held, WAIT);
+    EXPECT_TRUE(holder.entered.wait());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(timers.start(ids[0], NO_WAIT));
+    }
+    EXPECT_TRUE(timers.start(ids[1], NO_WAIT) && timers.stop(ids[1], NO_WAIT));
+    EXPECT_TRUE(timers.restart(ids[2], NO_WAIT));
+    EXPECT_TRUE(timers.eraseTimer(ids[3], NO_WAIT));
+    EXPECT_FALSE(timers.start(ids[3], NO_WAIT));
+    auto last = inThread([&] { return timers.stop(ids[1], WAIT); });
+    holder.released.open();
+    EXPECT_TRUE(last.get());
+    EXPECT_TRUE(test::comesTrue([&] { return timers.getInterval(ids[3]) == NONE; }));
+    EXPECT_TRUE(timers.isRunning(ids[0]) && timers.isRunning(ids[2]));
+    EXPECT_FALSE(timers.isRunning(ids[1]));
+    EXPECT_EQ(2u, kernelTimers());
+    EXPECT_TRUE(timers.stop(ids[0], WAIT));
+    EXPECT_EQ(1u, kernelTimers());
+}
+
+TEST_F(SharedTimerTest, AFullQueueRefusesAndLosesNoTimer) {
+    Holder holder;
+    Listener other;
+    SharedTimer timers(0, 0, nullptr, 3, "shared");
+    int const held = timers.addTimer(&holder, 2, 0, FREE_RUNNING);
+    int const id = timers.addTimer(nullptr, HOUR, 0, REARMED);
+    timers.start(timers.addTimer(&other, 1, 0, REARMED), WAIT);
+    timers.start(held, WAIT);
+    EXPECT_TRUE(holder.entered.wait());
+    unsigned accepted = 0;
+    while (timers.start(id, NO_WAIT)) {
+        ++accepted;
+    }
+    EXPECT_GE(256u, accepted);
+    EXPECT_LE(254u, accepted);  // one expiry of each timer may have been there first
+    EXPECT_FALSE(timers.stop(held, WAIT));
+    EXPECT_FALSE(timers.eraseTimer(id, NO_WAIT));
+    holder.released.open();
+    unsigned const calls = other.calls.count();
+    EXPECT_TRUE(other.calls.waitFor(calls + 5));
+    EXPECT_TRUE(holder.calls.waitFor(5));
+    EXPECT_TRUE(timers.isRunning(id));
+}
+
+TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
+    for (int round = 0; round < 20; ++round) {
+        SharedTimer timers(0, 0, nullptr, 4, "shared");
+        test::Gate isDone;
+        std::string did;
+        int id = -1;
+        int other = -1;
+        test::Gate isWaitedFor;
+        Listener listener([&](int timerId) {
+            isWaitedFor.wait();
+            EXPECT_EQ(id, timerId);
+            if (did.size() < 4) {
+                did += timers.restart(id, WAIT) ? 'r' : '-';  // once more, though it is a one-shot
+                return;
+            }
+            EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
+            EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
+            int const added = timers.addTimer(nullptr, HOUR, 0, REARMED);
+            timers.restartAll(WAIT);
+            EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
+            EXPECT_FALSE(timers.destroy());
+            EXPECT_TRUE(timers.eraseTimer(id, WAIT));
+            isDone.open();
+        });
+        id = timers.addTimer(&listener, 1, 1, REARMED);
+        other = timers.addTimer(nullptr, HOUR, 0, REARMED);
+        EXPECT_TRUE(timers.start(other, WAIT) && timers.start(id, WAIT));
+        auto waiting = inThread([&] {
+            isWaitedFor.open();
+            timers.stop(other, WAIT);
+            return round % 2 == 0 || (isDone.wait() && timers.destroy());
+        });
+        EXPECT_TRUE(isDone.wait());
+        EXPECT_TRUE(waiting.get());
+        EXPECT_TRUE(timers.destroy());
+        EXPECT_EQ("rrrr", did);
+    }
+}
+
+TEST_F(SharedTimerTest, WhatTheKernelRefusesIsNotRunning) {
+    SharedTimer timers(0, 0, nullptr, 2, "shared");
+    int const id = timers.addTimer(nullptr, HOUR, 0, REARMED);
+    rlimit limit;
+    getrlimit(RLIMIT_SIGPENDING, &limit);
+    rlimit const none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_SIGPENDING, &none);
+    EXPECT_FALSE(timers.start(id, WAIT));
+    setrlimit(RLIMIT_SIGPENDING, &limit);
+    EXPECT_TRUE(
+        log.has("<UTIL> ERR: SharedTimerThread(shared) timer_create "
+                "SysTimerId:0xffffffff errno:11\r\n"));
+    EXPECT_TRUE(test::comesTrue([&] {
+        return log.has(
+            "<UTIL> ERR: !!!!!!!! SharedTimerThread(shared) Error. MsgId:0x000083ff "
+            "!!!!!!!!\r\n");
+    }));
+    EXPECT_FALSE(timers.isRunning(id));
+    EXPECT_TRUE(timers.start(id, WAIT));
+    EXPECT_FALSE(timers.start(timers.addTimer(nullptr, 0x80000000UL, 0, REARMED), WAIT));
+}
+
+TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
+    SharedTimer timers(0, 0, nullptr, 4, "shared");
+    EXPECT_EQ(1, timers.addTimer(nullptr, HOUR, 0, REARMED));
+    timers.setNextUserTimerIdForTesting(INT_MAX);
+    EXPECT_EQ(INT_MAX, timers.addTimer(nullptr, HOUR, 0, REARMED));
+    EXPECT_EQ(2, timers.addTimer(nullptr, HOUR, 0, REARMED));
+    EXPECT_EQ(3, timers.addTimer(nullptr, HOUR, 0, REARMED));
+    EXPECT_EQ(-1, timers.addTimer(nullptr, HOUR, 0, REARMED));
+    EXPECT_TRUE(timers.eraseTimer(2, WAIT));
+    Array<int> ids(0, Array<int>::GROWS);
+    EXPECT_TRUE(timers.getTimerIdSet(&ids));
+    EXPECT_EQ((std::vector<int>{1, 3, INT_MAX}), std::vector<int>(&ids[0], &ids[0] + ids.count()));
+    EXPECT_FALSE(timers.getTimerIdSet(nullptr));
+    EXPECT_FALSE(timers.start(2, WAIT) || timers.stop(2, WAIT) || timers.restart(2, WAIT) ||
+                 timers.eraseTimer(2, WAIT) || timers.setInterval(2, 1) || timers.isRunning(2));
+    EXPECT_EQ(NONE, timers.getInterval(2));
+}
+
+TEST_F(SharedTimerTest, WithoutAPipeThereAreNoTimers) {
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    rlimit const none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    SharedTimer timers(0, 0, nullptr, 1, "shared");
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_TRUE(log.has("<UTIL> ERR: SharedTimerThread(shared) pipe errno:24\r\n"));
+    EXPECT_EQ(-1, timers.addTimer(nullptr, 1, 0, REARMED));
+    EXPECT_FALSE(timers.eraseTimer(1, NO_WAIT));
+}
+
+TEST_F(SharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
+    unsigned const descriptors = test::openDescriptors();
+    for (int round = 0; round < 30; ++round) {
+        Listener listener;
+        SharedTimer timers(1, HOUR, nullptr, 4, "shared");
+        test::Counter cycles;
+        std::vector<std::future<void>> callers;
+        for (int i = 0; i < 3; ++i) {
+            int const id = timers.addTimer(&listener, 1, 0, FREE_RUNNING);
+            callers.push_back(inThread([&timers, &cycles, id] {
+                while (timers.start(id, WAIT) && timers.stop(id, WAIT)) {
+                    cycles.add();
+                }
+            }));
+        }
+        EXPECT_TRUE(cycles.waitFor(10));
+        EXPECT_TRUE(timers.destroy());
+        for (auto& caller : callers) {
+            caller.get();
+        }
+        EXPECT_FALSE(timers.restart(1, WAIT));
+        EXPECT_EQ(-1, timers.addTimer(&listener, 1, 0, REARMED));
+        EXPECT_EQ(0u, kernelTimers());
+    }
+    EXPECT_EQ(descriptors, test::openDescriptors());
+}
+
+class Ticker : public Timer {
+public:
+    explicit Ticker(test::Counter* ticks, bool isForgetful)
+        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"),
+          mTicks(ticks),
+          mIsForgetful(isForgetful) {}
+    ~Ticker() override {
+        if (!mIsForgetful) {
+            destroy();
+        }
+    }
+
+    void onTime(int) override { mTicks->add(); }
+
+private:
+    test::Counter* const mTicks;
+    bool const mIsForgetful;
+};
+
+TEST_F(SharedTimerTest, ATimerCallsItsListenerOrItself) {
+    Listener listener;
+    Timer once(&listener, 1, 0, 0, nullptr, 1, REARMED, "once");
+    for (unsigned i = 1; i <= 3; ++i) {
+        EXPECT_TRUE(i == 2 ? once.restart(WAIT) : once.start(WAIT));
+        EXPECT_TRUE(test::comesTrue([&] { return !once.isRunning(); }));
+        EXPECT_EQ(i, listener.calls.count());
+    }
+    Timer unheard(nullptr, 1, 0, 0, nullptr, 1, REARMED, "unheard");
+    EXPECT_TRUE(unheard.start(WAIT));
+    EXPECT_TRUE(test::comesTrue([&] { return !unheard.isRunning(); }));
+    EXPECT_TRUE(unheard.setInterval(5) && unheard.getInterval() == 5);
+    EXPECT_TRUE(once.destroy());
+    EXPECT_FALSE(once.start(WAIT));
+}
+
+TEST_F(SharedTimerTest, ARunningTimerMayBeDestroyed) {
+    test::Counter ticks;
+    for (unsigned i = 1; i <= 30; ++i) {
+        Ticker ticker(&ticks, false);
+        EXPECT_TRUE(ticker.start(WAIT));
+        EXPECT_TRUE(ticks.waitFor(i));
+    }
+}
+
+#ifndef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
+TEST_F(SharedTimerTest, ADerivedTimerThatForgetsToDestroyItselfDoesNotCrash) {
+    test::Counter ticks;
+    for (unsigned i = 1; i <= 30; ++i) {
+        Ticker ticker(&ticks, true);
+        EXPECT_TRUE(ticker.start(WAIT));
+        EXPECT_TRUE(ticks.waitFor(i));
+    }
+}
+#endif
+
+}  // namespace
+}  // namespace utl
