@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include <atomic>
@@ -13,6 +12,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "UtlThreadManager.h"
@@ -369,12 +369,10 @@ TEST_F(MsgDrivenThreadTest, DestroyingARunningThreadStopsItAndLeavesNothing) {
 }
 
 TEST_F(MsgDrivenThreadTest, WithoutAPipeTheThreadEndsAsSoonAsItStarts) {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    rlimit const none = {0, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
+    RunningStation const withPipe;
+    std::optional<test::NoDescriptors> limit(std::in_place);
     RunningStation station;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limit.reset();
     EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) pipe errno:24\r\n"));
     EXPECT_EQ(0, station->sendMsgSync(SYNC));
     EXPECT_EQ(0, station->waitTo(Thread::EXECUTED, 0));

@@ -7,8 +7,8 @@
 #include <climits>
 #include <functional>
 #include <future>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "UtlSharedTimer.h"
@@ -280,12 +280,10 @@ TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
 }
 
 TEST_F(SharedTimerTest, WithoutAPipeThereAreNoTimers) {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    rlimit const none = {0, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
+    SharedTimer const withPipe(0, 0, nullptr, 1, "shared");
+    std::optional<test::NoDescriptors> limit(std::in_place);
     SharedTimer timers(0, 0, nullptr, 1, "shared");
-    setrlimit(RLIMIT_NOFILE, &limit);
+    limit.reset();
     EXPECT_TRUE(log.has("<UTIL> ERR: SharedTimerThread(shared) pipe errno:24\r\n"));
     EXPECT_EQ(-1, timers.addTimer(nullptr, 1, 0, REARMED));
     EXPECT_FALSE(timers.eraseTimer(1, NO_WAIT));

@@ -3,6 +3,8 @@
 #ifndef UTL_TESTS_PROCESS_H
 #define UTL_TESTS_PROCESS_H
 
+#include <sys/resource.h>
+
 #include <functional>
 
 namespace test {
@@ -10,6 +12,23 @@ namespace test {
 unsigned openDescriptors();
 unsigned kernelTimers();
 unsigned threads();
+
+// As long as it lives the process gets no new descriptors. A sanitizer that meets a class for the
+// first time wants some: what is made meanwhile must have been made before.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &mLimit);
+        rlimit const none = {0, mLimit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &mLimit); }
+    NoDescriptors(NoDescriptors const&) = delete;
+    NoDescriptors& operator=(NoDescriptors const&) = delete;
+
+private:
+    rlimit mLimit;
+};
 
 // Looks again and again, for what nobody signals. False when it never becomes true.
 bool comesTrue(std::function<bool()> const& condition);
