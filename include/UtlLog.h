@@ -26,12 +26,23 @@
 
 #include "UtlApi.h"
 
+namespace utl {
+class File;
+}  // namespace utl
+
 // Writes the type's name, the level's prefix, the text and "\r\n". A line that is too long is cut
 // and ends in "...". A null format writes nothing. The result means nothing.
 UTL_API int applog(int type, int level, char const* format, ...) UTL_PRINTF_FORMAT(3, 4);
 
 // Writes the text alone: no name, no prefix, no line end.
 UTL_API int rawlog(int type, int level, char const* format, ...) UTL_PRINTF_FORMAT(3, 4);
+
+// The same, and first writes the line as text to `file`, if that is not null. What several threads
+// write to one file is not kept apart.
+UTL_API int applog(int type, int level, utl::File* file, char const* format, ...)
+    UTL_PRINTF_FORMAT(4, 5);
+UTL_API int rawlog(int type, int level, utl::File* file, char const* format, ...)
+    UTL_PRINTF_FORMAT(4, 5);
 
 // Adds a log type, or gives a registered one a new name and filter. False when `name` is null or
 // has more than 31 bytes, or the table of 64 types is full.

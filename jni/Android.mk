@@ -9,6 +9,8 @@ LOCAL_MODULE := utl
 LOCAL_SRC_FILES := \
     source/platform/UtlClock.cpp \
     source/platform/UtlCondition.cpp \
+    source/platform/UtlDirectory.cpp \
+    source/platform/UtlFileSystem.cpp \
     source/platform/UtlKernelThread.cpp \
     source/platform/UtlKernelTimer.cpp \
     source/platform/UtlMutex.cpp \
@@ -31,6 +33,18 @@ LOCAL_SRC_FILES := \
     source/bitstream/UtlBitStream.cpp \
     source/time/UtlTimepiece.cpp \
     source/time/UtlTimeCounter.cpp \
+    source/files/UtlFile.cpp \
+    source/files/UtlFileChildren.cpp \
+    source/files/UtlFileCopy.cpp \
+    source/files/UtlFileLog.cpp \
+    source/files/UtlFileModes.cpp \
+    source/files/UtlFilePath.cpp \
+    source/files/UtlFileSeekKey.cpp \
+    source/files/UtlFileText.cpp \
+    source/files/UtlFileTree.cpp \
+    source/files/UtlNormalPath.cpp \
+    source/files/UtlReadAhead.cpp \
+    source/memory/UtlMemory.cpp \
     source/threads/UtlThread.cpp \
     source/threads/UtlThreadManager.cpp \
     source/threads/UtlWatchPause.cpp \
@@ -49,6 +63,10 @@ LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
 LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include
 LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -fno-semantic-interposition -frtti -fvisibility=hidden \
     -fvisibility-inlines-hidden -Wall -Wextra
+ifeq ($(UTL_HEAP_ACCOUNTING),1)
+LOCAL_CPPFLAGS += -DUTL_HEAP_ACCOUNTING
+LOCAL_EXPORT_CPPFLAGS := -DUTL_HEAP_ACCOUNTING
+endif
 LOCAL_LDLIBS := -llog
 # The companion library that knows the device's time zone (class LocalTimeTzApp).
 LOCAL_SHARED_LIBRARIES := localtimetz

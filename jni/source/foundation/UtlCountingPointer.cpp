@@ -6,6 +6,7 @@
 
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlErrno.h"
+#include "platform/UtlFileSystem.h"
 
 namespace utl {
 
@@ -31,7 +32,7 @@ void DestructCloseFile::operator()(int descriptor) const {
         return;
     }
     platform::ErrnoGuard const guard;
-    fsync(descriptor);
+    platform::syncFile(descriptor);
     close(descriptor);
 }
 

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "UtlLog.h"
+#include "UtlMemory.h"
 #include "UtlThreadWatchdog.h"
 
 #include "foundation/UtlAwait.h"
@@ -281,6 +282,7 @@ bool ThreadManager::registerStarted(int id, ThreadEntry const& entry) {
 // Tells the others of a thread that was registered. No lock is held.
 void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs,
                              WatchdogTimerListener* listener, char const* name) {
+    Memory::get()->registerThreadName(id, name);
     if (watchdogMode == 1) {
         mWatchdog->entry(id, aliveTimeMs, listener, name);
     }

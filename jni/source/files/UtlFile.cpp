@@ -1,0 +1,330 @@
+#include "UtlFile.h"
+
+#include <errno.h>
+
+#include "UtlLog.h"
+
+#include "files/UtlDescriptor.h"
+#include "files/UtlFileCall.h"
+#include "files/UtlNormalPath.h"
+#include "files/UtlOpenedParent.h"
+#include "foundation/UtlLogLine.h"
+#include "platform/UtlErrno.h"
+#include "platform/UtlFileSystem.h"
+
+namespace utl {
+
+namespace {
+
+constexpr long FAILED = -1;
+
+constexpr unsigned OPEN_TO_ALL = 0777;
+constexpr unsigned READABLE_BY_ALL = 0555;
+
+constexpr unsigned long PROBE_STATEMENT = 1480;
+constexpr unsigned long PROBE_EXCLUSIVE_STATEMENT = 1489;
+constexpr unsigned long PROBE_SHARED_STATEMENT = 1495;
+constexpr unsigned long OPEN_STATEMENT = 1612;
+constexpr unsigned long LOCK_STATEMENT = 1650;
+constexpr unsigned long CLOSE_MODE_STATEMENT = 1713;
+constexpr unsigned long TRUNCATE_STATEMENT = 1902;
+
+long long seekDescriptor(int descriptor, long long offset, int origin) {
+    long long const position = platform::seekFile(descriptor, offset, origin);
+    if (position == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "lseek64 Failed. errno[%d]", errno);
+    }
+    return position;
+}
+
+long long sizeOf(int descriptor) {
+    platform::FileStatus status;
+    if (!platform::descriptorStatus(descriptor, &status)) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "fstat Failed. errno[%d]", errno);
+        return FAILED;
+    }
+    return status.st_size;
+}
+
+// Empties a file; there is nothing to empty in a FIFO or a device.
+bool empty(int descriptor) {
+    platform::FileStatus status;
+    return platform::descriptorStatus(descriptor, &status) &&
+           (!S_ISREG(status.st_mode) || platform::truncateFile(descriptor, 0) == 0);
+}
+
+// A descriptor on `path` with its lock; none after a failure, which is logged.
+int openLocked(char const* path, int flags, unsigned creationMode, int lock) {
+    Descriptor file(watched("open", OPEN_STATEMENT,
+                            [=] { return platform::openFile(path, flags, creationMode); }));
+    if (!file.isOpen()) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "open() Failed. errno[%d] Path:%s", errno, path);
+        return Descriptor::NO_DESCRIPTOR;
+    }
+    int const locked = watched("open", LOCK_STATEMENT,
+                               [&] { return platform::lockFile(file.get(), lock | LOCK_NB); });
+    if (locked != 0) {
+        applog(LIBRARY_LOG, LEVEL_DEBUG, "Other process is opening. errno[%d] Path:%s", errno,
+               path);
+        return Descriptor::NO_DESCRIPTOR;
+    }
+    return file.release();
+}
+
+// Does what a mode of open() asks for. Only the holder of the lock may: a refused open() must leave
+// the file of whoever holds it alone. A failure is logged.
+bool prepare(int descriptor, int mode, char const* path) {
+    if (mode == File::EMPTY && !empty(descriptor)) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "open() Failed. errno[%d] Path:%s", errno, path);
+        return false;
+    }
+    if (mode == File::APPEND && seekDescriptor(descriptor, 0, SEEK_END) == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_DEBUG, "seekFile in open Failed. errno[%d] Path:%s", errno, path);
+        return false;
+    }
+    return true;
+}
+
+bool makeParent(char const* path) {
+    char directory[PATH_SIZE];
+    return File::extractDirectoryPath(directory, sizeof directory, path) == 1 &&
+           File::makeDirectories(directory) == 1;
+}
+
+}  // namespace
+
+File::File(char const* path, int textType)
+    : mPath(withSlashes(path)), mTextType(textType), mOpenedForWrite(0) {}
+
+File::~File() {
+    char directory[PATH_SIZE];
+    if (extractDirectoryPath(directory, sizeof directory, mPath.c_str())) {
+        platform::ErrnoGuard const guard;
+        DestructCloseFile()(platform::openFile(directory, O_RDONLY | O_DIRECTORY, 0));
+    }
+}
+
+int File::open(int mode, int access) {
+    char const* const path = mPath.c_str();
+    if (isDirectory() || isOpened() || mode < AS_IT_IS || mode > EMPTY || access < READ ||
+        access > READ_WRITE) {
+        return 0;
+    }
+    if (access == READ) {
+        mOpenedForWrite = 0;
+        bool const isReadable = mode != EMPTY && exists();
+        return isReadable && hold(openLocked(path, O_RDONLY, READABLE_BY_ALL, LOCK_SH), mode);
+    }
+
+    mOpenedForWrite = 1;
+    if (!makeParent(path)) {
+        return 0;
+    }
+    OpenedParent const parent(path);
+    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | O_CREAT;
+    return hold(openLocked(path, flags, OPEN_TO_ALL, LOCK_EX), mode);
+}
+
+// Takes over what openLocked() returned.
+int File::hold(int descriptor, int mode) {
+    Descriptor file(descriptor);
+    return file.isOpen() && prepare(descriptor, mode, mPath.c_str()) && mHandle.set(file.release());
+}
+
+int File::close() {
+    if (!isOpened()) {
+        return 0;
+    }
+    if (mOpenedForWrite) {
+        // By the descriptor: the path may be another file's by now.
+        watched("close", CLOSE_MODE_STATEMENT,
+                [this] { return platform::changeMode(mHandle.get(), OPEN_TO_ALL); });
+    }
+    mHandle.release();
+    return 1;
+}
+
+int File::flush() {
+    return 1;
+}
+
+// Deliberate: descriptor 0 is no file either; the library never owns standard input.
+int File::isOpened() const {
+    return mHandle.get() != 0 && mHandle.get() != Descriptor::NO_DESCRIPTOR;
+}
+
+int File::setTextType(int type) {
+    if (type < SHIFT_JIS || type > UTF16_LOW_FIRST) {
+        return 0;
+    }
+    mTextType = type;
+    return 1;
+}
+
+long File::read(void* buffer, unsigned long length) {
+    if (!isOpened()) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "in read func file is not opened");
+        return FAILED;
+    }
+    if (buffer == nullptr || static_cast<long>(length) <= 0) {
+        return FAILED;
+    }
+
+    long long const end = sizeOf(mHandle.get());
+    if (end == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "in read func now size func error");
+        return FAILED;
+    }
+    long long const now = position();
+    if (now == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "in read func now seekFile func error");
+        return FAILED;
+    }
+    if (now >= end) {
+        return END_OF_FILE;
+    }
+    return checkRead(platform::readFile(mHandle.get(), buffer, length));
+}
+
+long File::readAt(long long position, void* buffer, unsigned long length) const {
+    return checkRead(platform::readFileAt(mHandle.get(), position, buffer, length));
+}
+
+// Logs a failure right after the call.
+long File::checkRead(long got) const {
+    if (got == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "ReadFile Failed. errno[%d]", errno);
+        applog(LIBRARY_LOG, LEVEL_ERROR, "in read func readFile Failed. Path:%s", mPath.c_str());
+    }
+    return got;
+}
+
+long File::write(void const* buffer, unsigned long length) {
+    if (!isOpened()) {
+        return FAILED;
+    }
+    OpenedParent const parent(mPath.c_str());
+    long written = FAILED;
+    if (buffer != nullptr && length != 0) {
+        written = platform::writeFile(mHandle.get(), buffer, length);
+        if (written == FAILED) {
+            applog(LIBRARY_LOG, LEVEL_ERROR, "WriteFile Failed. errno[%d]", errno);
+        }
+    }
+    if (written == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "writeFile Failed. Path:%s", mPath.c_str());
+    }
+    return written;
+}
+
+long long File::seek(long long offset, int origin) {
+    constexpr int ORIGINS[] = {SEEK_SET, SEEK_END, SEEK_CUR};
+    if (!isOpened() || origin < FROM_START || origin > FROM_CURRENT) {
+        return FAILED;
+    }
+    return seekDescriptor(mHandle.get(), offset, ORIGINS[origin]);
+}
+
+long long File::position() const {
+    return isOpened() ? seekDescriptor(mHandle.get(), 0, SEEK_CUR) : FAILED;
+}
+
+long long File::size() const {
+    return isOpened() ? openedSize() : size(mPath.c_str());
+}
+
+long long File::openedSize() const {
+    long long const size = sizeOf(mHandle.get());
+    if (size == FAILED) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "fileSize Failed. Path:%s", mPath.c_str());
+    }
+    return size;
+}
+
+long long File::availableSize() const {
+    long long const size = isOpened() ? openedSize() : FAILED;
+    long long const now = size != FAILED ? position() : FAILED;
+    if (now == FAILED) {
+        return FAILED;
+    }
+    return now < size ? size - now : 0;
+}
+
+int File::resize() {
+    long long const end = position();
+    if (end == FAILED) {
+        return 0;
+    }
+    int const result = watched("resize", TRUNCATE_STATEMENT,
+                               [=] { return platform::truncateFile(mHandle.get(), end); });
+    if (result != 0) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "ftruncate Failed. Path:%s", mPath.c_str());
+    }
+    return result == 0;
+}
+
+int File::resize(unsigned long long newSize) {
+    long long const end = static_cast<long long>(newSize);
+    long long const before = position();
+    if (before == FAILED || seek(end, FROM_START) == FAILED) {
+        return 0;
+    }
+    int const result = resize();
+    if (result == 1 && before >= end) {
+        return 1;
+    }
+    return seek(before, FROM_START) != FAILED ? result : 0;
+}
+
+int File::exists(char const* path) {
+    platform::FileStatus status;
+    return path != nullptr && platform::pathStatus(path, &status);
+}
+
+int File::isDirectory(char const* path) {
+    NormalPath const normal(path);
+    platform::FileStatus status;
+    return normal.isValid() && platform::pathStatus(normal.c_str(), &status) &&
+           S_ISDIR(status.st_mode);
+}
+
+int File::isOpened(char const* path, bool* sharedOnly) {
+    if (sharedOnly != nullptr) {
+        *sharedOnly = false;
+    }
+    BasicString<char> const normal = withSlashes(path);
+    if (!exists(normal.c_str()) || isDirectory(normal.c_str())) {
+        return 0;
+    }
+
+    // Without waiting for somebody at the other end of a FIFO or a device.
+    int const flags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
+    int const descriptor = watched("isOpened", PROBE_STATEMENT, [&] {
+        return platform::openFile(normal.c_str(), flags, READABLE_BY_ALL);
+    });
+    SmartHandle<DestructCloseFile> probe;
+    if (descriptor == Descriptor::NO_DESCRIPTOR || !probe.set(descriptor)) {
+        return 0;
+    }
+    if (watched("isOpened", PROBE_EXCLUSIVE_STATEMENT,
+                [=] { return platform::lockFile(descriptor, LOCK_EX | LOCK_NB); }) == 0) {
+        return 0;
+    }
+    bool const isShared = watched("isOpened", PROBE_SHARED_STATEMENT, [=] {
+                              return platform::lockFile(descriptor, LOCK_SH | LOCK_NB);
+                          }) == 0;
+    if (sharedOnly != nullptr) {
+        *sharedOnly = isShared;
+    }
+    return 1;
+}
+
+int File::exists() const {
+    return exists(mPath.c_str());
+}
+
+int File::isDirectory() const {
+    return isDirectory(mPath.c_str());
+}
+
+}  // namespace utl

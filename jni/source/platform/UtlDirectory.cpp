@@ -1,0 +1,39 @@
+#include "platform/UtlDirectory.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace utl {
+namespace platform {
+
+bool Directory::open(char const* path) {
+    mStream = opendir(path);
+    return mStream != nullptr;
+}
+
+bool Directory::next() {
+    errno = 0;
+    mEntry = readdir64(mStream);
+    mHasFailed = mEntry == nullptr && errno != 0;
+    return mEntry != nullptr;
+}
+
+bool Directory::isDirectory() const {
+    if (mEntry->d_type != DT_UNKNOWN) {
+        return mEntry->d_type == DT_DIR;
+    }
+    struct stat64 status;
+    return fstatat64(dirfd(mStream), mEntry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+}
+
+void Directory::close() {
+    if (mStream != nullptr) {
+        closedir(mStream);
+        mStream = nullptr;
+    }
+}
+
+}  // namespace platform
+}  // namespace utl

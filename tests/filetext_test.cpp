@@ -1,0 +1,263 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "UtlFile.h"
+
+#include "support/FencedBuffer.h"
+#include "support/LogCapture.h"
+#include "support/PlainLines.h"
+#include "support/TextFile.h"
+
+namespace {
+
+using namespace std::string_literals;
+using namespace utl;
+using test::TextFile;
+
+constexpr int SJIS = File::SHIFT_JIS;
+constexpr int UTF8 = File::UTF8;
+constexpr int HIGH_FIRST = File::UTF16_HIGH_FIRST;
+constexpr int LOW_FIRST = File::UTF16_LOW_FIRST;
+
+constexpr unsigned long LINE_ROOM = 5119;  // the most that readLine() takes
+
+// The result, the text, its size, and the position afterwards.
+using Outcome = std::tuple<long, std::string, unsigned long, long long>;
+
+// Reads `count` bytes, or with 0 a line.
+Outcome read(File& file, unsigned long count = 0) {
+    char text[LINE_ROOM] = "";
+    unsigned long size = 0;
+    long const result = count == 0 ? file.readLine(text, sizeof text, &size)
+                                   : file.readText(text, sizeof text, count, 0, &size);
+    return {result, result < 0 ? "" : text, size, file.position()};
+}
+
+struct Reading {
+    char const* name;
+    int textType;
+    std::string bytes;
+    unsigned long count;
+    std::vector<Outcome> outcomes;
+};
+
+class ReadTextTest : public ::testing::TestWithParam<Reading> {};
+
+TEST_P(ReadTextTest, GivesPieceByPiece) {
+    TextFile text(GetParam().bytes, GetParam().textType);
+    for (Outcome const& piece : GetParam().outcomes) {
+        EXPECT_EQ(piece, read(text.file, GetParam().count));
+    }
+    EXPECT_EQ(File::END_OF_FILE, std::get<0>(read(text.file, GetParam().count)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, ReadTextTest,
+    ::testing::Values(
+        Reading{"CrLfAndNoEnd", UTF8, "ab\r\ncd", 0, {{2, "ab", 3, 4}, {2, "cd", 3, 6}}},
+        Reading{"LoneCrs", UTF8, "a\rb\nc\r", 0, {{3, "a\rb", 4, 4}, {1, "c", 2, 6}}},
+        Reading{"ManyCrs", UTF8, "x\r\r\n\n", 0, {{1, "x", 2, 4}, {0, "", 1, 5}}},
+        Reading{
+            "CrsOverBlocks", UTF8, "x" + std::string(9999, '\r') + "\n", 0, {{1, "x", 2, 10001}}},
+        Reading{"MarkInFront", UTF8, "\uFEFFa\n", 0, {{4, "a", 2, 5}}},
+        Reading{"MarkBehindCr", UTF8, "\r\uFEFF\n", 0, {{4, "\r\uFEFF", 5, 5}}},
+        Reading{"Nul", UTF8, "a\0b\nc"s, 0, {{3, "a", 2, 4}, {1, "c", 2, 5}}},
+        Reading{"PairAndKana", SJIS, "\x82\xA0\xB1\n", 0, {{3, "\u3042\uFF71", 7, 4}}},
+        Reading{"LfBehindLead", SJIS, "\x82\nb\r\n", 0, {{3, "*b", 3, 5}}},
+        Reading{"CrBehindLead", SJIS, "\x82\r\n", 0, {{2, "*", 2, 3}}},
+        Reading{"NulBehindLead", SJIS, "\x82\0\n"s, 0, {{2, "*", 2, 3}}},
+        Reading{"LeadAtTheEnd", SJIS, "\n\x82", 0, {{0, "", 1, 1}, {1, "*", 2, 2}}},
+        Reading{
+            "HighFirst", HIGH_FIRST, "\xA\xD\0\r\0\nx"s, 0, {{2, "\u0A0D", 4, 6}, {1, "", 1, 7}}},
+        Reading{"LowFirst", LOW_FIRST, "\xFF\xFE\x42\x30\n\0"s, 0, {{4, "\u3042", 4, 6}}},
+        Reading{"HalfAnLf", LOW_FIRST, "a\0\r\0\n"s, 0, {{5, "a\r", 3, 5}}}),
+    [](auto const& reading) { return std::string(reading.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(
+    Spans, ReadTextTest,
+    ::testing::Values(
+        Reading{"CutPair", SJIS, "a\x82\xA0", 2, {{2, "a*", 3, 2}, {1, "\xA0", 2, 3}}},
+        Reading{"LineEnds", UTF8, "a\r\nb", 5119, {{4, "a\r\nb", 5, 4}}},
+        Reading{"Mark", UTF8, "\uFEFFab", 4, {{4, "a", 2, 4}, {1, "b", 2, 5}}},
+        Reading{"HighFirst", HIGH_FIRST, "\x30\x42\0a"s, 4, {{4, "\u3042a", 5, 4}}},
+        Reading{"OddCount", LOW_FIRST, "a\0b\0"s, 3, {{2, "a", 2, 2}, {2, "b", 2, 4}}},
+        Reading{"HalfAUnit", LOW_FIRST, "a", 2, {{1, "", 1, 1}}}),
+    [](auto const& reading) { return std::string(reading.param.name); });
+
+// Bytes that are line ends, leads, marks, zeroes or halves of units more often than not.
+std::string randomBytes(std::mt19937& random, unsigned long size) {
+    std::string const often = "\r\n\0\x82\xA0\xEF\xBB\xBF\xFE\xFF\xE3\xC3"s;
+    unsigned const variety = random() % 4;
+    std::string bytes(size, 'a');
+    for (char& byte : bytes) {
+        unsigned const pick = random() % 64;
+        byte = pick < 4 * variety ? often[random() % often.size()] : byte;
+        byte = pick > 60 ? static_cast<char>(random()) : byte;
+    }
+    return bytes;
+}
+
+class RandomTextTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(RandomTextTest, LinesAreThoseOfThePlainWalk) {
+    std::mt19937 random(20u + static_cast<unsigned>(GetParam()));
+    for (int round = 0; round < 40; ++round) {
+        std::string const bytes = randomBytes(random, random() % (round % 8 == 0 ? 12000 : 200));
+        TextFile plainText(bytes, GetParam());
+        TextFile text(bytes, GetParam());
+        for (long long begin = 0; begin < static_cast<long long>(bytes.size());) {
+            plain::Line const line = plain::nextLine(plainText.file, GetParam());
+            long long const end = plainText.file.position();
+            unsigned long size = 0;
+            unsigned long endSize = 0;
+            ASSERT_EQ(1, text.file.findNextLineSize(1, &size, &endSize));
+            ASSERT_EQ(std::tie(line.size, line.endSize), std::tie(size, endSize));
+            ASSERT_EQ(end, text.file.position());
+
+            plainText.file.seek(begin, File::FROM_START);
+            text.file.seek(begin, File::FROM_START);
+            Outcome const outcome = read(text.file);
+            if (line.size > 1) {
+                Outcome span = read(plainText.file, line.size);
+                long& result = std::get<0>(span);
+                result = result > 0 ? static_cast<long>(line.size) : result;  // half a unit too
+                std::get<3>(span) = result > 0 ? end : begin;  // malformed or too long
+                EXPECT_EQ(span, outcome);
+            }
+            begin = end;
+            plainText.file.seek(begin, File::FROM_START);
+            text.file.seek(begin, File::FROM_START);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Encodings, RandomTextTest,
+                         ::testing::Values(SJIS, UTF8, HIGH_FIRST, LOW_FIRST));
+
+TEST(ReadLineBoundsTest, ALineTooLongStaysButCanBePassedOver) {
+    TextFile text(std::string(5119, 'a') + "\n" + std::string(5120, 'b') + "\nc", UTF8);
+    BasicString<char> line;
+    EXPECT_EQ(5119, text.file.readLine(&line, nullptr));
+    EXPECT_EQ(std::string(5119, 'a'), line.c_str());
+    EXPECT_EQ(-1, text.file.readLine(&line, nullptr));
+    EXPECT_EQ(5120, text.file.position());
+    EXPECT_EQ(1, text.file.findNextLineSize(0, nullptr, nullptr));
+    EXPECT_EQ(1, text.file.readLine(&line, nullptr));
+}
+
+TEST(ReadTextRoomTest, WithoutItTheTextStays) {
+    TextFile text("\x82\xA0\xB1\n", SJIS);
+    test::FencedBuffer dst(9, "??");
+    unsigned long size = 0;
+    EXPECT_EQ(3, text.file.readLine(nullptr, 0, &size));
+    EXPECT_EQ(3, text.file.readText(nullptr, 0, 3, 9, &size));
+    EXPECT_EQ(7u, size);
+    EXPECT_EQ(-1, text.file.readLine(dst.data(), 6, &size));
+    EXPECT_EQ(-1, text.file.readLine(dst.data(), 5120, &size));
+    EXPECT_EQ(-1, text.file.readLine(nullptr, 7, &size));
+    EXPECT_EQ(-1, text.file.readText(dst.data(), 8, 3, 2, &size));
+    EXPECT_EQ(-1, text.file.readText(dst.data(), 9, 3, NONE, &size));
+    EXPECT_EQ(3, text.file.readText(dst.data(), 9, 3, 2, &size));
+    EXPECT_STREQ("??\u3042\uFF71", dst.data());
+    EXPECT_TRUE(dst.fencesIntact());
+}
+
+TEST(ReadTextFailureTest, LeavesThePosition) {
+    TextFile text("a\xE3\x81z", UTF8);
+    EXPECT_EQ(Outcome(-1, "", 0, 0), read(text.file));  // malformed
+    EXPECT_EQ(Outcome(-1, "", 0, 0), read(text.file, 4));
+    EXPECT_EQ(Outcome(-1, "", 0, 0), read(text.file, 5120));
+    EXPECT_EQ(-1, text.file.readText(nullptr, 0, 0, 0, nullptr));
+    TextFile unknown("a\n", 4);
+    EXPECT_EQ(Outcome(-1, "", 0, 0), read(unknown.file));
+    EXPECT_EQ(Outcome(-1, "", 0, 0), read(unknown.file, 1));
+}
+
+TEST(ReadTextFailureTest, IsLogged) {
+    test::LogCapture log;
+    TextFile text("a", LOW_FIRST, File::WRITE);
+    EXPECT_EQ(-1, text.file.findNextLineSize(1, nullptr, nullptr));
+    EXPECT_EQ(1u, log.count("in read func readFile Failed. Path:" + text.path));
+    EXPECT_EQ(1u, log.count("in findNextLineSize func file read error 2byte"));
+
+    text.file.close();
+    EXPECT_EQ(-1, text.file.findNextLineSize(1, nullptr, nullptr));
+    EXPECT_EQ(1u, log.count("in findNextLineSize func file is not opened"));
+    EXPECT_EQ(-1, text.file.readLine(nullptr, 0, nullptr));
+    EXPECT_EQ(-1, text.file.nextEOLSize());
+    EXPECT_EQ(-1, text.file.writeLine("a"));
+}
+
+TEST(ReadIntoStringTest, KeepsWhatIsBeforeTheOffset) {
+    TextFile text("one\ntwo", UTF8);
+    BasicString<char> string("12345", 0, BasicString<char>::FIXED);
+    EXPECT_EQ(-1, text.file.readText(&string, 3, 6, nullptr));
+    EXPECT_EQ(3, text.file.readText(&string, 3, 4, nullptr));
+    EXPECT_STREQ("1234one", string.c_str());
+    EXPECT_EQ(0, text.file.readLine(&string, nullptr));
+    EXPECT_STREQ("", string.c_str());
+    EXPECT_EQ(3, text.file.readLine(&string, nullptr));
+    EXPECT_STREQ("two", string.c_str());
+}
+
+TEST(NextEolSizeTest, LooksAtBytesAndStays) {
+    TextFile text("\r\n\rx\n\r", HIGH_FIRST);
+    long const sizes[] = {2, 1, 1, -1, 1, 1, 0};
+    for (long position = 0; position < 7; ++position) {
+        text.file.seek(position, File::FROM_START);
+        EXPECT_EQ(sizes[position], text.file.nextEOLSize()) << position;
+        EXPECT_EQ(position, text.file.position());
+    }
+}
+
+struct Write {
+    char const* name;
+    int textType;
+    std::string text;
+    unsigned long maxBytes;
+    unsigned long offset;
+    long result;
+    std::string stored;
+};
+
+class WriteTextTest : public ::testing::TestWithParam<Write> {};
+
+TEST_P(WriteTextTest, StoresTheBytes) {
+    Write const& write = GetParam();
+    TextFile text("", write.textType, File::WRITE);
+    EXPECT_EQ(write.result, text.file.writeText(write.text.c_str(), write.maxBytes, write.offset));
+    EXPECT_EQ(write.stored, text.bytes());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, WriteTextTest,
+    ::testing::Values(Write{"Sjis", SJIS, "ab", 9, 0, -1, ""},
+                      Write{"Utf8", UTF8, "abc", 9, 1, 2, "bc"},
+                      Write{"CutInACharacter", UTF8, "a\u3042", 2, 0, 2, "a\xE3"},
+                      Write{"Nothing", UTF8, "", 9, 0, 0, ""},
+                      Write{"FromBehindTheEnd", UTF8, "abc", 9, 4, -1, ""},
+                      Write{"TooManyBytes", UTF8, "abc", 5120, 0, -1, ""},
+                      Write{"HighFirst", HIGH_FIRST, "xy\u3042", 9, 1, 4, "\0y\x30\x42"s},
+                      Write{"LowFirst", LOW_FIRST, "xy", 3, 0, 3, "x\0y"s},
+                      Write{"OneCharacter", LOW_FIRST, "x", 9, 0, 0, ""},
+                      Write{"LastCharacter", LOW_FIRST, "xy", 9, 1, -1, ""},
+                      Write{"NothingAtAll", LOW_FIRST, "", 9, 0, -1, ""},
+                      Write{"FromInsideACharacter", LOW_FIRST, "\u3042xy", 9, 1, -1, ""}),
+    [](auto const& write) { return std::string(write.param.name); });
+
+TEST(WriteLineTest, EndsALineInUtf8Only) {
+    TextFile text("", UTF8, File::WRITE);
+    EXPECT_EQ(2, text.file.writeLine("x"));
+    EXPECT_EQ(1, text.file.writeLine(""));
+    EXPECT_EQ(-1, text.file.writeLine(nullptr));
+    text.file.setTextType(LOW_FIRST);
+    EXPECT_EQ(4, text.file.writeLine("xy"));
+    EXPECT_EQ(0, text.file.writeLine("x"));
+    EXPECT_EQ("x\n\nx\0y\0"s, text.bytes());
+}
+
+}  // namespace

@@ -1,0 +1,268 @@
+// Heap accounting. Two programs are made of this file: one with the library as it is by default,
+// and one with the accounting switched on.
+
+#include "UtlMemory.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "UtlThreadManager.h"
+
+#include "support/LogCapture.h"
+#include "support/Process.h"
+
+namespace utl {
+namespace {
+
+// A fresh accounting, in a directory of its own. Descriptor 0 is a file there.
+class MemoryTest : public ::testing::Test {
+protected:
+    MemoryTest() {
+        char name[] = "/tmp/utl_memory_XXXXXX";
+        directory = mkdtemp(name);
+        int const file = open((directory / "stdin").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        dup2(file, STDIN_FILENO);
+        close(file);
+        id.insert(0, 10 - id.size(), ' ');
+    }
+
+    ~MemoryTest() override {
+        Memory::destroy();
+        dup2(mStdin, STDIN_FILENO);
+        close(mStdin);
+        std::filesystem::remove_all(directory);
+    }
+
+    static void allocate(std::uintptr_t address, unsigned long bytes, unsigned long fileId = NONE,
+                         int line = 12) {
+        Memory::get()->updateManagement(0, reinterpret_cast<void*>(address), bytes, fileId, line);
+    }
+
+    static void release(std::uintptr_t address) {
+        Memory::get()->updateManagement(1, reinterpret_cast<void*>(address), 0, NONE, 12);
+    }
+
+    std::string written(char const* name) const {
+        std::ifstream file(directory / name);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::string logged() const {
+        std::string text;
+        for (test::LogLine const& line : mLog.all()) {
+            text += line.priority == 4 && line.tag == "UtlMemory" ? line.text : "";
+        }
+        return text;
+    }
+
+    std::string dumped(bool (Memory::*print)(int, char const*)) const {
+        EXPECT_TRUE((Memory::get()->*print)(0, (directory / "dump").c_str()));
+        return written("dump");
+    }
+
+    // A warning goes to the log and to descriptor 0.
+    void expectWarning(std::string const& text) const {
+        EXPECT_EQ(text, logged());
+        EXPECT_EQ(text, written("stdin"));
+    }
+
+    // The id of the calling thread as every output shows it, in 10 columns.
+    std::string id = std::to_string(ThreadManager::getCallerId());
+    std::filesystem::path directory;
+
+private:
+    int const mStdin = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    test::LogCapture mLog;
+};
+
+TEST_F(MemoryTest, WarnsOfAReleaseOfWhatWasNotAllocated) {
+    release(0x3000);
+    release(0);
+    std::string const rule = std::string(67, '!') + "\n";
+    expectWarning(rule + "!!!! DetailHeapInfo release address is not in under management\n" +
+                  "Address:0x00003000, ThreadId:" + id + ", Line:      12, File:, \n" + rule);
+}
+
+TEST_F(MemoryTest, WarnsWhenTheTableIsFullUntilARelease) {
+    std::uintptr_t const capacity = Memory::enabledHeapManagement() ? 65536 : 1;
+    for (std::uintptr_t i = 1; i <= capacity; ++i) {
+        allocate(0x1000 * i, 1);
+    }
+    allocate(0x8, 5, 0, -1);
+    release(0x1000);
+    allocate(0x8, 5);
+    expectWarning("!!!! DetailHeapInfo management over on allocation\nMaxCount:" +
+                  std::to_string(capacity) + ", Address:0x00000008, UseBytes:         5, " +
+                  "ThreadId:" + id + ", Line:      -1, File:, \n");
+}
+
+TEST_F(MemoryTest, DropsAMessageOf1024Bytes) {
+    Memory::get()->printMessage(0, STDIN_FILENO, "%s", std::string(1024, 'x').c_str());
+    Memory::get()->printMessage(0, STDIN_FILENO, "%s", std::string(1023, 'y').c_str());
+    EXPECT_EQ(std::string(1023, 'y'), written("stdin"));
+    EXPECT_EQ("", logged());
+}
+
+TEST_F(MemoryTest, KnowsTheThreadsOfTheManager) {
+    ThreadManager::get();  // registers a thread of its own
+    Memory::get()->initializeManagementTable();
+    EXPECT_NE(0, ThreadManager::get()->entryCaller(0, 0, nullptr, "caller"));
+    EXPECT_STREQ("caller", Memory::get()->getThreadName(ThreadManager::getCallerId()));
+    ThreadManager::destroy();
+}
+
+#ifndef UTL_HEAP_ACCOUNTING
+
+TEST_F(MemoryTest, AnswersNothingWhileSwitchedOff) {
+    Memory::ProcessHeapInfo info = {7, 7, 7, 7};
+    allocate(0x1000, 10);
+    EXPECT_EQ(NONE, Memory::get()->getFileId("a.cpp"));
+    EXPECT_TRUE(Memory::get()->getUsedHeapOfProcess(&info));
+    EXPECT_EQ(7u, info.UseBytes);
+    for (auto const print :
+         {&Memory::printUsedHeap, &Memory::printUsedHeapDetail, &Memory::printMarkedHeapDetail}) {
+        EXPECT_TRUE((Memory::get()->*print)(1, (directory / "dump").c_str()));
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "dump"));
+    EXPECT_EQ("", logged());
+    Memory::get()->resetUsedHeap();  // does nothing: the table is still full
+    allocate(0x1000, 10);
+    EXPECT_NE("", logged());
+}
+
+#else
+
+constexpr char COLUMNS[] =
+    "\n       No.,       Serial,    Address,   UseBytes,   ThreadId, "
+    "ThreadName                        ,     Line, File, \n";
+
+TEST_F(MemoryTest, FiguresFollowAllocationsAndReleases) {
+    allocate(0x3000, 100);
+    allocate(0x1000, 50);
+    release(0x3000);
+    release(0x800);  // never allocated
+    allocate(0x2000, 20);
+    EXPECT_EQ(
+        "---- ProcessHeap ----\n     UseBytes,      UseCount,      MaxBytes,      MaxCount, "
+        "\n           70,             2,           150,             2, \n",
+        dumped(&Memory::printUsedHeap));
+}
+
+TEST_F(MemoryTest, DetailsAreInTheOrderOfTheAddresses) {
+    Memory* const memory = Memory::get();
+    memory->registerThreadName(ThreadManager::getCallerId(), "tester");
+    allocate(0x3000, 1, memory->getFileId("src/b.cpp"), 7);
+    allocate(0x2000, 2);
+    allocate(static_cast<std::uintptr_t>(0x7123456789AB), 3);  // cut on 32 bits
+    allocate(0x3000, 4, memory->getFileId("src/c.cpp"), -1);
+    release(0x2000);
+
+    std::string const thread = ", " + id + ", tester                            , ";
+    std::string const address = sizeof(void*) == 8 ? "0x7123456789ab" : "0x456789ab";
+    EXPECT_EQ(std::string("---- ProcessDetailHeap ----") + COLUMNS +
+                  "         1,            4, 0x00003000,          4" + thread +
+                  "4294967295, src/c.cpp, \n" + "         2,            1, 0x00003000,          1" +
+                  thread + "       7, src/b.cpp, \n         3,            3, " + address +
+                  ",          3" + thread + "      12, , \n",
+              dumped(&Memory::printUsedHeapDetail));
+}
+
+TEST_F(MemoryTest, TheMarkedDumpShowsWhatCameAfterTheMark) {
+    std::string const head = std::string("---- ProcessDetailHeap (Marked) ----") + COLUMNS;
+    EXPECT_FALSE(Memory::get()->printMarkedHeapDetail(1, (directory / "dump").c_str()));
+    EXPECT_FALSE(std::filesystem::exists(directory / "dump"));
+    allocate(0x1000, 1);
+    allocate(0x2000, 2);
+    Memory::get()->mark();
+    allocate(0x1800, 3);
+    std::string const dump = dumped(&Memory::printMarkedHeapDetail);
+    EXPECT_EQ(0u, dump.find(head + "         1,            3, 0x00001800, "));
+    EXPECT_EQ(std::string::npos, dump.find("0x00002000"));
+
+    Memory::get()->resetUsedHeap();
+    allocate(0x1000, 1);  // the mark is still there, but serials have begun anew
+    EXPECT_EQ(head, dumped(&Memory::printMarkedHeapDetail));
+    Memory::destroy();
+    EXPECT_FALSE(Memory::get()->printMarkedHeapDetail(1, nullptr));
+}
+
+TEST_F(MemoryTest, FileNamesAreNumberedUntilTheTableIsFull) {
+    Memory* const memory = Memory::get();
+    EXPECT_EQ(NONE, memory->getFileId(nullptr));
+    EXPECT_EQ(0u, memory->getFileId((std::string(258, 'a') + "\xC3\xA9").c_str()));
+    EXPECT_EQ(std::string(258, 'a'), memory->getFileName(0));  // no half character
+    for (unsigned long i = 1; i < 1024; ++i) {
+        EXPECT_EQ(i, memory->getFileId(std::to_string(i).c_str()));
+    }
+    EXPECT_EQ(NONE, memory->getFileId("one more"));
+    EXPECT_EQ(77u, memory->getFileId("77"));
+    memory->resetUsedHeap();
+    EXPECT_STREQ("", memory->getFileName(77));
+}
+
+TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
+    Memory* const memory = Memory::get();
+    memory->registerThreadName(5, "");
+    memory->registerThreadName(0, "nobody");
+    for (int i = 0; i < 300; ++i) {  // takes one place: it is the first
+        memory->registerThreadName(1, std::string(130, 'n').c_str());
+    }
+    for (int i = 2; i < 256; ++i) {
+        memory->registerThreadName(i, "other");
+    }
+    memory->registerThreadName(2, "reused");
+    memory->registerThreadName(3, "no room");
+    EXPECT_EQ(std::string(127, 'n'), memory->getThreadName(1));
+    EXPECT_STREQ("reused", memory->getThreadName(2));
+    EXPECT_STREQ("other", memory->getThreadName(3));
+    EXPECT_STREQ("", memory->getThreadName(0));
+}
+
+TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {
+    unsigned const descriptors = test::openDescriptors();
+    chmod(directory.c_str(), 0750);
+    std::ofstream(directory / "old") << std::string(1000, '#');
+    for (char const* name : {"a/b/new", "old", "old/in a file", "a/b"}) {
+        EXPECT_TRUE(Memory::get()->printUsedHeap(1, (directory / name).c_str()));
+    }
+    EXPECT_EQ(std::filesystem::perms(0750), std::filesystem::status(directory).permissions());
+    EXPECT_EQ(descriptors, test::openDescriptors());
+    EXPECT_EQ(written("old"), written("a/b/new"));
+    EXPECT_EQ(4 * written("old").size(), logged().size());
+}
+
+TEST_F(MemoryTest, ThreadsReportWhileAnotherPrints) {
+    std::vector<std::thread> threads;
+    for (std::uintptr_t base = 1; base <= 4; ++base) {
+        threads.emplace_back([base] {
+            for (unsigned long i = 1; i <= 500; ++i) {
+                allocate(0x100000 * base + i, i, Memory::get()->getFileId("shared.cpp"));
+                if (i % 2 == 0) {
+                    release(0x100000 * base + i);
+                }
+            }
+        });
+    }
+    dumped(&Memory::printUsedHeapDetail);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_NE(std::string::npos,
+              dumped(&Memory::printUsedHeap).find("\n       250000,          1000, "));
+    EXPECT_EQ("", logged());
+}
+
+#endif  // UTL_HEAP_ACCOUNTING
+
+}  // namespace
+}  // namespace utl
