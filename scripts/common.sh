@@ -30,7 +30,7 @@ need_packages() {
 
 # The packages that a preset builds with.
 packages_of() {
-    echo cmake ninja-build g++ googletest python3-minimal
+    echo cmake ninja-build g++ googletest python3
     case $1 in
         release) echo libbenchmark-dev ;;
         i386) echo g++-12-multilib ;;

@@ -7,18 +7,41 @@
 
 #include "UtlLog.h"
 #include "UtlMsg.h"
+#include "UtlString.h"
 
 constexpr int INTAKE_LOG = 1;  // the log type that main() registers
 enum Level { LEVEL_ERROR = 1, LEVEL_DETAIL = 3 };
 
-constexpr long LINE = 0x8001;      // one line of text
-constexpr long FILE_END = 0x8002;  // all lines of a file have been sent
-constexpr long ALL_END = 0x8003;   // there will be no more
-constexpr long TOTALS = 0x8004;    // synchronous: asks for the totals
+constexpr long FILE_BEGIN = 0x8001;
+constexpr long LINE = 0x8002;
+constexpr long FILE_END = 0x8003;
+constexpr long ALL_END = 0x8004;  // there will be no more
+constexpr long TOTALS = 0x8005;   // synchronous: asks for the totals
 
 constexpr unsigned QUEUE_LENGTH = 128;
 constexpr unsigned long MAX_TEXT = 4096;  // bytes of a line, with its terminator
 constexpr unsigned long MAX_MSG_SIZE = MAX_TEXT + 12;
+
+// A file begins, or has ended.
+struct FileMsg : utl::Msg {
+    explicit FileMsg(long id, char const* filePath = "") : Msg(id) {
+        utl::copyStr(path, sizeof path, filePath, utl::ALL, utl::TRUNCATE);
+    }
+    void storeDataTo(utl::MsgDataBroker* broker) const override {
+        broker->set(path);
+        broker->set(lines);
+        broker->set(isWhole);
+    }
+    void restoreDataFrom(utl::MsgDataBroker& broker) override {
+        broker.get(path, sizeof path);
+        broker.get(&lines);
+        broker.get(&isWhole);
+    }
+
+    char path[260] = "";
+    std::uint32_t lines = 0;    // at the end: how many were sent
+    std::uint32_t isWhole = 1;  // at the end: 0 when something could not be read
+};
 
 struct LineMsg : utl::Msg {
     LineMsg() : Msg(LINE) {}
@@ -42,7 +65,8 @@ struct LineMsg : utl::Msg {
 
 struct Totals {
     std::uint32_t files = 0, lines = 0, words = 0, characters = 0;
-    std::uint32_t outOfOrder = 0;  // lines that were not the next to be expected
+    std::uint32_t faults =
+        0;  // lines out of order, and files whose output is not what it should be
 };
 
 // Messages are flattened, so the answer to a synchronous one goes to an address that it carries:

@@ -1,58 +1,117 @@
-// Reads text files and sends their lines to the worker.
+// Reads the files of the inbox and sends their lines to the worker.
 
 #ifndef TEXTINTAKE_READER_H
 #define TEXTINTAKE_READER_H
 
-#include <fstream>
 #include <string>
-#include <vector>
 
 #include "Channel.h"
+#include "Inbox.h"
+#include "UtlFile.h"
 #include "UtlString.h"
+
+// The encoding of a text file: by its extension, or else by its byte order mark, or else UTF-8.
+class Encoding {
+public:
+    static int ofExtension(utl::File const& file) {
+        utl::BasicString<char> extension;
+        file.getExtension(&extension);
+        for (auto const& known : BY_EXTENSION) {
+            if (utl::compareStrNoCase(extension.c_str(), known.extension, utl::ALL) == 0) {
+                return known.type;
+            }
+        }
+        return utl::File::UTF8;
+    }
+
+    static int ofMark(utl::File& file, int otherwise) {
+        unsigned char mark[2] = {};
+        file.read(mark, sizeof mark);
+        file.seek(0, utl::File::FROM_START);
+        unsigned const unit = mark[0] * 256u + mark[1];
+        return unit == 0xFEFF   ? utl::File::UTF16_HIGH_FIRST
+               : unit == 0xFFFE ? utl::File::UTF16_LOW_FIRST
+                                : otherwise;
+    }
+
+private:
+    struct Known {
+        char const* extension;
+        int type;
+    };
+    static constexpr Known BY_EXTENSION[] = {{"sjis", utl::File::SHIFT_JIS},
+                                             {"utf16be", utl::File::UTF16_HIGH_FIRST},
+                                             {"utf16le", utl::File::UTF16_LOW_FIRST}};
+};
 
 class Reader : public utl::Command {
 public:
-    Reader(std::vector<std::string> const& paths, Channel& toWorker)
-        : mPaths(paths), mToWorker(toWorker) {}
+    Reader(Inbox& inbox, Channel& toWorker) : mInbox(inbox), mToWorker(toWorker) {}
 
     utl::Thread& thread() { return mThread; }
 
     // How many lines were sent. Good once the thread has finished.
     std::uint32_t sentLines() const { return mLine.number; }
 
-    // The number of files that could not be read or sent.
+    // The number of files that could not be read.
     int execute() override {
-        mThread.startWatchdog();
         int failures = 0;
-        for (std::string const& path : mPaths) {
-            failures += sendFile(path) ? 0 : 1;
+        for (std::string path; mInbox.take(&path);) {
+            mThread.startWatchdog();
+            failures += takeFile(path) ? 0 : 1;
+            mThread.stopWatchdog();  // the next one may be long in coming
         }
         mToWorker.send(utl::SimpleMsg(ALL_END), mThread);
-        mThread.stopWatchdog();
         return failures;
     }
 
 private:
-    bool sendFile(std::string const& path) {
-        std::ifstream file(path);
-        if (!file) {
-            applog(INTAKE_LOG, LEVEL_ERROR, "cannot read %s", path.c_str());
-            return false;
-        }
-        for (std::string text; std::getline(file, text);) {
-            mThread.keepAliveWatchdog(utl::StatementInfo("Reader", "sendFile", __LINE__, 0));
-            mLine.text[0] = '\0';  // what is not UTF-8 is counted, but empty
-            utl::copyStr(mLine.text, MAX_TEXT, text.c_str(), utl::ALL, utl::TRUNCATE);
-            if (!mToWorker.send(mLine, mThread)) {
-                return false;
+    bool takeFile(std::string const& path) {
+        FileMsg end(FILE_END, path.c_str());
+        {
+            utl::File file(path.c_str(), utl::File::UTF8);
+            if (!open(file)) {
+                return !mInbox.isRefused(path);
             }
-            ++mLine.number;
+            file.setTextType(Encoding::ofMark(file, Encoding::ofExtension(file)));
+            mToWorker.send(FileMsg(FILE_BEGIN, path.c_str()), mThread);
+            sendLines(file, &end);
         }
-        applog(INTAKE_LOG, LEVEL_DETAIL, "read %s", path.c_str());
-        return mToWorker.send(utl::SimpleMsg(FILE_END), mThread);
+        mToWorker.send(end, mThread);  // the file is closed: the collector may move it away
+        return end.isWhole != 0;
     }
 
-    std::vector<std::string> const mPaths;
+    // Which locks out writers, and fails while one is at it: then the file comes at a later look.
+    // So does one that has gone. Twice, for a writer that has just finished.
+    bool open(utl::File& file) {
+        char const* const path = file.getPath();
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            if (file.open(utl::File::AS_IT_IS, utl::File::READ)) {
+                return true;
+            }
+            if (utl::File::isOpened(path, nullptr) || !utl::File::exists(path)) {
+                mInbox.forget(path);
+                return false;
+            }
+        }
+        applog(INTAKE_LOG, LEVEL_ERROR, "cannot read %s", path);
+        mInbox.refuse(path);
+        return false;
+    }
+
+    void sendLines(utl::File& file, FileMsg* end) {
+        unsigned long size;
+        long read;
+        while ((read = file.readLine(mLine.text, MAX_TEXT, &size)) >= 0) {
+            mThread.keepAliveWatchdog(utl::StatementInfo("Reader", "sendLines", __LINE__, 0));
+            mToWorker.send(mLine, mThread);
+            ++mLine.number;
+            ++end->lines;
+        }
+        end->isWhole = read == utl::File::END_OF_FILE ? 1 : 0;
+    }
+
+    Inbox& mInbox;
     Channel& mToWorker;
     LineMsg mLine;
     utl::Thread mThread{"reader", this};

@@ -3,34 +3,8 @@
 #ifndef TEXTINTAKE_WORKER_H
 #define TEXTINTAKE_WORKER_H
 
-#include <vector>
-
 #include "Channel.h"
-#include "UtlCharTable.h"
-#include "UtlString.h"
-
-// Brings text into one form: kana in full width, ASCII in half width, letters in lower case.
-class Normalizer {
-public:
-    // The library's table of widths holds kana and ASCII; here each goes its own way.
-    Normalizer() {
-        for (auto const* row = utl::HANKAKU_ZENKAKU_PAIR; row->first.narrow != nullptr; ++row) {
-            (utl::t_strlen(row->first.narrow) == 1 ? mAscii : mKana).push_back(*row);
-        }
-        mKana.push_back({});
-        mAscii.push_back({});
-    }
-
-    // In place, in a buffer of `size` bytes. What grows beyond it is cut.
-    void normalize(char* text, unsigned long size) const {
-        utl::convertAttrib(text, size, text, mKana.data(), 0, utl::TRUNCATE);
-        utl::convertAttrib(text, size, text, mAscii.data(), 1, utl::TRUNCATE);
-        utl::convertAttrib(text, size, text, utl::LOWER_UPPER_PAIR, 1, utl::TRUNCATE);
-    }
-
-private:
-    std::vector<utl::PairAttrib> mKana, mAscii;
-};
+#include "Text.h"
 
 class Worker : public utl::ThreadMsgListener {
 public:
@@ -49,6 +23,10 @@ public:
             mLine.restoreFrom(msg);
             workOnLine();
             mToCollector.send(mLine, mThread);
+        } else if (msgId == FILE_BEGIN || msgId == FILE_END) {
+            FileMsg file(msgId);
+            file.restoreFrom(msg);
+            mToCollector.send(file, mThread);
         } else {
             mToCollector.send(utl::SimpleMsg(msgId), mThread);
         }
@@ -63,14 +41,8 @@ private:
             utl::Thread::sleep(2 * ALIVE_TIME_MS);
         }
         mNormalizer.normalize(mLine.text, sizeof mLine.text);
-        mLine.words = 0;
-        for (unsigned long at = 0; utl::findToken(mLine.text, " \t", at, &at) != utl::NONE;) {
-            ++mLine.words;
-        }
-        mLine.characters = 0;
-        for (unsigned long at = 0; mLine.text[at] != '\0'; at += utl::t_charlen(mLine.text + at)) {
-            ++mLine.characters;  // normalising leaves nothing malformed behind
-        }
+        mLine.words = countWords(mLine.text);
+        mLine.characters = countCharacters(mLine.text);
     }
 
     Channel& mToCollector;
