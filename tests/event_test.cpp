@@ -69,7 +69,9 @@ TEST(SyncObjectTest, HolderOwesOneUnlockForEachLock) {
     EXPECT_EQ(0, object.unlock());
     EXPECT_FALSE(std::async(std::launch::async, [&] { return object.tryLock(); }).get());
     EXPECT_EQ(0, object.unlock());
+#ifndef __SANITIZE_THREAD__  // which reports what is refused here
     EXPECT_EQ(EPERM, object.unlock());
+#endif
 }
 
 TEST(EventTest, OffCanBeWaitedForInOneModeOnly) {

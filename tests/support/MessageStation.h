@@ -63,8 +63,7 @@ public:
         on(HOLD, [this] { hold(); });
     }
 
-    // A test that has failed half way must not wait for its own hold.
-    ~Station() override { released.open(); }
+    ~Station() override { end(); }
 
     utl::MsgDrivenThread* operator->() { return &thread; }
 
@@ -114,6 +113,14 @@ public:
     Gate entered;
     Gate released;
 
+protected:
+    // For every destructor: a half-destroyed listener is called no more. A test that has failed
+    // half way must not wait for its own hold.
+    void end() {
+        released.open();
+        thread.stop(1, 0);
+    }
+
 private:
     int receiveMsg(int, utl::ThreadRawMsg& raw) override {
         NumberMsg msg(0);
@@ -143,12 +150,16 @@ public:
 
 struct RunningStation : Station {
     using Station::Station;
+    ~RunningStation() override { end(); }
+
     int const started = start();
 };
 
 // Its thread is in the handler of the message HOLD until `released` is opened.
 struct HeldStation : RunningStation {
     using RunningStation::RunningStation;
+    ~HeldStation() override { end(); }
+
     bool const isHeld = thread.postMsg(HOLD) && entered.wait();
 };
 
