@@ -50,6 +50,8 @@ public:
 
     // As destroy(). A derived class that overrides onTime() calls destroy() in its own destructor.
     ~SharedTimer() override;
+    SharedTimer(SharedTimer const&) = delete;
+    SharedTimer& operator=(SharedTimer const&) = delete;
 
     // Makes a stopped timer that expires every `intervalMs` milliseconds (with 0 never),
     // `repeatCount` times or, with 0, without end. With `freeRunning` 0 the next interval begins
@@ -117,8 +119,10 @@ private:
 
     bool startByListener(int timerId);
     bool stopByListener(int timerId);
+    bool eraseByListener(int timerId);
     bool startByLoop(int timerId, int noWait);
     bool stopByLoop(int timerId, int noWait);
+    bool eraseByLoop(int timerId, int noWait);
     bool askLoop(std::int32_t msgId, int timerId, int noWait);
     template <typename Operation>
     void forEachTimer(Operation operation) const;
@@ -129,6 +133,7 @@ private:
     void leaveLoop();
 
     // All of these with the data lock held.
+    bool outlasts(std::int32_t opposite, std::int32_t msgId, int timerId);
     bool postTimerCtlMsg(std::int32_t msgId, int timerId);
     bool isQueued(std::int32_t msgId, int timerId);
     int executeCtl(TimerCtlMsg const& ctl);
@@ -158,8 +163,10 @@ private:
     TimerCtlMsg mRequest;
     bool mIsRequestServed = false;
 
-    int mDelivering = -1;  // the timer whose listener is being called, unless that has stopped it
-    Event mHasEnteredLoop;
+    int mDelivering = -1;          // the timer whose listener is being called
+    bool mIsDeliveryOver = false;  // that listener has stopped it
+
+    Event mHasEnteredLoop;  // from here on nothing is guarded: made once
 
     // The kernel's timers go first: their signals find the pipe.
     std::unique_ptr<LoopPipe> mPipe;

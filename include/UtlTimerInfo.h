@@ -25,6 +25,7 @@ struct UTL_API TimerInfo {
     TimerInfo(TimerListener* listener, unsigned long intervalMs, unsigned int repeatCount,
               int freeRunning);
 
+    // Of its 32 bits; one that needs more is as good as the longest: the kernel refuses both.
     static std::int32_t toInterval(unsigned long intervalMs);
 
     TimerListener* listener = nullptr;  // the shared timer's; a message-driven thread has none

@@ -44,6 +44,8 @@ constexpr char WARNING_RULE[] =
 
 // All that follows is static and never destroyed: the accounting must not allocate, and a thread
 // may be registered or report a release while another one ends it or the process exits.
+platform::StaticLock
+    dumpLock;  // the outer one: one dump at a time opens, writes and closes its file
 platform::StaticLock tableLock;
 alignas(Memory) unsigned char place[sizeof(Memory)];
 
@@ -297,6 +299,7 @@ bool Memory::printUsedHeap(int toLog, char const* path) {
     if (!IS_ENABLED) {
         return true;
     }
+    platform::StaticGuard const dumpGuard(dumpLock);
     Descriptor const file(openDump(path));
     platform::StaticGuard const guard(tableLock);
     printMessage(toLog, file.get(),
@@ -311,6 +314,7 @@ bool Memory::printUsedHeapDetail(int toLog, char const* path) {
     if (!IS_ENABLED) {
         return true;
     }
+    platform::StaticGuard const dumpGuard(dumpLock);
     Descriptor const file(openDump(path));
     platform::StaticGuard const guard(tableLock);
     printDetails(toLog, file.get(), "---- ProcessDetailHeap ----", 0);
@@ -324,6 +328,7 @@ bool Memory::printMarkedHeapDetail(int toLog, char const* path) {
     if (!isMarked()) {
         return false;
     }
+    platform::StaticGuard const dumpGuard(dumpLock);
     Descriptor const file(openDump(path));
     platform::StaticGuard const guard(tableLock);
     printDetails(toLog, file.get(), "---- ProcessDetailHeap (Marked) ----", markSerial);

@@ -21,9 +21,9 @@ TimerInfo::TimerInfo(TimerListener* timerListener, unsigned long intervalMs,
 }
 
 std::int32_t TimerInfo::toInterval(unsigned long intervalMs) {
-    constexpr std::int32_t LONGEST = std::numeric_limits<std::int32_t>::max();
-    return intervalMs <= static_cast<unsigned long>(LONGEST) ? static_cast<std::int32_t>(intervalMs)
-                                                             : -1;
+    constexpr std::uint32_t LONGEST = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::int32_t>(intervalMs < LONGEST ? static_cast<std::uint32_t>(intervalMs)
+                                                          : LONGEST);
 }
 
 }  // namespace utl

@@ -150,16 +150,7 @@ void SharedTimer::restartAll(int noWait) {
 
 bool SharedTimer::eraseTimer(int timerId, int noWait) {
     ApiGuard const api(*this);
-    if (!isCaller() && noWait != 0) {
-        return askLoop(CTL_ERASE, timerId, noWait);
-    }
-    if (!stop(timerId, 0)) {
-        return false;
-    }
-    SyncGuard const data(mDataLock);
-    updateOnStop(timerId);  // a listener may have started it again meanwhile
-    mTimers.eraseKey(timerId);
-    return true;
+    return isCaller() ? eraseByListener(timerId) : eraseByLoop(timerId, noWait);
 }
 
 bool SharedTimer::setInterval(int timerId, unsigned long intervalMs) {
@@ -176,7 +167,7 @@ bool SharedTimer::setInterval(int timerId, unsigned long intervalMs) {
 unsigned long SharedTimer::getInterval(int timerId) const {
     SyncGuard const data(mDataLock);
     TimerInfo const* const info = mTimers.find(timerId);
-    return info != nullptr ? static_cast<unsigned long>(info->interval) : NONE;
+    return info != nullptr ? static_cast<std::uint32_t>(info->interval) : NONE;
 }
 
 bool SharedTimer::isRunning(int timerId) const {
@@ -231,15 +222,30 @@ void SharedTimer::setNextUserTimerIdForTesting(int timerId) {
 
 bool SharedTimer::startByListener(int timerId) {
     SyncGuard const data(mDataLock);
-    return mTimers.find(timerId) != nullptr && updateOnStart(timerId) == 0;
+    return outlasts(CTL_STOP, CTL_START, timerId) && mTimers.find(timerId) != nullptr &&
+           updateOnStart(timerId) == 0;
 }
 
 bool SharedTimer::stopByListener(int timerId) {
     SyncGuard const data(mDataLock);
-    if (mDelivering == timerId) {
-        mDelivering = -1;
+    mIsDeliveryOver = mIsDeliveryOver || mDelivering == timerId;
+    return outlasts(CTL_START, CTL_STOP, timerId) && mTimers.find(timerId) != nullptr &&
+           updateOnStop(timerId) == 0;
+}
+
+// Whether what a listener asks for will still hold when what other threads have asked for before is
+// done: for that it is queued behind the opposite.
+bool SharedTimer::outlasts(std::int32_t opposite, std::int32_t msgId, int timerId) {
+    return !isQueued(opposite, timerId) || postTimerCtlMsg(msgId, timerId);
+}
+
+bool SharedTimer::eraseByListener(int timerId) {
+    if (!stopByListener(timerId)) {
+        return false;
     }
-    return mTimers.find(timerId) != nullptr && updateOnStop(timerId) == 0;
+    SyncGuard const data(mDataLock);
+    mTimers.eraseKey(timerId);
+    return true;
 }
 
 // Nothing to do for a timer that runs, unless it is about to be stopped: what was asked for last
@@ -263,14 +269,28 @@ bool SharedTimer::stopByLoop(int timerId, int noWait) {
     {
         SyncGuard const data(mDataLock);
         TimerInfo const* const info = mTimers.find(timerId);
-        if (info == nullptr) {
+        if (info == nullptr && mDelivering != timerId) {
             return false;
         }
-        if (info->runEvent->isOff() && !isQueued(CTL_START, timerId)) {
+        // A listener that has stopped its timer may still be at work: the loop answers when it has
+        // left.
+        bool const isOff = info == nullptr || info->runEvent->isOff();
+        if (isOff && mDelivering != timerId && !isQueued(CTL_START, timerId)) {
             return true;
         }
     }
     return askLoop(CTL_STOP, timerId, noWait);
+}
+
+// By the loop, so that nobody can start the timer again on the way.
+bool SharedTimer::eraseByLoop(int timerId, int noWait) {
+    if (noWait == 0) {
+        SyncGuard const data(mDataLock);
+        if (mTimers.find(timerId) == nullptr && mDelivering != timerId) {
+            return false;
+        }
+    }
+    return askLoop(CTL_ERASE, timerId, noWait);
 }
 
 // The caller holds the API lock and, unless `noWait` is set, waits for the answer.
@@ -354,13 +374,16 @@ SharedTimer::Step SharedTimer::executeStep() {
 // Delivers an expiry, with no lock held. A listener that has stopped its timer, even if it started
 // it again, leaves nothing to be done for it.
 int SharedTimer::executeTimeout(int timerId) {
-    mDelivering = timerId;
+    {
+        SyncGuard const data(mDataLock);
+        mDelivering = timerId;
+        mIsDeliveryOver = false;
+    }
     onTime(timerId);
 
     SyncGuard const data(mDataLock);
-    bool const isOver = mDelivering != timerId;
     mDelivering = -1;
-    return isOver ? 0 : updateOnTimeout(timerId);
+    return mIsDeliveryOver ? 0 : updateOnTimeout(timerId);
 }
 
 void SharedTimer::enterLoop() {
@@ -410,6 +433,7 @@ int SharedTimer::executeCtl(TimerCtlMsg const& ctl) {
         case CTL_ERASE:
             result = updateOnStop(ctl.timerId);
             mTimers.eraseKey(ctl.timerId);
+            answerRequest(ctl, result == 0);
             break;
         default:
             break;
@@ -499,7 +523,7 @@ bool SharedTimer::startTimerByTimerInfo(TimerInfo* info) {
 }
 
 bool SharedTimer::stopTimerByTimerInfo(int timerId, TimerInfo* info) {
-    if (info->systemTimerId == TimerInfo::NO_SYSTEM_TIMER) {
+    if (info->systemTimerId == TimerInfo::NO_SYSTEM_TIMER || info->runEvent->isOff()) {
         return true;
     }
     {
@@ -523,7 +547,7 @@ void SharedTimer::eraseAllTimer() {
     }
     mTimers.setCount(0);
     // A request to stop a timer has got what it asked for; one to start a timer never will.
-    answerRequest(mRequest, mRequest.msgId == CTL_STOP);
+    answerRequest(mRequest, mRequest.msgId != CTL_START);
 }
 
 }  // namespace utl
