@@ -14,9 +14,10 @@
 // operations may block on the file system and report that to the thread watchdog.
 //
 // While something is made, written, moved or removed, its parent directory has mode 0777; the old
-// mode comes back before the call returns. What works through a directory (size(), copy(), erase()
-// and the read-only operations) never leads out of it: a symbolic link in it is not followed to a
-// directory, and an entry with a backslash in its name is a failure.
+// mode comes back before the call returns, but for a set-group-id bit that the process may not set.
+// What works through a directory (size(), copy(), erase() and the read-only operations) never leads
+// out of it: a symbolic link in it is not followed to a directory, and an entry with a backslash in
+// its name is a failure.
 
 #ifndef UTL_FILE_H
 #define UTL_FILE_H

@@ -43,6 +43,7 @@ LOCAL_SRC_FILES := \
     source/files/UtlFileText.cpp \
     source/files/UtlFileTree.cpp \
     source/files/UtlNormalPath.cpp \
+    source/files/UtlOpenedParent.cpp \
     source/files/UtlReadAhead.cpp \
     source/memory/UtlMemory.cpp \
     source/threads/UtlThread.cpp \

@@ -92,11 +92,15 @@ void keepOpening(utl::StatementInfo const& statement) {
     EXPECT_EQ(1, File::changeParentAccessMode(scratch("d/x"), 0777, &oldMode));
     EXPECT_EQ(0750, oldMode & 07777);
     ASSERT_EQ(0, rename(scratch("d"), scratch("moved")));
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), oldMode, nullptr));
+    EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), 0711, &oldMode));
+    EXPECT_EQ(0777u, scratch.mode("moved"));  // for whoever works in it
+    EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), oldMode, &oldMode));
+    EXPECT_EQ(0711, oldMode & 07777);
+    EXPECT_EQ(1, File::applyReadOnly(scratch("moved"), 0));
     chmod(scratch.directory("d"), 0700);
 }
 
-TEST(ParentModeTest, OverlappingCallsPutBackTheModeOfBeforeTheFirst) {
+TEST(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
     Scratch const scratch;
     chmod(scratch.directory("d"), 0750);
     slowScratch = &scratch;
@@ -104,7 +108,7 @@ TEST(ParentModeTest, OverlappingCallsPutBackTheModeOfBeforeTheFirst) {
     EXPECT_TRUE(opens(scratch("d/file"), File::AS_IT_IS));
     utl::BlockingCall::install(nullptr);
     EXPECT_EQ(0700u, scratch.mode("d"));  // another directory by now
-    EXPECT_EQ(0750u, scratch.mode("moved"));
+    EXPECT_EQ(0555u, scratch.mode("moved"));
 }
 
 TEST(MakeDirectoriesTest, TouchesNothingThatIsThere) {
@@ -227,6 +231,11 @@ TEST_F(TreeTest, CopyNeverNestsADirectoryInItself) {
     for (char const* made : {"in/new", "in/sub/a", "in/sub/new", "none"}) {
         EXPECT_FALSE(scratch.has(made)) << made;
     }
+    scratch.directory("in/sub/own");
+    scratch.directory("other");
+    scratch.link("../in/sub/own", "other/sub");
+    EXPECT_FALSE(File::copy(scratch("in"), scratch("other"), 0));
+    EXPECT_FALSE(scratch.has("in/sub/own/own"));
     EXPECT_TRUE(File::copy(scratch("in"), scratch("inner"), 0));
     EXPECT_TRUE(File::copy(scratch("in"), scratch("in/"), 0));
 }
@@ -275,7 +284,7 @@ TEST(MoveTest, OverwritesNothingAndMakesTheWay) {
 }
 
 // What is listed of a directory with the files a.txt, b.TXT, c, e.txt.x, a directory s.txt with the
-// file in.txt, and a link l.txt to it; "!" for failure.
+// file in.txt, and a link l.txt to it, or of one with a wildcard in its name; "!" for failure.
 struct Listing {
     char const* path;
     int kind;
@@ -287,7 +296,8 @@ class ChildrenTest : public ::testing::TestWithParam<Listing> {};
 
 TEST_P(ChildrenTest, ListsWhatIsAskedFor) {
     Scratch const scratch;
-    for (char const* name : {"d/a.txt", "d/b.TXT", "d/c", "d/e.txt.x", "d/s.txt/in.txt"}) {
+    for (char const* name :
+         {"d/a.txt", "d/b.TXT", "d/c", "d/e.txt.x", "d/s.txt/in.txt", "q?/c", "w*/c"}) {
         scratch.file(name);
     }
     scratch.link("s.txt", "d/l.txt");
@@ -320,9 +330,10 @@ INSTANTIATE_TEST_SUITE_P(
                       Listing{"d/*.txt", 0, nullptr, "d/a.txt d/l.txt "},
                       Listing{"d\\[bc]*", 2, nullptr, "d/b.TXT d/c "},
                       Listing{"d/*.none", 2, nullptr, ""}, Listing{"d/c", 2, nullptr, ""},
-                      Listing{"d/none", 2, nullptr, "!"}, Listing{"*/a.txt", 2, nullptr, "!"},
-                      Listing{"d/c/*", 2, nullptr, "!"}, Listing{"d", 3, nullptr, "!"},
-                      Listing{"d", -1, nullptr, "!"}, Listing{"d//", 2, nullptr, "!"}));
+                      Listing{"d/none", 2, nullptr, "!"}, Listing{"w*/?", 2, nullptr, "!"},
+                      Listing{"q?/*", 2, nullptr, "q?/c "}, Listing{"d/c/*", 2, nullptr, "!"},
+                      Listing{"d", 3, nullptr, "!"}, Listing{"d", -1, nullptr, "!"},
+                      Listing{"d//", 2, nullptr, "!"}));
 
 TEST(ChildrenTest, StopsAtTheMostEntriesAndWithoutRoom) {
     Scratch const scratch;

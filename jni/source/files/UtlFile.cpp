@@ -6,6 +6,7 @@
 
 #include "files/UtlDescriptor.h"
 #include "files/UtlFileCall.h"
+#include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
 #include "files/UtlOpenedParent.h"
 #include "foundation/UtlLogLine.h"
@@ -18,13 +19,11 @@ namespace {
 
 constexpr long FAILED = -1;
 
-constexpr unsigned OPEN_TO_ALL = 0777;
-constexpr unsigned READABLE_BY_ALL = 0555;
-
 constexpr unsigned long PROBE_STATEMENT = 1480;
 constexpr unsigned long PROBE_EXCLUSIVE_STATEMENT = 1489;
 constexpr unsigned long PROBE_SHARED_STATEMENT = 1495;
 constexpr unsigned long OPEN_STATEMENT = 1612;
+constexpr unsigned long EMPTY_STATEMENT = 1631;
 constexpr unsigned long LOCK_STATEMENT = 1650;
 constexpr unsigned long CLOSE_MODE_STATEMENT = 1713;
 constexpr unsigned long TRUNCATE_STATEMENT = 1902;
@@ -50,7 +49,9 @@ long long sizeOf(int descriptor) {
 bool empty(int descriptor) {
     platform::FileStatus status;
     return platform::descriptorStatus(descriptor, &status) &&
-           (!S_ISREG(status.st_mode) || platform::truncateFile(descriptor, 0) == 0);
+           (!S_ISREG(status.st_mode) || watched("open", EMPTY_STATEMENT, [=] {
+                                            return platform::truncateFile(descriptor, 0);
+                                        }) == 0);
 }
 
 // A descriptor on `path` with its lock; none after a failure, which is logged.
@@ -289,18 +290,22 @@ int File::isDirectory(char const* path) {
 }
 
 int File::isOpened(char const* path, bool* sharedOnly) {
+    if (path == nullptr) {
+        return 0;
+    }
     if (sharedOnly != nullptr) {
         *sharedOnly = false;
     }
+    // Nobody has a FIFO or a device open through a File; a look into it is noticed at the other
+    // end.
     BasicString<char> const normal = withSlashes(path);
-    if (!exists(normal.c_str()) || isDirectory(normal.c_str())) {
+    platform::FileStatus status;
+    if (!platform::pathStatus(normal.c_str(), &status) || !S_ISREG(status.st_mode)) {
         return 0;
     }
 
-    // Without waiting for somebody at the other end of a FIFO or a device.
-    int const flags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
     int const descriptor = watched("isOpened", PROBE_STATEMENT, [&] {
-        return platform::openFile(normal.c_str(), flags, READABLE_BY_ALL);
+        return platform::openFile(normal.c_str(), O_RDONLY | platform::NO_WAITING, 0);
     });
     SmartHandle<DestructCloseFile> probe;
     if (descriptor == Descriptor::NO_DESCRIPTOR || !probe.set(descriptor)) {
@@ -308,6 +313,7 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     }
     if (watched("isOpened", PROBE_EXCLUSIVE_STATEMENT,
                 [=] { return platform::lockFile(descriptor, LOCK_EX | LOCK_NB); }) == 0) {
+        platform::lockFile(descriptor, LOCK_UN);  // not while the probe is synced: others ask too
         return 0;
     }
     bool const isShared = watched("isOpened", PROBE_SHARED_STATEMENT, [=] {

@@ -95,8 +95,15 @@ bool append(File::Paths* entries, char const* directory, char const* name) {
     unsigned long const length = t_strlen(directory) + 1 + t_strlen(name);
     BasicString<char> path(directory, length + 1, BasicString<char>::FIXED);
     unsigned long const index = entries->count();
-    return path.combine("/", ALL, WHOLE) && path.combine(name, ALL, WHOLE) &&
-           entries->insertAt(index, path) && (*entries)[index].length() == length;
+    if (!path.combine("/", ALL, WHOLE) || !path.combine(name, ALL, WHOLE) ||
+        !entries->insertAt(index, path)) {
+        return false;
+    }
+    bool const isWhole = (*entries)[index].length() == length;
+    if (!isWhole) {
+        entries->eraseAt(index, 1);  // no memory for the text
+    }
+    return isWhole;
 }
 
 // Splits what holds wildcards into a directory and the pattern for its entries. False when that

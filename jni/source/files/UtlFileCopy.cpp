@@ -7,6 +7,7 @@
 #include "files/UtlDescriptor.h"
 #include "files/UtlDirectoryWalk.h"
 #include "files/UtlFileCall.h"
+#include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
 #include "files/UtlOpenedParent.h"
 #include "foundation/UtlLogLine.h"
@@ -17,10 +18,6 @@ namespace utl {
 namespace {
 
 constexpr unsigned long BLOCK_SIZE = 1024;
-constexpr unsigned PERMISSIONS = 0777;
-
-// Nobody at the other end of a FIFO or a device is waited for.
-constexpr int PROBE = O_NONBLOCK | O_NOCTTY;
 
 enum Statement : unsigned long {
     OPEN_SOURCE = 2012,
@@ -70,7 +67,7 @@ bool askSource(int descriptor, char const* path, platform::FileStatus* status) {
 // A new file gets the permission bits whatever the process's mask is.
 int createDestination(char const* path, unsigned mode, int overwrite) {
     int const created = watchedStep(CREATE_DESTINATION, [=] {
-        return platform::openFile(path, O_WRONLY | O_CREAT | O_EXCL | PROBE, mode);
+        return platform::openFile(path, O_WRONLY | O_CREAT | O_EXCL | platform::NO_WAITING, mode);
     });
     if (created != Descriptor::NO_DESCRIPTOR) {
         watchedStep(MODE_DESTINATION, [=] { return platform::changeMode(created, mode); });
@@ -80,8 +77,9 @@ int createDestination(char const* path, unsigned mode, int overwrite) {
         return Descriptor::NO_DESCRIPTOR;
     }
     // Deliberate: not truncated. Callers write the beginning of a longer file anew in this way.
-    return watchedStep(OPEN_DESTINATION,
-                       [=] { return platform::openFile(path, O_WRONLY | O_CREAT | PROBE, mode); });
+    return watchedStep(OPEN_DESTINATION, [=] {
+        return platform::openFile(path, O_WRONLY | O_CREAT | platform::NO_WAITING, mode);
+    });
 }
 
 bool copyBytes(int source, int destination) {
@@ -108,50 +106,24 @@ bool copyFile(char const* source, char const* destination, int overwrite) {
         return false;
     }
     bool isShared = false;
-    if (File::isOpened(source, &isShared) && !isShared) {
+    platform::FileStatus status;
+    // A FIFO or a device need never come to an end.
+    if ((File::isOpened(source, &isShared) && !isShared) ||
+        !platform::pathStatus(source, &status) || !S_ISREG(status.st_mode)) {
         return false;
     }
     OpenedParent const sourceParent(source);
     CopyEnd const from(
-        watchedStep(OPEN_SOURCE, [=] { return platform::openFile(source, O_RDONLY | PROBE, 0); }),
+        watchedStep(OPEN_SOURCE,
+                    [=] { return platform::openFile(source, O_RDONLY | platform::NO_WAITING, 0); }),
         CLOSE_SOURCE);
-    platform::FileStatus status;
-    // A FIFO or a device need never come to an end.
-    if (!from.isOpen() || !askSource(from.get(), source, &status) || !S_ISREG(status.st_mode)) {
+    if (!from.isOpen() || !askSource(from.get(), source, &status)) {
         return false;
     }
     OpenedParent const destinationParent(destination);
     CopyEnd const to(createDestination(destination, status.st_mode & PERMISSIONS, overwrite),
                      CLOSE_DESTINATION);
     return to.isOpen() && copyBytes(from.get(), to.get());
-}
-
-bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite);
-
-bool copyInto(char const* entry, char const* directory, int overwrite) {
-    if (isLinkToDirectory(entry)) {
-        return true;
-    }
-    char name[PATH_SIZE];
-    char target[2 * PATH_SIZE];
-    if (!File::extractFileName(name, sizeof name, entry, 0)) {
-        return false;
-    }
-    formatStr(target, sizeof target, "%s/%s", directory, name);
-    return copyEntry(NormalPath(entry), NormalPath(target), overwrite);
-}
-
-bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite) {
-    char const* const from = source.c_str();
-    char const* const to = destination.c_str();
-    if (!source.isValid() || !destination.isValid() || !File::exists(from)) {
-        return false;
-    }
-    if (!File::isDirectory(from)) {
-        return copyFile(from, to, overwrite);
-    }
-    return File::makeDirectories(to) &&
-           visitEntries(from, [=](char const* entry) { return copyInto(entry, to, overwrite); });
 }
 
 bool isSame(platform::FileStatus const& a, platform::FileStatus const& b) {
@@ -202,6 +174,34 @@ bool wouldNest(char const* source, char const* destination) {
     return isBelow(existing, directory);
 }
 
+bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite);
+
+bool copyInto(char const* entry, char const* directory, int overwrite) {
+    if (isLinkToDirectory(entry)) {
+        return true;
+    }
+    char name[PATH_SIZE];
+    char target[2 * PATH_SIZE];
+    if (!File::extractFileName(name, sizeof name, entry, 0)) {
+        return false;
+    }
+    formatStr(target, sizeof target, "%s/%s", directory, name);
+    return copyEntry(NormalPath(entry), NormalPath(target), overwrite);
+}
+
+bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite) {
+    char const* const from = source.c_str();
+    char const* const to = destination.c_str();
+    if (!source.isValid() || !destination.isValid() || !File::exists(from)) {
+        return false;
+    }
+    if (!File::isDirectory(from)) {
+        return copyFile(from, to, overwrite);
+    }
+    return !wouldNest(from, to) && File::makeDirectories(to) &&
+           visitEntries(from, [=](char const* entry) { return copyInto(entry, to, overwrite); });
+}
+
 }  // namespace
 
 bool File::copy(char const* source, char const* destination, int overwrite) {
@@ -218,7 +218,7 @@ bool File::copy(char const* source, char const* destination, int overwrite) {
     if (compareStr(from.c_str(), to.c_str(), ALL) == 0) {
         return true;
     }
-    return !(isTree && wouldNest(from.c_str(), to.c_str())) && copyEntry(from, to, overwrite);
+    return copyEntry(from, to, overwrite);
 }
 
 bool File::copy(char const* destination, int overwrite) const {

@@ -1,4 +1,7 @@
 #include "UtlFile.h"
+
+#include <algorithm>
+
 #include "UtlString.h"
 
 #include "files/UtlNormalPath.h"
@@ -31,11 +34,8 @@ Span withoutEndSeparators(Span span) {
 // Empty when the path has no component.
 Span firstComponent(NormalPath const& path) {
     Span const all = whole(path);
-    Span component = {all.begin, all.begin};
-    for (char const* at = all.begin; at != all.end && (component.isEmpty() || *at != '/'); ++at) {
-        component = *at != '/' ? Span{component.begin, at + 1} : Span{at + 1, at + 1};
-    }
-    return component;
+    char const* const begin = all.begin + (*all.begin == '/' ? 1 : 0);
+    return {begin, std::find(begin, all.end, '/')};
 }
 
 Span lastComponent(NormalPath const& path) {

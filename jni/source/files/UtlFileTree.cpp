@@ -1,7 +1,4 @@
 #include <errno.h>
-#include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "UtlFile.h"
 #include "UtlLog.h"
@@ -9,6 +6,7 @@
 #include "files/UtlDescriptor.h"
 #include "files/UtlDirectoryWalk.h"
 #include "files/UtlFileCall.h"
+#include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
 #include "files/UtlOpenedParent.h"
 #include "foundation/UtlLogLine.h"
@@ -20,6 +18,7 @@ namespace {
 
 constexpr long long NO_SIZE = -1;
 
+constexpr unsigned long LIFT_STATEMENT = 1218;
 constexpr unsigned long UNLINK_STATEMENT = 1236;
 constexpr unsigned long RMDIR_STATEMENT = 1229;
 
@@ -29,7 +28,7 @@ bool makeDirectory(char const* path, char const* whole) {
         return true;
     }
     OpenedParent const parent(path);
-    if (mkdir(path, 0777) == 0) {
+    if (platform::makeDirectory(path, OPEN_TO_ALL) == 0) {
         return true;
     }
     if (errno == EEXIST) {
@@ -41,14 +40,16 @@ bool makeDirectory(char const* path, char const* whole) {
 }
 
 long long sizeOfFile(char const* path) {
-    // Without waiting for somebody at the other end of a FIFO or a device.
-    Descriptor const file(platform::openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY, 0));
+    platform::FileStatus status;
+    if (platform::pathStatus(path, &status) && !S_ISREG(status.st_mode)) {
+        return status.st_size;  // of a FIFO or a device, where a look is noticed at the other end
+    }
+    Descriptor const file(platform::openFile(path, O_RDONLY | platform::NO_WAITING, 0));
     if (!file.isOpen()) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "in size func open Failed. Path:%s errno[%d]", path,
                errno);
         return NO_SIZE;
     }
-    platform::FileStatus status;
     if (!platform::descriptorStatus(file.get(), &status)) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "fstat Failed. errno[%d]", errno);
         applog(LIBRARY_LOG, LEVEL_ERROR, "fileSize Failed. Path:%s", path);
@@ -66,11 +67,13 @@ bool addSize(long long* sum, char const* entry) {
 bool remove(char const* path, bool isDirectory) {
     OpenedParent const parent(path);
     if (isDirectory) {
-        if (watched("erase", RMDIR_STATEMENT, [=] { return rmdir(path); }) != 0) {
+        if (watched("erase", RMDIR_STATEMENT, [=] { return platform::removeDirectory(path); }) !=
+            0) {
             applog(LIBRARY_LOG, LEVEL_ERROR, "rmdir Failed.Path:%s errno[%d]", path, errno);
             return false;
         }
-    } else if (watched("erase", UNLINK_STATEMENT, [=] { return unlink(path); }) != 0) {
+    } else if (watched("erase", UNLINK_STATEMENT, [=] { return platform::removeFile(path); }) !=
+               0) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "remove failed. errno[%d] Path:%s", errno, path);
         return false;
     }
@@ -78,7 +81,8 @@ bool remove(char const* path, bool isDirectory) {
 }
 
 bool liftForErase(char const* path) {
-    bool const isLifted = File::liftReadOnly(path, 0) == 1;
+    bool const isLifted =
+        watched("erase", LIFT_STATEMENT, [=] { return File::liftReadOnly(path, 0); }) == 1;
     if (!isLifted) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Can't erase force because Not Permited:%s", path);
     }
@@ -125,7 +129,7 @@ int File::move(char const* source, char const* destination) {
         !makeDirectories(directory)) {
         return 0;
     }
-    if (rename(from.c_str(), to.c_str()) != 0) {
+    if (platform::renameFile(from.c_str(), to.c_str()) != 0) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "rename Failed. errno[%d] Source:%s  Dest:%s", errno,
                from.c_str(), to.c_str());
         return 0;
@@ -150,11 +154,10 @@ int File::erase(char const* path, int force) {
     if (force != 1 && isReadOnly(target)) {
         return 0;
     }
-    if (isTree ? !visitEntries(target, [=](char const* entry) { return erase(entry, force) == 1; })
-               : isOpened(target, nullptr) == 1) {
-        return 0;
-    }
-    return (force != 1 || liftForErase(target)) && remove(target, isTree);
+    bool const isFree =
+        isTree ? visitEntries(target, [=](char const* entry) { return erase(entry, force) == 1; })
+               : !isOpened(target, nullptr);
+    return isFree && (force != 1 || liftForErase(target)) && remove(target, isTree);
 }
 
 long long File::size(char const* path) {

@@ -28,6 +28,10 @@ public:
     // its end, and the old mode the one that would have.
     static int change(char const* path, long mode, long* oldMode);
 
+    // Changes the mode of `path` itself for good: inside scopes it is also the one that comes back.
+    // False when that cannot be.
+    static bool settle(char const* path, unsigned mode);
+
 private:
     struct Scopes;
 

@@ -8,7 +8,9 @@ namespace utl {
 namespace platform {
 
 bool Directory::open(char const* path) {
-    mStream = opendir(path);
+    do {
+        mStream = opendir(path);
+    } while (mStream == nullptr && errno == EINTR);
     return mStream != nullptr;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/UtlFileSystem.h"
 
 #include <errno.h>
+#include <stdio.h>
 #include <unistd.h>
 
 namespace utl {
@@ -29,15 +30,15 @@ int liftFromZero() {
 }  // namespace
 
 bool pathStatus(char const* path, FileStatus* status) {
-    return stat64(path, status) == 0;
+    return repeatInterrupted([=] { return stat64(path, status); }) == 0;
 }
 
 bool linkStatus(char const* path, FileStatus* status) {
-    return lstat64(path, status) == 0;
+    return repeatInterrupted([=] { return lstat64(path, status); }) == 0;
 }
 
 bool descriptorStatus(int descriptor, FileStatus* status) {
-    return fstat64(descriptor, status) == 0;
+    return repeatInterrupted([=] { return fstat64(descriptor, status); }) == 0;
 }
 
 int openFile(char const* path, int flags, unsigned mode) {
@@ -72,6 +73,22 @@ int truncateFile(int descriptor, long long size) {
 
 int lockFile(int descriptor, int operation) {
     return repeatInterrupted([=] { return flock(descriptor, operation); });
+}
+
+int makeDirectory(char const* path, unsigned mode) {
+    return repeatInterrupted([=] { return mkdir(path, static_cast<mode_t>(mode)); });
+}
+
+int removeDirectory(char const* path) {
+    return repeatInterrupted([=] { return rmdir(path); });
+}
+
+int removeFile(char const* path) {
+    return repeatInterrupted([=] { return unlink(path); });
+}
+
+int renameFile(char const* source, char const* destination) {
+    return repeatInterrupted([=] { return rename(source, destination); });
 }
 
 int changeMode(char const* path, unsigned mode) {

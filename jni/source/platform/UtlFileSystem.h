@@ -1,5 +1,6 @@
 // Internal. The calls of the file system: sizes and positions of 64 bits on every target, and no
-// call that ends early because of a signal. All return -1 with errno for failure.
+// call that ends early because of a signal. All return -1 with errno for failure, if nothing else
+// is said.
 
 #ifndef UTL_PLATFORM_FILE_SYSTEM_H
 #define UTL_PLATFORM_FILE_SYSTEM_H
@@ -12,6 +13,9 @@ namespace utl {
 namespace platform {
 
 using FileStatus = struct stat64;
+
+// For openFile(): a FIFO or a device that gets in place of a file is not waited for.
+constexpr int NO_WAITING = O_NONBLOCK | O_NOCTTY;
 
 // Whether one was there to ask. linkStatus() does not follow a symbolic link at the end of the
 // path.
@@ -36,6 +40,11 @@ int truncateFile(int descriptor, long long size);
 
 // `operation` as for flock().
 int lockFile(int descriptor, int operation);
+
+int makeDirectory(char const* path, unsigned mode);
+int removeDirectory(char const* path);
+int removeFile(char const* path);
+int renameFile(char const* source, char const* destination);
 
 int changeMode(char const* path, unsigned mode);
 int changeMode(int descriptor, unsigned mode);
