@@ -11,13 +11,11 @@
 #include <functional>
 #include <future>
 #include <map>
-#include <memory>
 #include <optional>
 #include <thread>
 
-#include "UtlThreadManager.h"
-
 #include "support/LogCapture.h"
+#include "support/ManagerTest.h"
 #include "support/MessageStation.h"
 
 namespace utl {
@@ -37,12 +35,18 @@ constexpr long SYNC = 0x8004;
 constexpr long LAST = 0x9000;
 constexpr unsigned long HOUR = 3600000;
 
-class MsgDrivenThreadTest : public ::testing::Test {
+// None of them leaves a thread or a descriptor behind.
+class MsgDrivenThreadTest : public test::ManagerTest {
 protected:
-    void SetUp() override { ThreadManager::get(); }
-    void TearDown() override { ThreadManager::destroy(); }
+    void TearDown() override {
+        EXPECT_EQ(mDescriptors, test::openDescriptors());
+        ManagerTest::TearDown();
+    }
 
     test::LogCapture log;
+
+private:
+    unsigned const mDescriptors = (manager(), test::openDescriptors());
 };
 
 TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
@@ -68,7 +72,7 @@ TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
     EXPECT_TRUE(station.waitFor(B));
 
     EXPECT_EQ(0, station->stop(1, 0));
-    EXPECT_FALSE(ThreadManager::get()->isThreadExist(station->getId()));
+    EXPECT_FALSE(manager()->isThreadExist(station->getId()));
     EXPECT_EQ(-1, station.start());
     expectRefusals();
 }
@@ -358,16 +362,6 @@ TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
     sigaction(SIGUSR1, &previous, nullptr);
 }
 
-TEST_F(MsgDrivenThreadTest, DestroyingARunningThreadStopsItAndLeavesNothing) {
-    unsigned const threads = test::threads();
-    unsigned const descriptors = test::openDescriptors();
-    auto station = std::make_unique<HeldStation>();
-    EXPECT_EQ(1, station->thread.postMsg(A));
-    station.reset();
-    EXPECT_EQ(descriptors, test::openDescriptors());
-    EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
-}
-
 TEST_F(MsgDrivenThreadTest, WithoutAPipeTheThreadEndsAsSoonAsItStarts) {
     RunningStation const withPipe;
     std::optional<test::NoDescriptors> limit(std::in_place);
@@ -380,11 +374,10 @@ TEST_F(MsgDrivenThreadTest, WithoutAPipeTheThreadEndsAsSoonAsItStarts) {
 
 TEST_F(MsgDrivenThreadTest, IsWatchedWhileItWorksAndNotWhileItWaits) {
     Station station;
-    station.on(A, [] { EXPECT_TRUE(ThreadManager::get()->isWatchingWatchdog(0)); });
+    station.on(A, [] { EXPECT_TRUE(manager()->isWatchingWatchdog(0)); });
     ASSERT_EQ(0, station.start(1));
     EXPECT_EQ(1, station->sendMsgSync(A));
-    EXPECT_TRUE(test::comesTrue(
-        [&] { return !ThreadManager::get()->isWatchingWatchdog(station->getId()); }));
+    EXPECT_TRUE(test::comesTrue([&] { return !manager()->isWatchingWatchdog(station->getId()); }));
 }
 
 }  // namespace

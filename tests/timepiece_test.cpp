@@ -51,16 +51,14 @@ std::string textOf(Time const& t) {
 
 TEST(TimeTest, RefusesWhatIsOutOfRange) {
     Time time(65534, 12, 31, 23, 59, 59, 999, 999, 999);
-    std::string const text = "65534-12-31 23:59:59.999,999,999";
-    EXPECT_EQ(text, textOf(time));
     for (Fields const& f :
          {Fields{65535, 1, 1}, Fields{1, 13, 1}, Fields{1, 1, 32}, Fields{1, 0, 1}, Fields{1, 1, 0},
           Fields{1, 1, 1, 24}, Fields{1, 1, 1, 0, 60}, Fields{1, 1, 1, 0, 0, 0, 1000},
           Fields{1, 1, 1, 0, 0, 0, 0, 0, 1000}}) {
         EXPECT_EQ(0, time.set(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8]));
-        EXPECT_EQ(text, textOf(time));
         EXPECT_EQ("65535-13-32 24:60:60.1000,1000,1000", textOf(timeOf(f)));
     }
+    EXPECT_EQ("65534-12-31 23:59:59.999,999,999", textOf(time));
     // It folds leap seconds and does not know the months.
     EXPECT_EQ("2024-02-30 00:00:59.000,000,000", textOf(timeOf({2024, 2, 30, 0, 0, 60})));
 }
@@ -124,32 +122,22 @@ TEST(TimeTest, CountsElapsedWholeDaysAndSeconds) {
 }
 
 TEST(CurrentTimeTest, LocalTimeFollowsTheZone) {
-    struct {
-        time_t seconds;
-        char const* utc;
-        char const* zone;
-        char const* local;
-    } const cases[] = {
-        {1709208000, "2024-02-29 12:00:00", "UTC-9", "2024-02-29 21:00:00"},
-        {1719835200, "2024-07-01 12:00:00", "EST5EDT,M3.2.0,M11.1.0", "2024-07-01 08:00:00"},
-        {-5, "1969-12-31 23:59:55", "UTC0", "1969-12-31 23:59:55"},
-    };
     Time time;
-    for (auto const& [seconds, utc, zone, local] : cases) {
+    auto const timeIn = [&](char const* zone, time_t seconds) {
         fakeTime = seconds;
         setenv("TZ", zone, 1);
-        EXPECT_EQ(1, getSystemTime(&time));
-        EXPECT_EQ(std::string(utc) + ".000,000,000", textOf(time));
-        EXPECT_EQ(1, getLocalTime(&time));
-        EXPECT_EQ(std::string(local) + ".000,000,000", textOf(time));
-    }
+        return getLocalTime(&time) == 1 ? textOf(time) : "";
+    };
+    EXPECT_EQ("2024-02-29 21:00:00.000,000,000", timeIn("UTC-9", 1709208000));
+    EXPECT_EQ(1, getSystemTime(&time));
+    EXPECT_EQ("2024-02-29 12:00:00.000,000,000", textOf(time));
+    EXPECT_EQ("2024-07-01 08:00:00.000,000,000", timeIn("EST5EDT,M3.2.0,M11.1.0", 1719835200));
+    EXPECT_EQ("1969-12-31 23:59:55.000,000,000", timeIn("UTC0", -5));
+    EXPECT_EQ("", timeIn("UTC0", -1));  // no time
+    EXPECT_EQ(0, getSystemTime(&time));
+    EXPECT_EQ("1969-12-31 23:59:55.000,000,000", textOf(time));
     unsetenv("TZ");
     tzset();
-
-    fakeTime = -1;  // no time
-    std::string const before = textOf(time);
-    EXPECT_EQ(0, getSystemTime(&time) + getLocalTime(&time));
-    EXPECT_EQ(before, textOf(time));
 }
 
 class TimeCounterTest : public ::testing::Test {
@@ -166,34 +154,27 @@ TEST_F(TimeCounterTest, MeasuresFromTheLastStartAcrossTheWrapOfTheTick) {
     EXPECT_EQ(1, counter.start());
     clock.advance(4294967196 - 1000);  // 100 before 2^32
     EXPECT_EQ(4294966196u, counter.watch());
-    EXPECT_EQ(1, counter.start());
-    EXPECT_EQ(1, TimeCounter::start(1));
+    EXPECT_EQ(2, counter.start() + TimeCounter::start(1));
     clock.advance(250);
     EXPECT_EQ(150u, TimeCounter::getTickTime());
-    EXPECT_EQ(250u, counter.watch());
     EXPECT_EQ(250u, counter.stop());
     EXPECT_EQ(250u, TimeCounter::stop(1));
     EXPECT_TRUE(log.all().empty());
-
     EXPECT_EQ(NO_TIME, counter.watch());
-    EXPECT_EQ(1u, log.count("<UTIL> ERR: TimeCounter::watch()/stop() Failed. HasStarted:[Off], "
-                            "TickTime:[150]\r\n"));
+    EXPECT_TRUE(log.has("::watch()/stop() Failed. HasStarted:[Off], TickTime:[150]\r\n"));
 }
 
 TEST_F(TimeCounterTest, FailureOfTheClockIsLogged) {
     EXPECT_EQ(1, TimeCounter::start(7));
     clock.error = EINVAL;
     EXPECT_EQ(0, TimeCounter::start(8));
+    EXPECT_TRUE(log.has("[CAUTION!!!]clock_gettime() Failed. CLOCK_MONOTONIC. errno:[22]\r\n"));
+    EXPECT_TRUE(log.has("start(ID) Failed. TickTime is Invalid. CounterId:[8]\r\n"));
     EXPECT_EQ(NO_TIME, TimeCounter::watch(8));
     EXPECT_EQ(NO_TIME, TimeCounter::stop(7));
+    EXPECT_TRUE(log.has("(ID) Failed. StartTime:[1000], TickTime:[4294967295]\r\n"));
     EXPECT_EQ(NO_TIME, TimeCounter::stop(7)) << "it is gone in spite of the failure";
-    for (char const* const text :
-         {"[CAUTION!!!]clock_gettime() Failed. CLOCK_MONOTONIC. errno:[22]",
-          "start(ID) Failed. TickTime is Invalid. CounterId:[8]",
-          "Failed. Key Not Applicable. CounterId:[8]",
-          "watch(ID)/stop(ID) Failed. StartTime:[1000], TickTime:[4294967295]"}) {
-        EXPECT_TRUE(log.has(std::string(text) + "\r\n")) << text;
-    }
+    EXPECT_EQ(1u, log.count("Failed. Key Not Applicable. CounterId:[7]\r\n"));
 }
 
 TEST_F(TimeCounterTest, FiftyNumberedCountersRunAtATime) {

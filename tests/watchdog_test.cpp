@@ -1,8 +1,6 @@
 #include "UtlThreadWatchdog.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -41,23 +39,20 @@ class Alarm : public WatchdogTimerListener {
 public:
     using Action = std::function<void(int id, Map<int, WatchdogInfo> const& infos)>;
 
-    explicit Alarm(Action action = nullptr) : mAction(std::move(action)) {}
+    explicit Alarm(Action action = [](int, Map<int, WatchdogInfo> const&) {})
+        : mAction(std::move(action)) {}
 
     void onTime(int id, Map<int, WatchdogInfo> const& infos) override {
-        mLastTick = TimeCounter::getTickTime();
-        if (mAction) {
-            mAction(id, infos);
-        }
+        lastTick = TimeCounter::getTickTime();
+        mAction(id, infos);
         calls.add();
     }
 
-    std::uint32_t lastTick() const { return mLastTick; }
-
     test::Counter calls;
+    std::atomic<std::uint32_t> lastTick{0};
 
 private:
     Action const mAction;
-    std::atomic<std::uint32_t> mLastTick{0};
 };
 
 // The thread of the test is watched itself, unless the test is about others.
@@ -107,7 +102,7 @@ TEST_F(WatchdogTest, ReportsASilentThreadOnceAndAgainAfterItHasRecovered) {
     std::uint32_t const begin = TimeCounter::getTickTime();
     EXPECT_TRUE(manager()->startWatchdog(0));
     EXPECT_TRUE(alarm.calls.waitFor(1));
-    EXPECT_GE(alarm.lastTick() - begin, 50u);
+    EXPECT_GE(alarm.lastTick - begin, 50u);
     passSeveralChecks();
     EXPECT_EQ(1u, alarm.calls.count());
     EXPECT_EQ(1u, log.count(timeout));
@@ -145,10 +140,9 @@ TEST_F(WatchdogTest, AReportANewAliveTimeAndANewWatchGiveAFullAliveTime) {
         watchMe(ALIVE_TIME, &alarm);
         std::this_thread::sleep_for(std::chrono::milliseconds(ALIVE_TIME + 1));
         std::uint32_t const renewed = TimeCounter::getTickTime();
-        EXPECT_TRUE(renew());
-        EXPECT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL));
+        EXPECT_TRUE(renew() && manager()->setWatchdogWatchInterval(INTERVAL));
         EXPECT_TRUE(alarm.calls.waitFor(1));
-        EXPECT_GE(alarm.lastTick() - renewed, ALIVE_TIME) << &renew - renewals;
+        EXPECT_GE(alarm.lastTick - renewed, ALIVE_TIME) << &renew - renewals;
         EXPECT_TRUE(manager()->unregister(gettid()));
     }
 }
@@ -228,44 +222,32 @@ TEST_F(WatchdogTest, TheManagerIsThereUntilTheListenerHasReturned) {
 }
 
 // Where the library reports, by itself, that the calling thread is alive.
-TEST_F(WatchdogTest, KnowsWhereAThreadLastCalledWhatMayBlock) {
-    int id = 0;
+TEST_F(WatchdogTest, KnowsWhereAThreadIsAndWhereItLastCalledWhatMayBlock) {
     Time time;
-    std::pair<char const*, std::function<void()>> const cases[] = {
-        {"(UtlThread, sleep:39:2)", [] { Thread::sleep(0); }},
-        {"(UtlTimepiece, getSystemTime:41:2)", [&] { getSystemTime(&time); }},
-        {"(UtlTimepiece, getLocalTime:94:2)", [&] { getLocalTime(&time); }},
-        {"(UtlThreadManager, entry:432:2)",
-         [&] {
-             id = manager()->entry([](void*) {}, nullptr, 0, 0, nullptr, "another",
-                                   ThreadPriority::NORMAL, 0);
-         }},
-        {"(UtlThreadManager, operator():140:2)",
-         [&] { manager()->waitToStop(id, 0), manager()->unregister(id); }},
-        {"(UtlThreadManager, entryCaller:522:2)",
-         [] { manager()->entryCaller(0, 0, nullptr, "me"); }},
-    };
     watchMe(LONG_ALIVE, nullptr);
-    for (auto const& [statement, call] : cases) {
-        call();
-        EXPECT_TRUE(hasRow(statement)) << statement;
-    }
-}
+    Thread::sleep(0);
+    EXPECT_TRUE(hasRow("(UtlThread, sleep:39:2)"));
+    getSystemTime(&time);
+    EXPECT_TRUE(hasRow("(UtlTimepiece, getSystemTime:41:2)"));
+    getLocalTime(&time);
+    EXPECT_TRUE(hasRow("(UtlTimepiece, getLocalTime:94:2)"));
+    manager()->entryCaller(0, 0, nullptr, "me");
+    EXPECT_TRUE(hasRow("(UtlThreadManager, entryCaller:522:2)"));
 
-TEST_F(WatchdogTest, ShowsThatAThreadIsAsleep) {
-    struct sigaction action = {};
-    struct sigaction before;
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, &before);
-    Worker worker("sleeper", [] { return Thread::sleep(ONE_HOUR), 0; });
+    test::Gate isSeen;
+    Worker worker("sleeper", [&] {
+        while (!isSeen.isOpen()) {
+            Thread::sleep(50);
+        }
+        return 0;
+    });
     worker.onPreExecute = [&] { worker.startWatchdog(); };
     EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
+    EXPECT_TRUE(hasRow("(UtlThreadManager, entry:432:2)"));
     EXPECT_TRUE(test::comesTrue([] { return hasRow("(UtlThread, sleep:39:1)"); }));
-    EXPECT_TRUE(test::comesTrue([&] {
-        syscall(SYS_tgkill, getpid(), worker.getId(), SIGUSR1);
-        return worker.hasDone(Thread::EXECUTED);
-    }));
-    sigaction(SIGUSR1, &before, nullptr);
+    isSeen.open();
+    EXPECT_TRUE(worker.comesToAnEnd() && worker.leaveManagement());
+    EXPECT_TRUE(hasRow("(UtlThreadManager, operator():140:2)"));
 }
 
 TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {
