@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "UtlLog.h"
 
@@ -19,6 +19,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using test::LogCapture;
 using test::Scratch;
 using utl::File;
@@ -31,36 +32,26 @@ std::string read(File& file) {
     return got >= 0 ? std::string(bytes, static_cast<unsigned long>(got)) : std::to_string(got);
 }
 
-// Opening a file that holds "old", and what it holds when "+" was written where that can be.
-struct Opening {
-    char const* name;
-    int mode;
-    int access;
-    int result;
-    char const* content;
-};
-
-class FileOpenTest : public ::testing::TestWithParam<Opening> {};
-
-TEST_P(FileOpenTest, TakesTheModeForTheAccess) {
+// What a file that held "old" holds when it was opened and "+" written, where that can be.
+std::string written(int mode, int access) {
     Scratch const scratch;
     File file(scratch.file("file", "old"), UTF8);
-    EXPECT_EQ(GetParam().result, file.open(GetParam().mode, GetParam().access));
-    EXPECT_EQ(GetParam().result, file.isOpened());
+    bool const isOpen = file.open(mode, access) == 1;
+    EXPECT_EQ(isOpen, file.isOpened());
     file.write("+", 1);
-    EXPECT_EQ(GetParam().content, scratch.content("file"));
+    return (isOpen ? "" : "refused, ") + scratch.content("file");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Modes, FileOpenTest,
-    ::testing::Values(Opening{"Read", 0, 0, 1, "old"}, Opening{"ReadAtTheEnd", 1, 0, 1, "old"},
-                      Opening{"TruncateToRead", 2, 0, 0, "old"}, Opening{"Write", 0, 1, 1, "+ld"},
-                      Opening{"Append", 1, 1, 1, "old+"}, Opening{"Empty", 2, 1, 1, "+"},
-                      Opening{"ReadAndWrite", 1, 2, 1, "old+"},
-                      Opening{"UnknownMode", 3, 1, 0, "old"},
-                      Opening{"NegativeMode", -1, 1, 0, "old"},
-                      Opening{"UnknownAccess", 0, 3, 0, "old"}),
-    [](auto const& one) { return std::string(one.param.name); });
+TEST(FileTest, OpensInTheModesOfTheAccess) {
+    EXPECT_EQ("old", written(File::AS_IT_IS, File::READ));
+    EXPECT_EQ("old", written(File::APPEND, File::READ));
+    EXPECT_EQ("refused, old", written(File::EMPTY, File::READ));
+    EXPECT_EQ("+ld", written(File::AS_IT_IS, File::WRITE));
+    EXPECT_EQ("old+", written(File::APPEND, File::READ_WRITE));
+    EXPECT_EQ("+", written(File::EMPTY, File::WRITE));
+    EXPECT_EQ("refused, old", written(3, File::WRITE));
+    EXPECT_EQ("refused, old", written(File::AS_IT_IS, 3));
+}
 
 TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
     Scratch const scratch;
@@ -69,7 +60,6 @@ TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
     EXPECT_FALSE(scratch.has("a"));
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
     EXPECT_EQ(0, file.open(File::AS_IT_IS, File::WRITE));
-    EXPECT_EQ(0, file.erase(1));
     EXPECT_EQ(0, file.move(scratch("x")));
     EXPECT_EQ(1, file.close());
     EXPECT_EQ(0, file.close());
@@ -101,6 +91,7 @@ TEST(FileTest, AWriterExcludesAndReadersShare) {
     EXPECT_EQ(0, second.open(File::AS_IT_IS, File::READ));
     EXPECT_EQ(0, second.open(File::EMPTY, File::WRITE));
     EXPECT_EQ(2u, log.count("<UTIL> DBG: Other process is opening. errno[11] Path:" + path));
+    EXPECT_FALSE(first.copy(scratch("copy"), 0));
     EXPECT_EQ("held", scratch.content("file"));
     EXPECT_EQ(1, File::isOpened(path.c_str(), &isShared));
     EXPECT_FALSE(isShared);
@@ -109,6 +100,7 @@ TEST(FileTest, AWriterExcludesAndReadersShare) {
 
     EXPECT_EQ(1, first.open(File::AS_IT_IS, File::READ));
     EXPECT_EQ(1, second.open(File::AS_IT_IS, File::READ));
+    EXPECT_TRUE(first.copy(scratch("copy"), 0));
     EXPECT_EQ(1, File::isOpened(path.c_str(), &isShared));
     EXPECT_TRUE(isShared);
     setFilterLevel(-2, 3);
@@ -126,13 +118,10 @@ TEST(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
     EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));
 }
 
-TEST(FileTest, AnotherProcessIsKeptOutAndKeepsNoLock) {
+TEST(FileTest, AProgramThatIsStartedKeepsNoLock) {
     Scratch const scratch;
-    File file(scratch.file("file"), UTF8);
+    File file(scratch("file"), UTF8);
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
-    EXPECT_TRUE(test::inChild(
-        [&] { EXPECT_EQ(0, File(scratch("file"), UTF8).open(File::AS_IT_IS, File::READ)); }));
-
     std::string const fifo = scratch("fifo");
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     FILE* const program = popen(("echo; read line < " + fifo).c_str(), "r");
@@ -160,11 +149,8 @@ TEST(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
     File file(scratch.file("file", "text"), UTF8);
     LogCapture const log;
     EXPECT_EQ("-1", read(file));
-    EXPECT_TRUE(log.has("ERR: in read func file is not opened"));
-
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ));
     char byte;
-    EXPECT_EQ(-1, file.read(nullptr, 1));
     EXPECT_EQ(-1, file.read(&byte, 0));
     EXPECT_EQ(-1, file.read(&byte, utl::NONE));
     EXPECT_EQ("text", read(file));
@@ -179,15 +165,13 @@ TEST(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
     File full(scratch.link("/dev/full", "full"), UTF8);
     ASSERT_EQ(1, full.open(File::EMPTY, File::WRITE));
     EXPECT_EQ(-1, full.write("x", 1));
-    EXPECT_EQ(-1, full.write(nullptr, 1));
-    EXPECT_EQ(1u, log.count("ERR: WriteFile Failed. errno[28]"));
-    EXPECT_EQ(2u, log.count(std::string("ERR: writeFile Failed. Path:") + scratch("full")));
+    EXPECT_TRUE(log.has("ERR: WriteFile Failed. errno[28]"));
+    EXPECT_TRUE(log.has(std::string("ERR: writeFile Failed. Path:") + scratch("full")));
 }
 
 TEST(FileTest, SeeksByItsOwnOrigins) {
     Scratch const scratch;
     File file(scratch.file("file", "0123456789"), UTF8);
-    EXPECT_EQ(-1, file.seek(0, File::FROM_START));
     EXPECT_EQ(-1, file.availableSize());
     EXPECT_EQ(10, file.size());
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ_WRITE));
@@ -240,15 +224,12 @@ TEST(FileTest, RefusalsLeaveNoDescriptorBehind) {
     Scratch const scratch;
     File held(scratch("held"), UTF8);
     ASSERT_EQ(1, held.open(File::APPEND, File::WRITE));
+    ASSERT_EQ(0, mkfifo(scratch("fifo"), 0600));
     unsigned const before = test::openDescriptors();
-    {
-        EXPECT_EQ(0, File(scratch("held"), UTF8).open(File::APPEND, File::WRITE));
-        EXPECT_EQ(0, File::erase(scratch("held"), 1));
-        ASSERT_EQ(0, mkfifo(scratch("fifo"), 0600));
-        File fifo(scratch("fifo"), UTF8);
-        EXPECT_EQ(0, fifo.open(File::APPEND, File::READ_WRITE));  // it cannot seek
-        EXPECT_EQ(before, test::openDescriptors());
-    }
+    EXPECT_EQ(0, File(scratch("held"), UTF8).open(File::APPEND, File::WRITE));
+    EXPECT_EQ(0, File::erase(scratch("held"), 1));
+    File fifo(scratch("fifo"), UTF8);
+    EXPECT_EQ(0, fifo.open(File::APPEND, File::READ_WRITE));  // it cannot seek
     EXPECT_EQ(before, test::openDescriptors());
 }
 
@@ -266,15 +247,8 @@ TEST(FileTest, TakesLinesOfTheLog) {
 }
 
 // Volume name, directory path, file name, that without extension, and extension; "!" for none.
-struct Parts {
-    std::string path;
-    std::string parts;
-};
-
-class FilePathTest : public ::testing::TestWithParam<Parts> {};
-
-TEST_P(FilePathTest, HasItsParts) {
-    File const file(GetParam().path.c_str(), UTF8);
+std::string partsOf(std::string const& path) {
+    File const file(path.c_str(), UTF8);
     std::string parts;
     auto const add = [&](auto take) {
         char part[260];
@@ -287,47 +261,46 @@ TEST_P(FilePathTest, HasItsParts) {
     add([&](char* dst, unsigned long size) { return file.getFileName(dst, size, 0); });
     add([&](char* dst, unsigned long size) { return file.getFileName(dst, size, 1); });
     add([&](char* dst, unsigned long size) { return file.getExtension(dst, size); });
-    EXPECT_EQ(GetParam().parts, parts);
+    return parts;
 }
 
-std::string const LONGEST(259, 'n');
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, FilePathTest,
-    ::testing::Values(Parts{"/sdcard/data/log.txt", "sdcard|/sdcard/data|log.txt|log|txt|"},
-                      Parts{"/a/b/c.txt/", "a|/a/b|c.txt|c|txt|"},
-                      Parts{"C:\\dir\\name.ext", "C:|C:/dir|name.ext|name|ext|"},
-                      Parts{"a.b/file", "a.b|a.b|file|file||"}, Parts{"file", "file||file|file||"},
-                      Parts{"/file", "file||file|file||"},
-                      Parts{"archive.tar.gz", "archive.tar.gz||archive.tar.gz|archive.tar|gz|"},
-                      Parts{".profile", ".profile||.profile||profile|"},
-                      Parts{"x/name.", "x|x|name.|name||"}, Parts{"/", "!|!|!|!|!|"},
-                      Parts{"", "!|!|!|!|!|"}, Parts{"a//b", "!|!|!|!|!|"},
-                      Parts{LONGEST, LONGEST + "||" + LONGEST + '|' + LONGEST + "||"},
-                      Parts{LONGEST + "n", "!|!|!|!|!|"}));
-
-std::vector<std::string> reported;
-
-void report(utl::StatementInfo const& at) {
-    reported.push_back(std::string(at.file()) + ' ' + at.function() + ' ' +
-                       std::to_string(at.line()) + '.' + std::to_string(at.sub()));
-}
-
-TEST(FileTest, TellsTheWatchdogWhereItMayBlock) {
-    Scratch const scratch;
-    File file(scratch("file"), UTF8);
-    utl::BlockingCall::install(report);
-    file.open(File::AS_IT_IS, File::WRITE);
-    File::isOpened(scratch("file"), nullptr);
-    file.close();
-    utl::BlockingCall::install(nullptr);
-    std::vector<std::string> expected;
-    for (std::string const at : {"open 1612", "open 1650", "isOpened 1480", "isOpened 1489",
-                                 "isOpened 1495", "close 1713"}) {
-        expected.push_back("UtlFile " + at + ".1");
-        expected.push_back("UtlFile " + at + ".2");
+TEST(FilePathTest, HasItsParts) {
+    EXPECT_EQ("sdcard|/sdcard/data|log.txt|log|txt|", partsOf("/sdcard/data/log.txt"));
+    EXPECT_EQ("C:|C:/dir|name.tar.gz|name.tar|gz|", partsOf("C:\\dir\\name.tar.gz/"));
+    EXPECT_EQ("a.b|a.b|file|file||", partsOf("a.b/file"));
+    EXPECT_EQ("file||file|file||", partsOf("/file"));
+    EXPECT_EQ(".profile||.profile||profile|", partsOf(".profile"));
+    EXPECT_EQ("x|x|name.|name||", partsOf("x/name."));
+    std::string const longest(259, 'n');
+    EXPECT_EQ(longest + "||" + longest + '|' + longest + "||", partsOf(longest));
+    for (std::string const& path : {"/"s, ""s, "a//b"s, longest + "n"}) {
+        EXPECT_EQ("!|!|!|!|!|", partsOf(path)) << path;
     }
-    EXPECT_EQ(expected, reported);
+}
+
+std::set<unsigned long> statements;
+
+void noteStatement(utl::StatementInfo const& statement) {
+    statements.insert(statement.line());
+}
+
+TEST(FileTest, TellsTheWatchdogWhereItMayBlockAndWhyAnEntryWasPassedOver) {
+    Scratch const scratch;
+    scratch.file("a.x");
+    scratch.file("d/b");
+    File file(scratch("b.txt"), UTF8);
+    File::Paths entries(8, File::Paths::FIXED);
+    utl::BlockingCall::install(noteStatement);
+    file.open(File::EMPTY, File::WRITE);
+    File::isOpened(scratch("b.txt"), nullptr);
+    file.close();
+    File::children(scratch("b*"), &entries, 2, "txt", 0);
+    File::children(scratch.path(), &entries, 0, nullptr, 0);
+    File::children(scratch.path(), &entries, 1, nullptr, 0);
+    utl::BlockingCall::install(nullptr);
+    std::set<unsigned long> const expected = {1348, 1358, 1367, 1376, 1387, 1402, 1407, 1415, 1419,
+                                              1443, 1446, 1480, 1489, 1495, 1612, 1631, 1650, 1713};
+    EXPECT_EQ(expected, statements);
 }
 
 }  // namespace

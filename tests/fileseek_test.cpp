@@ -2,6 +2,7 @@
 
 #include <random>
 #include <string>
+#include <utility>
 
 #include "UtlFile.h"
 
@@ -23,50 +24,38 @@ Position seekKey(File& file, std::string const& key, Position from, Position ran
                         mode);
 }
 
-// A search in the bytes 00 11 22 33 44 11 22 22 23 from position 1.
-struct Search {
-    char const* name;
-    std::string key;
-    Position from;
-    Position range;
-    int mode;
-    Position result;
-    long long position;
+// In the bytes 00 11 22 33 44 11 22 22 23, from position 1: the result, and the position behind it.
+struct SeekKeyTest : ::testing::Test {
+    using Found = std::pair<Position, long long>;
+
+    Found search(std::string const& key, Position from, Position range, int mode = 0) {
+        text.file.seek(1, File::FROM_START);
+        Position const result = seekKey(text.file, key, from, range, mode);
+        return {result, text.file.position()};
+    }
+
+    test::TextFile text{std::string("\0\x11\x22\x33\x44\x11\x22\x22\x23", 9), 0};
 };
 
-class SeekKeyTest : public ::testing::TestWithParam<Search> {};
-
-TEST_P(SeekKeyTest, ReturnsWhereTheKeyIsAndGoesThere) {
-    Search const& search = GetParam();
-    test::TextFile text(std::string("\0\x11\x22\x33\x44\x11\x22\x22\x23", 9), 0);
-    text.file.seek(1, File::FROM_START);
-    EXPECT_EQ(search.result,
-              seekKey(text.file, search.key, search.from, search.range, search.mode));
-    EXPECT_EQ(search.position, text.file.position());
+TEST_F(SeekKeyTest, GoesToTheKeyOrBehindItWhenAllOfItIsInTheRange) {
+    EXPECT_EQ(Found(3, 3), search("\x33\x44", 0, 5));
+    EXPECT_EQ(Found(5, 5), search("\x33\x44", 0, FAILED, 1));
+    EXPECT_EQ(Found(1, 1), search("\x11\x22", HERE, 9));
+    EXPECT_EQ(Found(NOT_FOUND, 1), search("\x33\x44", 0, 4));
+    EXPECT_EQ(Found(NOT_FOUND, 1), search("\x23\x24", 0, 99));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, SeekKeyTest,
-    ::testing::Values(Search{"AtTheKey", "\x33\x44", 0, FAILED, 0, 3, 3},
-                      Search{"BehindTheKey", "\x33\x44", 0, 8, 1, 5, 5},
-                      Search{"RangeEndsInTheKey", "\x33\x44", 0, 4, 0, NOT_FOUND, 1},
-                      Search{"RangeEndsWithTheKey", "\x33\x44", 0, 5, 0, 3, 3},
-                      Search{"FromHere", "\x11\x22", HERE, 9, 0, 1, 1},
-                      Search{"FileEndsInTheKey", "\x23\x24", 0, 99, 0, NOT_FOUND, 1},
-                      Search{"BrokenMatchIsNotTakenUp", "\x22\x23", 5, 9, 0, NOT_FOUND, 1},
-                      Search{"FromBehindTheEnd", "\x11", 99, 9, 0, NOT_FOUND, 1},
-                      Search{"FromNowhere", "\x11", FAILED, 9, 0, FAILED, 1},
-                      Search{"NoKey", "", 0, 9, 0, FAILED, 1}),
-    [](auto const& search) { return std::string(search.param.name); });
+TEST_F(SeekKeyTest, DoesNotTakeUpABrokenMatch) {
+    EXPECT_EQ(Found(NOT_FOUND, 1), search("\x22\x23", 5, 9));
+}
 
-TEST(SeekKeyTextTest, AKeyCanBeAText) {
-    test::TextFile text("a key", 0);
-    EXPECT_EQ(2u, text.file.seekKey("key", 0, 9, 0));
-    EXPECT_EQ(FAILED, text.file.seekKey("", 0, 9, 0));
+TEST_F(SeekKeyTest, RefusesNoKeyNoPlaceAndNoFile) {
+    EXPECT_EQ(Found(FAILED, 1), search("\x11", FAILED, 9));
+    EXPECT_EQ(Found(FAILED, 1), search("", 0, 9));
     EXPECT_EQ(FAILED, text.file.seekKey(nullptr, 0, 9, 0));
-    EXPECT_EQ(FAILED, text.file.seekKey(nullptr, 1, 0, 9, 0));
+    EXPECT_EQ(3u, text.file.seekKey("3D", 0, 9, 0));
     text.file.close();
-    EXPECT_EQ(FAILED, text.file.seekKey("key", 0, 9, 0));
+    EXPECT_EQ(FAILED, text.file.seekKey("3D", 0, 9, 0));
 }
 
 // Over several blocks of bytes that begin a key all the time.

@@ -44,17 +44,12 @@ inline Line nextLine(File& file, int textType) {
     std::string const lf = before + "\n" + behind;
 
     Line line = {0, 0};
-    for (std::string c = nextCharacter(file, textType); !c.empty();
-         c = nextCharacter(file, textType)) {
-        if (c != cr && c != lf) {
-            line = {line.size + line.endSize + c.size(), 0};
-            continue;
-        }
-        line.endSize += c.size();
-        if (c == lf) {
-            break;
-        }
+    std::string c = nextCharacter(file, textType);
+    for (; !c.empty() && c != lf; c = nextCharacter(file, textType)) {
+        line = c == cr ? Line{line.size, line.endSize + c.size()}
+                       : Line{line.size + line.endSize + c.size(), 0};
     }
+    line.endSize += c.size();
     return line;
 }
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,13 +35,13 @@ public:
 
     // Makes a file, and the directories it is in.
     char const* file(std::string const& name, std::string const& content = "") const {
-        directory(name + "/..");
-        std::ofstream((*this)(name), std::ios::binary) << content;
+        std::filesystem::path const path = (*this)(name);
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << content;
         return (*this)(name);
     }
     char const* directory(std::string const& name) const {
-        std::filesystem::path const path = std::filesystem::path((*this)(name)).lexically_normal();
-        std::filesystem::create_directories(path);
+        std::filesystem::create_directories((*this)(name));
         return (*this)(name);
     }
     char const* link(std::string const& target, std::string const& name) const {
@@ -56,18 +55,15 @@ public:
     }
 
     // Not following a link.
-    bool has(std::string const& name) const { return access(lstat, name) != 0; }
-
-    unsigned mode(std::string const& name) const { return access(stat, name) & 07777; }
-
-private:
-    using Ask = int (*)(char const*, struct stat*);
-
-    unsigned access(Ask ask, std::string const& name) const {
-        struct stat status;
-        return ask((*this)(name), &status) == 0 ? status.st_mode : 0;
+    bool has(std::string const& name) const {
+        return std::filesystem::exists(std::filesystem::symlink_status((*this)(name)));
     }
 
+    unsigned mode(std::string const& name) const {
+        return static_cast<unsigned>(std::filesystem::status((*this)(name)).permissions());
+    }
+
+private:
     std::string mPath;
     mutable std::set<std::string> mPaths;
 };
