@@ -4,12 +4,14 @@
 //     ready.setOn();                       // one thread
 //     if (ready.waitToOn(500) == REACHED)  // any number of others
 //
-// Any thread may use an event. Nobody may wait for it when it is destroyed.
+// Any thread may use an event. Nobody may wait for it when it is destroyed; whoever has seen it on
+// may destroy it, even if the one who switched it on has not returned yet.
 
 #ifndef UTL_EVENT_H
 #define UTL_EVENT_H
 
-#include <pthread.h>
+#include <atomic>
+#include <cstdint>
 
 #include "UtlApi.h"
 
@@ -33,8 +35,9 @@ public:
     // Releases, in mode TWO_CONDITIONS, every thread that waits for off.
     void setOff();
 
+    // Without a lock.
     bool isOn() const;
-    bool isOff() const;
+    bool isOff() const { return !isOn(); }
 
     // Block for `timeout` milliseconds at the most, 0 for no limit: REACHED, TIMED_OUT or
     // WAIT_FAILED, which waitToOff() also gives in any mode but TWO_CONDITIONS. With a limit, the
@@ -43,20 +46,21 @@ public:
     int waitToOff(unsigned long timeout) const;
 
 private:
-    struct Side {
-        char const* name;
-        bool state;
-        mutable pthread_cond_t condition;
-    };
+    struct Side;
 
-    class Guard;
+    static Side const ON_SIDE;
+    static Side const OFF_SIDE;
 
-    int waitLocked(Side const& side, unsigned long timeout) const;
+    void change(Side const& side) const;
+    int wait(Side const& side, unsigned long timeout) const;
+    int awaitChange(Side const& side, std::uint32_t seen, unsigned long timeout) const;
 
     int const mMode;
-    mutable pthread_mutex_t mMutex;  // guards the sides
-    Side mOn;
-    Side mOff;  // used in mode TWO_CONDITIONS only
+
+    // All there is, in one word: whether it is on, whether somebody waits for on and for off, and
+    // how often it was switched on and off. Whoever switches it touches it once and no more:
+    // whoever sees the change may destroy the event.
+    mutable std::atomic<std::uint32_t> mState;
 };
 
 }  // namespace utl

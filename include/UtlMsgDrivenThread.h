@@ -23,23 +23,18 @@
 #ifndef UTL_MSG_DRIVEN_THREAD_H
 #define UTL_MSG_DRIVEN_THREAD_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
 #include "UtlApi.h"
-#include "UtlEvent.h"
-#include "UtlMap.h"
 #include "UtlMsg.h"
-#include "UtlQueue.h"
-#include "UtlSyncObject.h"
 #include "UtlThread.h"
 #include "UtlThreadRawMsg.h"
-#include "UtlTimerInfo.h"
 
 namespace utl {
 
-class LoopPipe;
-class OwnedTimers;
+class LoopControl;
 
 class UTL_API ThreadMsgListener {
 public:
@@ -50,9 +45,25 @@ public:
     virtual int receiveMsg(int threadId, ThreadRawMsg& msg) = 0;
 };
 
-// Any thread may call any operation; but the thread itself must not destroy its object. Operations
-// return 1 for done and 0 for refused unless they say otherwise. Those that wait for the thread do
-// so one at a time, and end when it stops; other threads' posts wait meanwhile.
+// Any thread may call any operation. Operations return 1 for done and 0 for refused unless they say
+// otherwise. What they lock and whom they may wait for:
+//
+// | operation                        | locks           | waits for                              |
+// |----------------------------------|-----------------|----------------------------------------|
+// | postMsg, sendMsgAsync            | queue           | a synchronous message to be handled    |
+// | setTimer, killTimer with noWait  | queue           | the same                               |
+// | sendMsgSync, peekMsg, hasMsg,    | request, queue  | the thread's answer, and those of who  |
+// | getFirstMsgId, eraseMsg,         |                 | asked before                           |
+// | setTimer, killTimer              |                 |                                        |
+// | stop                             | queue           | the thread's end, for its limit        |
+// | all of them on the thread itself | queue           | nobody                                 |
+//
+// The queue lock is held for a few lines, but for what a message does to write itself; only who
+// waits for an answer holds the request lock. Those waits end when the thread stops. A wait that
+// would close a circle, of threads of this kind or of shared timers that wait for each other, is
+// refused and logged with the names of the two that meet.
+//
+// The thread may destroy its own object, in a call of the listener: it ends when that has returned.
 class UTL_API MsgDrivenThread : public Thread {
 public:
     // Two words of the machine: what the pipe carries and the control queue holds.
@@ -63,8 +74,7 @@ public:
 
     // Room for `maxMsgCount` messages whose fields take up to `maxMsgSize` bytes, and for
     // `maxTimerCount` timers. When the pipe cannot be made, which is logged, the thread ends as
-    // soon as it is started: a process without privileges gets none for more than some 130000
-    // messages.
+    // soon as it is started.
     MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount, char const* name,
                     unsigned long maxTimerCount);
 
@@ -79,8 +89,7 @@ public:
               ThreadPriority const& priority, unsigned long reserved);
 
     // As Thread::stop(). What is queued is not delivered, but for at most one message. A thread
-    // that has ended leaves the manager's registry; one that was not waited for leaves it with the
-    // next stop() or with its object. -1 on the thread itself.
+    // that has ended leaves the manager's registry. -1 on the thread itself.
     int stop(int waitMode, unsigned long timeout);
 
     // Queue a message: messages of one sender arrive in their order. Refused, and logged, when it
@@ -92,9 +101,9 @@ public:
     // As postMsg(), whatever the thread's state.
     int sendMsgAsync(Msg const& msg);
 
-    // Deliver a message before all that are queued and block until the listener has returned. The
-    // thread's queue is locked meanwhile: nobody else can post. 0 when it was not delivered, and on
-    // the thread itself, which would wait for itself.
+    // Deliver a message before all that are queued and block until the listener has returned.
+    // Nobody else can post to the thread meanwhile, and who tries waits. 0 when it was not
+    // delivered, and on the thread itself, which would wait for itself.
     int sendMsgSync(Msg const& msg);
     int sendMsgSync(long msgId);
 
@@ -123,6 +132,9 @@ public:
     // until that is done. 0 when it is unknown, which on the thread itself counts as done.
     int killTimer(int userId, int noWait);
 
+    // How many control entries wait: one for each message, request and expiry.
+    unsigned long queuedEntriesForTesting() const;
+
     // The next timer gets this id.
     void setNextUserTimerIdForTesting(int userId);
 
@@ -134,95 +146,18 @@ protected:
     int requestStop() override;
 
 private:
-    enum class Step { NEXT, STOPPED, BROKEN };
+    friend class ThreadWatchdog;
 
-    // The answer to a find: whether there is such a message, and the message.
-    struct Found {
-        explicit Found(unsigned long size) : record(size) {}
+    class Loop;
 
-        ThreadRawMsg record;
-        bool isThere = false;
-    };
+    LoopControl& control();
 
-    bool hasAllBuffers() const;
+    // Lets a timer of this thread stand still, on the thread itself; and go on, on any.
+    void restTimer(int userId);
+    bool resumeTimer(int userId);
 
-    int postThreadCtlMsg(long id, int parameter);
-    bool postRequestLocked(Event& event, long id, int parameter);
-    bool storeLocked(Msg const& msg);
-    void logError(long msgId) const;
-
-    template <typename Use>
-    auto find(long msgId, Use use);
-    bool findByLoop(long msgId);
-    int eraseByLoop(long msgId);
-
-    Step executeStep();
-    bool serveRequestsLocked(long ctlId);
-    int dispatch(ThreadCtlMsg const& ctl);
-    void leaveLoop();
-
-    int executeReceiveMsg(Queue<unsigned char>& queue);
-    int executeReceiveMsg(Queue<unsigned char>& queue, long msgId);
-    bool executeFindMsg(long msgId, Found* found);
-    bool findSlotLocked(long msgId, Found* found);
-    bool findTimeoutLocked(Found* found);
-    void executeEraseMsg(long msgId);
-    void eraseMsgFromQueue(long msgId);
-    bool judgeEraseMsg(long ctlId) const;
-    long slotIdLocked(unsigned long position);
-
-    // All of these with the queue lock held, but for the first two and executeTimeout().
-    int setTimerByLoop(TimerInfo const& info, int noWait);
-    int killTimerByLoop(int userId, int noWait);
-    int executeTimeout(int userId);
-    int executeTimerRequest(ThreadCtlMsg const& ctl);
-    int executeStartTimer(int userId);
-    int executeStopTimer(int userId);
-    int finishTimeout(int userId);
-    void executeTimeoutSignal(int userId);
-    bool eraseTimerByTimerInfo(TimerInfo* info);
-    void eraseAllTimer();
-    bool postTimerRequestLocked(long ctlId, int userId, int noWait);
-    void answerTimerRequest(bool isServed);
-
-    unsigned long const mMaxMsgCount;
-    unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
-
-    // Locks, outer first. Other threads hold the API lock for a whole operation, waits for the loop
-    // included, so that one of them is served at a time. The loop takes only the queue lock.
-    SyncObject mApiLock;
-    SyncObject mQueueLock;
-
-    ThreadMsgListener* mListener = nullptr;  // written once by start(), before there is a loop
-
-    // Guarded by mQueueLock from here on.
-    Queue<ThreadCtlMsg> mCtlQueue;
-    Queue<unsigned char> mDataQueue;
-    bool mHasDataQueueOverflowed = false;  // until the loop next delivers a message
-    Queue<unsigned char> mSyncQueue;       // the one message of a synchronous send
-    ThreadRawMsg mSendMsg;
-    ThreadRawMsg mReceiveMsg;  // the loop's, what the listener sees
-    bool mHasLoopEnded = false;
-
-    // The request of another thread, one at a time. Its event is on until the loop has answered or
-    // has ended; the answer is good while the asking thread holds the API lock.
-    Event mSyncEvent;
-    Event mEraseEvent;
-    Event mFindEvent;
-    Event mTimerEvent;
-    bool mIsRequestServed = false;
-    long mEraseTarget = -1;
-    long mFindTarget = -1;
-    ThreadCtlMsg mTimerRequest;
-    Found mRequestFound;
-    Found mLoopFound;  // for what the listener looks for itself, lest it change another's answer
-
-    Map<int, TimerInfo> mTimers;
-    int mNextUserTimerId = 1;
-
-    // The kernel's timers go first: their signals find the pipe.
-    std::unique_ptr<LoopPipe> mPipe;
-    std::unique_ptr<OwnedTimers> mKernelTimers;
+    std::atomic<ThreadMsgListener*> mListener{nullptr};  // set once, by start()
+    std::unique_ptr<Loop> mLoop;
 };
 
 }  // namespace utl

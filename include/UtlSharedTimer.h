@@ -15,24 +15,31 @@
 
 #include "UtlApi.h"
 #include "UtlArray.h"
-#include "UtlEvent.h"
-#include "UtlMap.h"
-#include "UtlQueue.h"
-#include "UtlSyncObject.h"
 #include "UtlThread.h"
-#include "UtlTimerInfo.h"
 
 namespace utl {
 
-class LoopPipe;
-class OwnedTimers;
+class TimerListener;
 
-// Any thread may call any operation; but the thread itself must not destroy its object. Listeners
-// are called with no lock held and may call everything but destroy(): what they ask for is done at
-// once, whatever `noWait` says, also while another thread waits for this one.
+// Any thread may call any operation. Listeners are called with no lock held and may call
+// everything; what they ask for is done at once, whatever `noWait` says, also while another thread
+// waits for this one.
 //
 // With `noWait` 0 an operation of another thread blocks until the thread has carried it out or has
-// ended; with another value it is queued, which fails while 256 of them wait.
+// ended; with another value it is queued, which fails while 256 of them wait. What the operations
+// lock and whom they may wait for:
+//
+// | operation                       | locks         | waits for                                |
+// |---------------------------------|---------------|------------------------------------------|
+// | start, stop, restart,           | request, data | the thread: what it is calling, what was |
+// | eraseTimer                      |               | queued before, who asked before          |
+// | those with noWait, and addTimer,| data          | nobody                                   |
+// | setInterval, isRunning, ...     |               |                                          |
+// | destroy                         | data          | the thread's end                         |
+//
+// A wait that would close a circle, with message-driven threads or other timers that wait for each
+// other, is refused and logged. The thread may destroy its own object, in a call of a listener: it
+// ends when that has returned.
 class UTL_API SharedTimer : private Thread {
 public:
     // Two words of the machine: what the pipe carries and the control queue holds.
@@ -65,8 +72,8 @@ public:
     // started.
     bool start(int timerId, int noWait);
 
-    // True also for a timer that does not run. With `noWait` 0 no call of its listener begins
-    // afterwards. False for an unknown timer.
+    // True also for a timer that does not run. With `noWait` 0 no call of its listener is under way
+    // or begins afterwards. False for an unknown timer.
     bool stop(int timerId, int noWait);
 
     // Stops the timer if it runs, and starts it.
@@ -103,6 +110,9 @@ public:
     // On the timer thread: calls the timer's listener.
     virtual void onTime(int timerId);
 
+    // How many requests and expiries wait.
+    unsigned long queuedEntriesForTesting() const;
+
     // The next timer gets this id.
     void setNextUserTimerIdForTesting(int timerId);
 
@@ -114,63 +124,13 @@ protected:
     int requestStop() override;
 
 private:
-    enum class Step { NEXT, STOPPED, BROKEN };
-    class ApiGuard;
+    class Loop;
 
-    bool startByListener(int timerId);
-    bool stopByListener(int timerId);
-    bool eraseByListener(int timerId);
-    bool startByLoop(int timerId, int noWait);
-    bool stopByLoop(int timerId, int noWait);
-    bool eraseByLoop(int timerId, int noWait);
-    bool askLoop(std::int32_t msgId, int timerId, int noWait);
+    bool isUsable() const;
     template <typename Operation>
-    void forEachTimer(Operation operation) const;
+    void forEachTimer(Operation operation);
 
-    Step executeStep();
-    int executeTimeout(int timerId);
-    void enterLoop();
-    void leaveLoop();
-
-    // All of these with the data lock held.
-    bool outlasts(std::int32_t opposite, std::int32_t msgId, int timerId);
-    bool postTimerCtlMsg(std::int32_t msgId, int timerId);
-    bool isQueued(std::int32_t msgId, int timerId);
-    int executeCtl(TimerCtlMsg const& ctl);
-    void executeTimeoutSignal(int timerId);
-    int updateOnStart(int timerId);
-    int updateOnStop(int timerId);
-    int updateOnTimeout(int timerId);
-    bool startTimerByTimerInfo(TimerInfo* info);
-    bool stopTimerByTimerInfo(int timerId, TimerInfo* info);
-    void eraseAllTimer();
-    void answerRequest(TimerCtlMsg const& ctl, bool isServed);
-
-    // Locks, outer first. Other threads hold the API lock for a whole operation, waits for the loop
-    // included, so that one of them is served at a time. The loop takes only the data lock.
-    SyncObject mApiLock;
-    mutable SyncObject mDataLock;
-
-    // Guarded by mDataLock from here on.
-    Queue<TimerCtlMsg> mTimerCtlQueue;
-    Map<int, TimerInfo> mTimers;
-    int mNextUserTimerId = 1;
-    bool mIsLooping = false;
-
-    // The request of another thread, one at a time. The event is on until the loop has carried it
-    // out or has ended; the answer is good while the asking thread holds the API lock.
-    Event mRequestEvent;
-    TimerCtlMsg mRequest;
-    bool mIsRequestServed = false;
-
-    int mDelivering = -1;          // the timer whose listener is being called
-    bool mIsDeliveryOver = false;  // that listener has stopped it
-
-    Event mHasEnteredLoop;  // from here on nothing is guarded: made once
-
-    // The kernel's timers go first: their signals find the pipe.
-    std::unique_ptr<LoopPipe> mPipe;
-    std::unique_ptr<OwnedTimers> mKernelTimers;
+    std::unique_ptr<Loop> mLoop;
 };
 
 }  // namespace utl

@@ -9,12 +9,11 @@
 
 namespace utl {
 
-// A plain value, not a base: INVALID exists before any constructor runs and is never destroyed. It
-// keeps the pointers it is given: literals only.
+// A value that keeps the pointers it is given: literals only.
 class UTL_API StatementInfo {
 public:
-    // No position at all: ("", "", 0, 0).
-    static StatementInfo const INVALID;
+    // No position at all: ("", "", 0, 0). There before any constructor runs, and never destroyed.
+    static StatementInfo const& INVALID;
 
     // A null `file` or `function` reads as empty. `sub` is a position within the line: 1 before and
     // 2 after a call that may block, 0 for a plain report.
@@ -24,6 +23,9 @@ public:
           mFunction(function != nullptr ? function : ""),
           mLine(static_cast<std::uint32_t>(line)),
           mSub(static_cast<std::uint32_t>(sub)) {}
+    StatementInfo(StatementInfo const&) = default;
+    StatementInfo& operator=(StatementInfo const&) = default;
+    virtual ~StatementInfo() = default;
 
     constexpr char const* file() const { return mFile; }
     constexpr char const* function() const { return mFunction; }

@@ -31,6 +31,7 @@
 
 namespace utl {
 
+class Deadline;
 class StatementInfo;
 class WatchdogTimerListener;
 
@@ -86,7 +87,8 @@ public:
 
 // Any thread may call any operation. An object runs at most once. A derived class whose
 // requestStop() ends its work, or whose members the work uses, stops the thread in its own
-// destructor: the base destructor stops it too, but by then only the base is left.
+// destructor: the base destructor stops it too, but by then only the base is left. In a child of a
+// fork the threads of the parent are not running.
 class UTL_API Thread {
 public:
     // What waitTo() waits for and hasDone() asks about.
@@ -96,8 +98,9 @@ public:
     // thread runs.
     Thread(char const* name, Command* command);
 
-    // Stops a running thread and waits for it without limit. A thread that destroys its own object
-    // is not waited for: it ends when its work returns, without postExecute().
+    // Stops a running thread, waits for it without limit and takes it out of the manager's
+    // registry. A thread that destroys its own object is not waited for: it ends, and leaves the
+    // registry, when its work returns, without postExecute().
     virtual ~Thread();
     Thread(Thread const&) = delete;
     Thread& operator=(Thread const&) = delete;
@@ -113,7 +116,9 @@ public:
               unsigned long reserved);
 
     // Takes the thread off the watchdog and asks it to stop. 0, or with `waitMode` 1 the result of
-    // waitTo(EXECUTED, timeout). -1 when it was never started or has finished.
+    // waitTo(EXECUTED, timeout); then a call of its watchdog listener has returned too. -1 when it
+    // was never started or has finished. `timeout` holds for the whole of it: TIMED_OUT also when a
+    // start() that is under way does not come to its end, or the listener does not return.
     int stop(int waitMode, unsigned long timeout);
 
     // Blocks until `stage` was reached: REACHED, TIMED_OUT or WAIT_FAILED. `timeout` in
@@ -170,6 +175,9 @@ protected:
 
 private:
     void run();
+    bool isOfThisProcess() const;
+    int awaitEnd(Deadline const& deadline);
+    int awaitListener(Deadline const& deadline);
 
     static constexpr int STAGE_COUNT = 4;
 
@@ -177,8 +185,10 @@ private:
     std::atomic<int> mId{0};
     BasicString<char> const mName;
     Event mStages[STAGE_COUNT];
-    Event mAskedOrDone;      // on when a stop request came or can no longer come
-    SyncObject mSyncObject;  // serialises start() and the first step of stop()
+    Event mAskedOrDone;                 // on when a stop request came or can no longer come
+    SyncObject mSyncObject;             // serialises start()
+    Event mIsStartOver;                 // off while somebody is in start()
+    std::atomic<unsigned> mProcess{0};  // in which it was started
     std::atomic<unsigned long> mResult{0};
 
     // Switched on when the thread's function has left; the registry shares it. Written by start()

@@ -17,7 +17,6 @@
 #include "UtlEvent.h"
 #include "UtlMap.h"
 #include "UtlString.h"
-#include "UtlSyncObject.h"
 #include "UtlThread.h"
 
 namespace utl {
@@ -26,6 +25,7 @@ namespace platform {
 class StaticLock;
 }
 
+class Deadline;
 class ManagerAccess;
 class StatementInfo;
 class ThreadWatchdog;
@@ -73,11 +73,19 @@ public:
 
         void detach() { mHandle.release(); }
 
+        // Its thread is the parent process's: there is nothing to detach.
+        void forgetHandle();
+
+        // The object that started the thread is gone: the entry goes with the thread.
+        void setOwnerGone() { mIsOwnerGone = true; }
+        bool isOwnerGone() const { return mIsOwnerGone; }
+
     private:
         SmartPointer<BasicString<char>> mName;  // keeps its place whatever happens to the registry
         ThreadPriority mPriority;
         SmartPointer<Event> mStopEvent;
         CountingPointer<long, DetachThread> mHandle;
+        bool mIsOwnerGone = false;
     };
 
     virtual ~ThreadManager();
@@ -85,7 +93,8 @@ public:
     ThreadManager& operator=(ThreadManager const&) = delete;
 
     // The manager of the process, made on first use, with a running watchdog; that one call blocks
-    // until the watchdog runs. nullptr without memory.
+    // until the watchdog runs. nullptr without memory. What could not be made is tried again by the
+    // next call. In a child of a fork the watchdog is off until the child starts a thread.
     static ThreadManager* get();
 
     // The manager, or nullptr while there is none.
@@ -117,8 +126,9 @@ public:
     int entryCaller(int watchdogMode, unsigned long watchdogAliveTime,
                     WatchdogTimerListener* listener, char const* name);
 
-    // Takes a thread out of the registry and off the watchdog. False when it is unknown, or was
-    // started by the manager and still runs.
+    // Takes a thread out of the registry and off the watchdog; blocks until a call of its watchdog
+    // listener has returned. False when it is unknown, or was started by the manager and still
+    // runs.
     bool unregister(int id);
 
     bool isThreadExist(int id) const;
@@ -197,6 +207,14 @@ private:
     void announce(int id, int watchdogMode, unsigned long aliveTimeMs,
                   WatchdogTimerListener* listener, char const* name);
     bool unregister(int id, Event const* stopEvent);
+    void releaseEntry(int id, Event const* stopEvent);
+    void endThread(StartRequest const& request);
+    bool hasRoom(unsigned long entryMax) const;
+    static void wantWatchdog();
+    void forgetWatchdog(int id);
+    int awaitWatchdogListener(int id, Deadline const& deadline);
+    static void becomeChild(int parentsId);
+    void keepOnly(int parentsId);
     bool findEntry(int id, ThreadEntry* out) const;
 
     static std::atomic<ThreadManager*> mpTheObject;
@@ -204,7 +222,7 @@ private:
     // Locks, outer first: mInstantiationSyncObject, mRegistryLock, the watchdog's. The
     // watchdog's thread holds none of them while it calls a listener.
     static platform::StaticLock mInstantiationSyncObject;
-    SyncObject mRegistryLock;
+    static platform::StaticLock mRegistryLock;
     Map<int, ThreadEntry> mRegistry;  // guarded by mRegistryLock
     ThreadWatchdog* const mWatchdog;  // owned
     std::atomic<bool> mLogsRegistrations{false};

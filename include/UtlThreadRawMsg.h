@@ -92,6 +92,12 @@ public:
     unsigned long checkOutputStrLength(unsigned long maxLength) const;
 
 private:
+    friend class BorrowedRecord;
+
+    // For records in memory of somebody else.
+    ThreadRawMsg() : mMaxSize(0), mBuffer(nullptr), mIsBorrowed(true) {}
+
+    void release();
     int fail();
     int write(void const* source, unsigned long size);
     int read(void* destination, unsigned long size);
@@ -102,6 +108,7 @@ private:
 
     unsigned long mMaxSize;
     unsigned char* mBuffer;
+    bool mIsBorrowed = false;  // not to be freed here
     unsigned long mWritePosition = 0;
     unsigned long mReadPosition = 0;
     int mResult = 0;

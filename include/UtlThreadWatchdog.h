@@ -11,17 +11,20 @@
 #ifndef UTL_THREAD_WATCHDOG_H
 #define UTL_THREAD_WATCHDOG_H
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "UtlApi.h"
+#include "UtlEvent.h"
 #include "UtlMap.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlStatementInfo.h"
 #include "UtlString.h"
-#include "UtlSyncObject.h"
 
 namespace utl {
 
+class Deadline;
 class WatchdogTimerListener;
 
 // What the watchdog knows of a registered thread. A plain value.
@@ -36,11 +39,8 @@ public:
     // lastAliveTick() of a thread that has not reported yet.
     static constexpr std::uint32_t NO_TICK = 0xFFFFFFFFu;
 
-    // A registration of nobody; becomes a WatchdogInfo where one is wanted.
-    struct Invalid {
-        operator WatchdogInfo() const { return WatchdogInfo(); }
-    };
-    static constexpr Invalid INVALID{};
+    // A registration of nobody. There before any constructor runs, and never destroyed.
+    static WatchdogInfo const& INVALID;
 
     WatchdogInfo();
 
@@ -71,6 +71,7 @@ private:
     friend class ThreadWatchdog;
 
     bool isOverdue(std::uint32_t now) const;
+    void addTime(std::uint32_t milliseconds, std::uint32_t now);
 
     int mId = 0;
     std::uint32_t mAliveTime = 0;
@@ -93,7 +94,8 @@ public:
 };
 
 // Any thread may call any operation. All of them return false until initialize() and after
-// shutdown().
+// shutdown(). A check that comes late, because the process was stopped or had no processor, takes
+// that time off what the threads have been silent for.
 class UTL_API ThreadWatchdog : public ThreadMsgListener {
 public:
     // Room for `capacity` registrations.
@@ -102,8 +104,12 @@ public:
     ThreadWatchdog(ThreadWatchdog const&) = delete;
     ThreadWatchdog& operator=(ThreadWatchdog const&) = delete;
 
+    // Whether there was memory for the registrations.
+    bool hasRoom() const;
+
     // Starts the watchdog's thread and the periodic check. False when that was done before or
-    // cannot be done; no thread is left running then. Blocks until both run.
+    // cannot be done; no thread is left running then, and it may be tried again. Blocks until both
+    // run. One thread at a time.
     bool initialize(unsigned long watchIntervalMs);
 
     // Ends the thread and waits for it. Does nothing on that thread itself.
@@ -114,11 +120,13 @@ public:
     bool setWatchInterval(unsigned long intervalMs);
 
     // Registers a thread, not watched at first. `listener`, which may be null for one that logs the
-    // table, must live until the thread is unregistered and a call that had begun has returned.
-    // False, logged, for an alive time of 0, a full table or an id that is registered; false for a
-    // null name.
+    // table, must live until the thread is unregistered. False, logged, for an alive time of 0, a
+    // full table or an id that is registered; false for a null name.
     bool entry(int id, unsigned long aliveTimeMs, WatchdogTimerListener* listener,
                char const* name);
+
+    // Afterwards no call of the thread's listener is under way or begins: blocks until one has
+    // returned, but in that call itself.
     bool unregister(int id);
 
     // The calling thread is alive, at `statement`. Recorded only while it is watched. False when it
@@ -145,28 +153,42 @@ public:
     int receiveMsg(int threadId, ThreadRawMsg& msg) override;
 
 private:
+    friend class ThreadManager;
+
     class DefaultTimerListener;
 
+    bool forget(int id);
+    int awaitReturn(int id, Deadline const& deadline);
+    bool isCallUnderWay(int id) const;
+    void becomeChild();
+
     bool isInitialized() const;
-    bool isWatchTimer(TimerMsg const& timer) const;
     int exchangeWatchTimer(int timerId);
     bool insertLocked(WatchdogInfo const& info);
     WatchdogInfo* findLocked(int id);
     WatchdogInfo const* findLocked(int id) const;
-    bool executeKeepAlive(int id, StatementInfo const& statement);
+    bool hasWatchedLocked() const;
+    void expectCheckLocked();
+    void addLatenessLocked(std::uint32_t now);
     void executeWatchThreads();
-    bool findOverdue(std::uint32_t now, int* id) const;
-    void executeWatchdogTimeout(int id);
-    Map<int, WatchdogInfo> declareTimeout(int id, WatchdogTimerListener** listener);
+    bool declareTimeout(std::uint32_t now, WatchdogTimerListener** listener);
+    void callListener(WatchdogTimerListener* listener);
+    void restUnlessNeeded();
 
-    MsgDrivenThread mThread;
+    unsigned long const mCapacity;
+    std::unique_ptr<MsgDrivenThread> mThread;  // changed while this is not initialised
+    std::atomic<int> mThreadId{0};
 
-    // A leaf but for the log's locks.
-    SyncObject mLock;
-    int mWatchTimerId = -1;  // guarded by mLock, as are all that follow
+    // Guarded by the watchdog's lock, a leaf, from here on.
+    int mWatchTimerId = -1;
+    unsigned long mWatchIntervalMs = 0;
+    bool mIsResting = false;         // nobody is watched: the check timer stands still
+    std::uint64_t mNextCheckNs = 0;  // when it is due
+    std::uint64_t mLatenessNs = 0;   // of checks, not yet added to the threads' time
     bool mIsInitialized = false;
-    bool mIsInKeepAlive = false;
     Map<int, WatchdogInfo> mInfos;
+    int mCalledId = 0;  // whose listener is being called while mHasReturned is off
+    Event mHasReturned{1, 0};
 };
 
 }  // namespace utl

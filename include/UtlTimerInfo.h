@@ -37,6 +37,7 @@ struct UTL_API TimerInfo {
     SmartPointer<Event> runEvent;    // on while the timer runs
     std::uint32_t pendingCount = 0;  // expiries queued and not yet delivered
     bool intervalChanged = false;    // not yet applied; the shared timer's
+    int systemTimerPlace = -1;       // where its loop keeps the kernel timer
 };
 
 }  // namespace utl

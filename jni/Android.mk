@@ -3,14 +3,26 @@
 
 LOCAL_PATH := $(call my-dir)
 
+# The boundary to user code: what is thrown there, through frames of all other units, ends here.
+include $(CLEAR_VARS)
+
+LOCAL_MODULE := utl_user_code
+LOCAL_SRC_FILES := source/foundation/UtlUserCode.cpp
+LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
+LOCAL_CPPFLAGS := -std=c++17 -fexceptions -frtti -fvisibility=hidden -fvisibility-inlines-hidden \
+    -Wall -Wextra
+
+include $(BUILD_STATIC_LIBRARY)
+
 include $(CLEAR_VARS)
 
 LOCAL_MODULE := utl
 LOCAL_SRC_FILES := \
     source/platform/UtlClock.cpp \
-    source/platform/UtlCondition.cpp \
     source/platform/UtlDirectory.cpp \
     source/platform/UtlFileSystem.cpp \
+    source/platform/UtlFork.cpp \
+    source/platform/UtlFutex.cpp \
     source/platform/UtlKernelThread.cpp \
     source/platform/UtlKernelTimer.cpp \
     source/platform/UtlMutex.cpp \
@@ -52,18 +64,22 @@ LOCAL_SRC_FILES := \
     source/messaging/UtlMsg.cpp \
     source/messaging/UtlThreadRawMsg.cpp \
     source/messaging/UtlTimerInfo.cpp \
-    source/messaging/UtlOwnedTimers.cpp \
     source/messaging/UtlWakePipe.cpp \
-    source/messaging/UtlLoopPipe.cpp \
+    source/messaging/UtlLoopTimers.cpp \
+    source/messaging/UtlLoopWait.cpp \
+    source/messaging/UtlLoopControl.cpp \
+    source/messaging/UtlMsgLoop.cpp \
+    source/messaging/UtlMsgLoopTimers.cpp \
     source/messaging/UtlMsgDrivenThread.cpp \
-    source/messaging/UtlMsgDrivenThreadTimers.cpp \
+    source/timers/UtlSharedTimerLoop.cpp \
     source/timers/UtlSharedTimer.cpp \
     source/timers/UtlTimer.cpp \
     source/timers/UtlThreadWatchdog.cpp
 LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
 LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include
-LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -fno-semantic-interposition -frtti -fvisibility=hidden \
-    -fvisibility-inlines-hidden -Wall -Wextra
+LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -funwind-tables -fno-semantic-interposition -frtti \
+    -fvisibility=hidden -fvisibility-inlines-hidden -Wall -Wextra
+LOCAL_STATIC_LIBRARIES := utl_user_code
 ifeq ($(UTL_HEAP_ACCOUNTING),1)
 LOCAL_CPPFLAGS += -DUTL_HEAP_ACCOUNTING
 LOCAL_EXPORT_CPPFLAGS := -DUTL_HEAP_ACCOUNTING

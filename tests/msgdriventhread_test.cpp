@@ -11,8 +11,11 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <memory>
 #include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "support/LogCapture.h"
 #include "support/ManagerTest.h"
@@ -128,9 +131,9 @@ TEST_F(MsgDrivenThreadTest, AFullControlQueueRefusesEverythingAndLeavesNothingBe
     EXPECT_EQ(4u, log.count("Overflow ThreadCtlMsgQueue  MaxCount:257 MsgId:0x0000"));
 
     // There is room again, but the entry of the timer that could not be posted blocks its id.
-    EXPECT_EQ(1, station->killTimer(1, 0));
-    EXPECT_EQ(-1, station->setTimer(HOUR, 1, 0, 0));
     station.released.open();
+    EXPECT_TRUE(test::comesTrue([&] { return station->queuedEntriesForTesting() == 0; }));
+    EXPECT_EQ(-1, station->setTimer(HOUR, 1, 0, 0));
     EXPECT_EQ(1, station->sendMsgSync(SYNC));
     EXPECT_EQ(ROOM + 1, station->setTimer(HOUR, 0, 0, 0));
     EXPECT_EQ(1, station->postMsg(B));
@@ -185,7 +188,7 @@ TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
         }
         EXPECT_EQ(2, station->postMsg(first) + station->postMsg(B));
         auto sent = inThread([&] { return station->sendMsgSync(SYNC); });
-        EXPECT_TRUE(station.awaitWords(3));
+        EXPECT_TRUE(station.awaitEntries(3));
         station.released.open();
         EXPECT_EQ(1, sent.get());
         // Each answered before one more entry is dealt with: the one under way, and that of B,
@@ -210,13 +213,97 @@ TEST_F(MsgDrivenThreadTest, NobodyQueuesAnythingWhileASynchronousMessageIsHandle
     EXPECT_TRUE(station.waitFor(A));
 }
 
+TEST_F(MsgDrivenThreadTest, OnlyWhoAsksAThreadWaitsForIt) {
+    RunningStation a;
+    RunningStation b;
+    std::future<int> asked;
+    a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(SYNC)); });
+    b.on(SYNC, [&] {
+        asked = inThread([&] { return a->hasMsg(B); });
+        EXPECT_TRUE(a.awaitEntries(1));
+        EXPECT_EQ(1, a->postMsg(LAST));
+        EXPECT_LT(0, a->setTimer(HOUR, 1, 0, 0));
+        EXPECT_EQ(TIMED_OUT, a->stop(1, 20));
+    });
+    EXPECT_EQ(1, a->postMsg(A));
+    EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(0, asked.get());
+}
+
+TEST_F(MsgDrivenThreadTest, AStopWithALimitKeepsItWhileASynchronousMessageIsHandled) {
+    RunningStation station;
+    station.on(SYNC, [&] { station.hold(); });
+    auto sent = inThread([&] { return station->sendMsgSync(SYNC); });
+    EXPECT_TRUE(station.entered.wait());
+    EXPECT_EQ(TIMED_OUT, station->stop(1, 20));
+    station.released.open();
+    EXPECT_EQ(1, sent.get());
+    EXPECT_EQ(REACHED, station->waitTo(Thread::EXECUTED, 0));
+}
+
+// Of two threads, or of one that waits while the other one asks it back.
+TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
+    std::string const refusal =
+        "<UTIL> ERR: MsgDrivenThread(station) Refused. MsgDrivenThread(station) waits for this "
+        "thread\r\n";
+    RunningStation a;
+    RunningStation b;
+    std::atomic<int> posted{0};
+    test::Gate isInA;
+    test::Gate isInB;
+    a.on(SYNC, [&] { isInA.open(), isInB.wait(), posted += b->postMsg(LAST); });
+    b.on(SYNC, [&] { isInB.open(), isInA.wait(), posted += a->postMsg(LAST); });
+    auto sent = inThread([&] { return a->sendMsgSync(SYNC); });
+    EXPECT_EQ(1, b->sendMsgSync(SYNC));
+    EXPECT_EQ(1, sent.get());
+    EXPECT_EQ(1, posted);
+    EXPECT_EQ(1u, log.count(refusal));
+
+    a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
+    b.on(B, [&] {
+        EXPECT_EQ(0, a->sendMsgSync(LAST) + a->eraseMsg(LAST));
+        EXPECT_EQ(-1, a->setTimer(HOUR, 0, 0, 0) + a->stop(1, 0) + 1);
+    });
+    EXPECT_EQ(1, a->postMsg(A));
+    EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(5u, log.count(refusal));
+}
+
+TEST_F(MsgDrivenThreadTest, AListenerMayDoAnythingWithTheRecordItIsGivenOrItsThread) {
+    struct Listener : ThreadMsgListener {
+        int receiveMsg(int, ThreadRawMsg& raw) override {
+            NumberMsg msg(0);
+            EXPECT_EQ(1, msg.restoreFrom(raw));
+            heard.push_back(msg.number);
+            raw = ThreadRawMsg(heard.size() % 2 == 0 ? 4 : 4000);
+            if (msg.number == 0) {
+                thread.reset();
+                isGone.open();
+            }
+            return 0;
+        }
+
+        std::vector<int> heard;
+        test::Gate isGone;
+        std::unique_ptr<MsgDrivenThread> thread =
+            std::make_unique<MsgDrivenThread>(4, 8, "station", 1);
+    } listener;
+    EXPECT_EQ(0, listener.thread->start(&listener, 0, 0, nullptr, 1, 0, 3, 0));
+    EXPECT_EQ(1, listener.thread->setTimer(HOUR, 0, 0, 0));
+    for (int i = 4; i >= 0; --i) {
+        EXPECT_EQ(1, listener.thread->postMsg(NumberMsg(A, i)));
+    }
+    EXPECT_TRUE(listener.isGone.wait() && comesToThreads(1));
+    EXPECT_EQ((std::vector<int>{4, 3, 2, 1, 0}), listener.heard);
+}
+
 TEST_F(MsgDrivenThreadTest, ErasesQueuedMessagesAndTheOneUnderWay) {
     HeldStation station;
     for (long id : {A, B, A, SYNC, A, B}) {
         EXPECT_EQ(1, station->postMsg(id));
     }
     auto erased = inThread([&] { return station->eraseMsg(A); });
-    EXPECT_TRUE(station.awaitWords(7));
+    EXPECT_TRUE(station.awaitEntries(7));
     station.released.open();
     EXPECT_EQ(1, erased.get());
     EXPECT_TRUE(station.waitFor(B, 2));
@@ -230,7 +317,7 @@ TEST_F(MsgDrivenThreadTest, FindsTheFirstMessageWhateverEntryComes) {
     EXPECT_EQ(3, station->postMsg(B) + station->postMsg(NumberMsg(A, 2)) +
                      station->postMsg(NumberMsg(A, 3)));
     auto peeked = inThread([&] { return station->peekMsg(A, &out); });
-    EXPECT_TRUE(station.awaitWords(4));
+    EXPECT_TRUE(station.awaitEntries(4));
     station.released.open();
     EXPECT_EQ(1, peeked.get());
     EXPECT_EQ(2, out.number);
@@ -311,42 +398,31 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
     }
 }
 
-TEST_F(MsgDrivenThreadTest, WhoWaitsForALoopThatBreaksIsReleasedWithAFailure) {
-    std::function<long(MsgDrivenThread&)> const requests[] = {
-        [](MsgDrivenThread& thread) { return thread.sendMsgSync(SYNC); },
-        [](MsgDrivenThread& thread) { return thread.hasMsg(HOLD); },
-        [](MsgDrivenThread& thread) { return thread.eraseMsg(A); },
-        [](MsgDrivenThread& thread) { return thread.getFirstMsgId() + 1; },
-        [](MsgDrivenThread& thread) { return thread.setTimer(HOUR, 0, 0, 0) + 1; }};
-    for (auto const& request : requests) {
-        HeldStation station;
-        char word[8] = {};
-        auto answer = inThread([&] { return request(station.thread); });
-        EXPECT_TRUE(station.awaitWords(1));
-        EXPECT_EQ(8, read(station.readEnd, word, 8));  // in place of the loop
-        EXPECT_EQ(4, write(station.writeEnd, word, 4));
-        station.released.open();
-        EXPECT_EQ(0, answer.get());
-        EXPECT_EQ(0, station->waitTo(Thread::EXECUTED, 0));
-        EXPECT_EQ(Ids{HOLD}, station.ids());
-    }
-    EXPECT_EQ(5u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
+TEST_F(MsgDrivenThreadTest, AWordThatIsNotWholeEndsTheThreadAndWhatIsAskedOfIt) {
+    RunningStation station;
+    EXPECT_EQ(4, write(station.writeEnd, "half", 4));
+    EXPECT_EQ(0, station->waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(0, station->sendMsgSync(SYNC) + station->hasMsg(HOLD) + station->eraseMsg(A));
+    EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
                             "!!Break msg loop!!\r\n"));
 }
 
 TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne) {
     RunningStation station;
+    EXPECT_EQ(1, station->sendMsgSync(B));
+    EXPECT_TRUE(test::comesTrue([&] { return test::isAsleep(station->getId()); }));
     int const kept = dup(station.writeEnd);
     replaceByFull(station.writeEnd);
     EXPECT_EQ(0, station->hasMsg(A) + station->sendMsgSync(SYNC) + station->eraseMsg(A));
+    EXPECT_EQ(0, station->postMsg(A));
     dup2(kept, station.writeEnd);
     close(kept);
-    EXPECT_EQ(3u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. write Ret:4294967295 "
+    EXPECT_EQ(4u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. write Ret:4294967295 "
                             "errno:28\r\n"));
     // The refused entries stay queued, but take nobody's wake-up.
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, 0));
     EXPECT_EQ(0, station->stop(1, 0));
-    EXPECT_EQ(0, station.count(SYNC));
+    EXPECT_EQ(Ids{B}, station.ids());
 }
 
 TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {

@@ -7,6 +7,7 @@
 #include <climits>
 #include <functional>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -311,8 +312,12 @@ TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
     EXPECT_TRUE(timers.getTimerIdSet(&ids));
     EXPECT_EQ((std::vector<int>{1, 3, INT_MAX}), std::vector<int>(&ids[0], &ids[0] + ids.count()));
     EXPECT_FALSE(timers.getTimerIdSet(nullptr));
-    EXPECT_FALSE(timers.start(2, WAIT) || timers.stop(2, WAIT) || timers.restart(2, WAIT) ||
-                 timers.eraseTimer(2, WAIT) || timers.setInterval(2, 1) || timers.isRunning(2));
+    for (int unknown : {2, 0, -1}) {
+        EXPECT_FALSE(timers.start(unknown, WAIT) || timers.stop(unknown, WAIT) ||
+                     timers.restart(unknown, WAIT) || timers.eraseTimer(unknown, WAIT) ||
+                     timers.eraseTimer(unknown, NO_WAIT) || timers.setInterval(unknown, 1) ||
+                     timers.isRunning(unknown));
+    }
     EXPECT_EQ(NONE, timers.getInterval(2));
 }
 
@@ -365,6 +370,34 @@ TEST_F(SharedTimerTest, ATimerCallsItsListenerIfItHasOne) {
     EXPECT_TRUE(once.setInterval(5) && once.getInterval() == 5);
     EXPECT_TRUE(once.destroy());
     EXPECT_FALSE(once.start(WAIT));
+}
+
+TEST_F(SharedTimerTest, OnlyWhoAsksTheThreadWaitsForIt) {
+    test::Gate released;
+    test::Gate entered;
+    Listener listener([&](int) { entered.open(), released.wait(); });
+    SharedTimer timers(0, 0, nullptr, 2, "shared");
+    int const held = timers.addTimer(&listener, 1, 0, REARMED);
+    int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
+    EXPECT_TRUE(timers.start(held, WAIT) && entered.wait());
+    auto asked = inThread([&] { return timers.stop(held, WAIT); });
+    EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() != 0; }));
+    EXPECT_TRUE(timers.start(other, NO_WAIT) && timers.restart(other, NO_WAIT));
+    EXPECT_LT(0, timers.getInterval(other));
+    released.open();
+    EXPECT_TRUE(asked.get());
+}
+
+TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {
+    std::unique_ptr<Timer> timer;
+    test::Gate isGone;
+    Listener listener([&](int) { timer.reset(), isGone.open(); });
+    unsigned const threads = test::threads();
+    timer = std::make_unique<Timer>(&listener, 1, 0, 0, nullptr, 0, FREE_RUNNING, "timer");
+    EXPECT_TRUE(timer->start(WAIT));
+    EXPECT_TRUE(isGone.wait());
+    EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
+    EXPECT_EQ(1u, listener.calls.count());
 }
 
 class Ticker : public Timer {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "UtlStatementInfo.h"
 #include "UtlThreadManager.h"
@@ -203,8 +204,31 @@ TEST_F(ThreadTest, AThreadMayDestroyItsOwnObject) {
         auto* const thread = new Ephemeral(round % 3 + 1, &id);
         EXPECT_EQ(0, thread->start(0, 0, nullptr, round % 2, 0, ThreadPriority::NORMAL, 0));
         EXPECT_TRUE(test::comesTrue([&] { return id != 0; }));
-        ThreadManager::get()->waitToStop(id, 0);
-        EXPECT_TRUE(ThreadManager::get()->unregister(id));
+        // Nobody is left who could take it out of the registry.
+        EXPECT_TRUE(test::comesTrue([&] { return !ThreadManager::get()->isThreadExist(id); }));
+    }
+}
+
+unsigned long addressSpace() {
+    unsigned long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
+}
+
+// More of them than the registry has room for, and than the system's cache keeps stacks of.
+TEST_F(ThreadTest, EndedOnesGiveBackTheirStacksAndDestroyedOnesTheirEntries) {
+    constexpr int COUNT = 50;
+    constexpr unsigned long STACK = 8ul << 20;
+    ThreadManager::get();
+    unsigned long const before = addressSpace();
+    for (int round = 0; round < 6; ++round) {
+        std::vector<std::unique_ptr<Worker>> ended;
+        for (int i = 0; i < COUNT; ++i) {
+            ended.push_back(std::make_unique<Worker>("ended", [] { return 0; }));
+            EXPECT_TRUE(ended.back()->runsToItsEnd());
+            EXPECT_TRUE(ThreadManager::get()->isThreadExist(ended.back()->getId()));
+        }
+        EXPECT_GT(before + COUNT * STACK / 2, addressSpace());
     }
 }
 

@@ -18,6 +18,7 @@
 #include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/ManagerTest.h"
+#include "support/Process.h"
 #include "support/Worker.h"
 
 namespace utl {
@@ -46,6 +47,20 @@ void runTogether(unsigned count, std::function<void()> const& work) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+// What a sanitizer wants a descriptor for has been there before.
+TEST_F(ThreadManagerTest, WhatCouldNotBeMadeAtFirstIsMadeGood) {
+    EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
+    ThreadManager::destroy();
+    {
+        test::NoDescriptors const limit;
+        ASSERT_NE(nullptr, manager());
+        EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
+        EXPECT_FALSE(manager()->isRegisteredWatchdog(0));
+    }
+    EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
+    EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
 }
 
 TEST_F(ThreadManagerTest, NobodyNeedsOneToReadTheTimeOrToSleep) {

@@ -1,16 +1,20 @@
 // The timers of a message-driven thread.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
-#include <memory>
+#include <list>
 #include <thread>
 
 #include "UtlMsgDrivenThread.h"
@@ -18,6 +22,23 @@
 
 #include "support/LogCapture.h"
 #include "support/MessageStation.h"
+
+namespace {
+
+std::atomic<bool> isSigactionRefused{false};
+
+}  // namespace
+
+extern "C" int sigaction(int signal, struct sigaction const* action,
+                         struct sigaction* previous) noexcept {
+    if (isSigactionRefused) {
+        errno = EINVAL;
+        return -1;
+    }
+    using Function = int (*)(int, struct sigaction const*, struct sigaction*);
+    static auto const real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigaction"));
+    return real(signal, action, previous);
+}
 
 namespace utl {
 namespace {
@@ -37,21 +58,36 @@ constexpr unsigned long HOUR = 3600000;
 constexpr int REARMED = 0;
 constexpr int FREE_RUNNING = 1;
 
-// The kernel's ids of a station's timers, in the order in which they were made.
-std::vector<int> timersOf(int writeEnd) {
+// The kernel's ids of the timers that a thread takes the signals of, in the order in which they
+// were made.
+std::vector<int> timersOf(int threadId) {
     std::vector<int> ids;
     std::ifstream timers("/proc/self/timers");
     int id = 0;
-    unsigned long long carried;
+    int owner = 0;
     for (std::string line; std::getline(timers, line);) {
         std::sscanf(line.c_str(), "ID: %d", &id);
-        if (std::sscanf(line.c_str(), "signal: %*d/%llx", &carried) == 1 &&
-            static_cast<int>(carried) == writeEnd) {
+        if (std::sscanf(line.c_str(), "notify: signal/tid.%d", &owner) == 1 && owner == threadId) {
             ids.push_back(id);
         }
     }
     std::sort(ids.begin(), ids.end());
     return ids;
+}
+
+std::vector<int> timersOf(Station& station) {
+    return timersOf(station->getId());
+}
+
+bool isArmed(int kernelTimer) {
+    itimerspec left = {};
+    syscall(SYS_timer_gettime, kernelTimer, &left);
+    return left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0;
+}
+
+// Of the calling thread: its timers go on expiring, so that one that came before is no loss.
+void awaitExpiry() {
+    pause();
 }
 
 class ThreadTimerTest : public ::testing::Test {
@@ -71,7 +107,7 @@ TEST_F(ThreadTimerTest, ExpiresAsOftenAsAskedAndIsGone) {
     EXPECT_TRUE(station.waitFor(EXPIRY, 3));
     EXPECT_LE(milliseconds(60), Clock::now() - begin);
     EXPECT_EQ(1, station->sendMsgSync(LAST));  // the loop is done with the third
-    EXPECT_TRUE(timersOf(station.writeEnd).empty());
+    EXPECT_TRUE(timersOf(station).empty());
     for (int i = 2; i <= 50; ++i) {  // some have come and gone before anybody can wait for them
         EXPECT_EQ(i, station->setTimer(1, 0, 1, REARMED));
         EXPECT_TRUE(station.waitFor(EXPIRY, i + 2));
@@ -97,16 +133,17 @@ TEST_F(ThreadTimerTest, TheNextIntervalBeginsWhenTheExpiryWasHandled) {
 class WaitingTest : public ThreadTimerTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(WaitingTest, AStuckListenerMissesExpiriesAndNoMessage) {
-    constexpr int TIMERS = 8;  // together more expiries than the pipe has room for
-    constexpr milliseconds STUCK(1500);
+    constexpr int TIMERS = 8;
+    constexpr milliseconds STUCK(600);
     constexpr int MESSAGES = 300;
     constexpr int FIRST_ID = 1000000;  // no kernel id
-    RunningStation station(MESSAGES + 1, TIMERS);
+    RunningStation station(MESSAGES + 1, TIMERS + 1);
     station->setNextUserTimerIdForTesting(FIRST_ID);
     station.on(HOLD, [&] {
         for (int i = 0; i < TIMERS; ++i) {
             EXPECT_EQ(FIRST_ID + i, station->setTimer(1, 0, 0, GetParam()));
         }
+        EXPECT_EQ(FIRST_ID + TIMERS, station->setTimer(STUCK.count() * 2 / 3, 0, 1, GetParam()));
         station.hold();
     });
     station.on(LAST, [&] {
@@ -125,7 +162,6 @@ TEST_P(WaitingTest, AStuckListenerMissesExpiriesAndNoMessage) {
         std::this_thread::sleep_until(begin + i * STUCK / MESSAGES);
         EXPECT_EQ(1, station->postMsg(A));
     }
-    EXPECT_TRUE(station.awaitWords(MESSAGES + 2 * TIMERS));
     EXPECT_EQ(1, station->postMsg(LAST));
     station.released.open();
     EXPECT_TRUE(station.waitFor(A, MESSAGES + 1));
@@ -136,29 +172,31 @@ TEST_P(WaitingTest, AStuckListenerMissesExpiriesAndNoMessage) {
         EXPECT_EQ(GetParam() == FREE_RUNNING ? 2 : 1,
                   std::count(heard.begin(), heard.end(), expiry));
     }
+    std::pair<long, int> const slow(EXPIRY, FIRST_ID + TIMERS);
+    EXPECT_EQ(1, std::count(heard.begin(), heard.end(), slow)) << "the fast ones took its place";
     EXPECT_FALSE(log.has("ERR"));
 }
 
 INSTANTIATE_TEST_SUITE_P(OfTimers, WaitingTest, ::testing::Values(REARMED, FREE_RUNNING));
 
-TEST_F(ThreadTimerTest, AFastTimerCostsASlowOneNothing) {
+TEST_F(ThreadTimerTest, ExpiriesOfAKilledTimerDelayNoLaterOne) {
+    constexpr milliseconds INTERVAL(300);
+    Clock::time_point left;
+    Clock::time_point heard;
     RunningStation station;
-    EXPECT_EQ(1, station->setTimer(1, 0, 0, FREE_RUNNING));
-    int const fastKernelId = timersOf(station.writeEnd).at(0);
     station.on(A, [&] {
-        // Kernel ids a power of two apart, as they come after days of re-arming.
-        int skipped = 0;
-        do {
-            syscall(SYS_timer_create, CLOCK_MONOTONIC, nullptr, &skipped);
-            syscall(SYS_timer_delete, skipped);
-        } while (skipped < fastKernelId + 4095);
-        EXPECT_EQ(2, station->setTimer(50, 0, 1, REARMED));
-        station.hold();
+        EXPECT_EQ(1, station->setTimer(1, 0, 0, FREE_RUNNING));
+        awaitExpiry();
+        awaitExpiry();
+        EXPECT_EQ(1, station->killTimer(1, 0));
+        EXPECT_EQ(2, station->setTimer(INTERVAL.count(), 0, 1, REARMED));
+        awaitExpiry();
+        left = Clock::now();
     });
-    ASSERT_EQ(1, station->postMsg(A));
-    ASSERT_TRUE(station.entered.wait());
-    EXPECT_TRUE(station.awaitWords(3)) << "the slow timer's word is missing";
-    station.released.open();
+    station.on(EXPIRY, [&] { heard = Clock::now(); });
+    EXPECT_EQ(1, station->postMsg(A));
+    EXPECT_TRUE(station.waitFor(EXPIRY));
+    EXPECT_LT(heard - left, INTERVAL);
 }
 
 TEST_F(ThreadTimerTest, KillingAnUnknownTimerSucceedsOnTheThreadOnly) {
@@ -176,7 +214,7 @@ TEST_F(ThreadTimerTest, KillingTakesBackAStartThatIsStillQueued) {
     EXPECT_EQ(1, station->postMsg(LAST));
     station.released.open();
     EXPECT_TRUE(station.waitFor(LAST));
-    EXPECT_TRUE(timersOf(station.writeEnd).empty());
+    EXPECT_TRUE(timersOf(station).empty());
 }
 
 TEST_F(ThreadTimerTest, WhatAHandlerErasesReleasesWhoWaitsForIt) {
@@ -194,7 +232,7 @@ TEST_F(ThreadTimerTest, WhatAHandlerErasesReleasesWhoWaitsForIt) {
             return timers == 0 ? station->setTimer(HOUR, 0, 0, REARMED)
                                : station->killTimer((timers + 1) / 2, 0);
         });
-        EXPECT_TRUE(station.awaitWords(1));
+        EXPECT_TRUE(station.awaitEntries(1));
         station.released.open();
         EXPECT_EQ(timers == 0 ? -1 : 1, answer.get());
         EXPECT_EQ(0, station->killTimer(1, 0));
@@ -206,10 +244,10 @@ TEST_F(ThreadTimerTest, AnExpiryThatFindsNoRoomIsNotCountedAsWaiting) {
     RunningStation station(1, ROOM + 1);
     station.on(HOLD, [&] {
         EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
+        awaitExpiry();
         station.hold();
     });
     ASSERT_TRUE(station->postMsg(HOLD) && station.entered.wait());
-    EXPECT_TRUE(station.awaitWords(1));
     for (int i = 2; i <= ROOM + 1; ++i) {
         EXPECT_EQ(i, station->setTimer(HOUR, 1, 0, REARMED));
     }
@@ -222,10 +260,11 @@ TEST_F(ThreadTimerTest, AnExpiryErasedForItsIdDoesNotEndItsTimer) {
     RunningStation station;
     station->setNextUserTimerIdForTesting(1000000);  // no kernel id
     int const other = station->setTimer(HOUR, 0, 0, REARMED);
-    int const otherKernelId = timersOf(station.writeEnd).at(0);
+    int const otherKernelId = timersOf(station).at(0);
     station->setNextUserTimerIdForTesting(otherKernelId);
     station.on(A, [&] {
         EXPECT_EQ(otherKernelId, station->setTimer(5, 0, 0, REARMED));
+        awaitExpiry();
         station.hold();
     });
     station.on(LAST, [&] {
@@ -234,7 +273,6 @@ TEST_F(ThreadTimerTest, AnExpiryErasedForItsIdDoesNotEndItsTimer) {
         EXPECT_EQ(0, station->hasMsg(EXPIRY));  // it carried the number of the other's kernel timer
     });
     ASSERT_TRUE(station->postMsg(A) && station.entered.wait());
-    EXPECT_TRUE(station.awaitWords(1));
     EXPECT_EQ(1, station->postMsg(LAST));
     station.released.open();
     EXPECT_TRUE(station.waitFor(LAST) && station.waitFor(EXPIRY, 2));
@@ -253,72 +291,144 @@ TEST_F(ThreadTimerTest, AnIntervalThatTheKernelRefusesLeavesNoEntry) {
     }
 }
 
-TEST_F(ThreadTimerTest, WithoutASignalToQueueThereIsNoTimer) {
+// As when another process of this user has used them up.
+class NoPendingSignals {
+public:
+    NoPendingSignals() {
+        getrlimit(RLIMIT_SIGPENDING, &mLimit);
+        rlimit const none = {0, mLimit.rlim_max};
+        setrlimit(RLIMIT_SIGPENDING, &none);
+    }
+    ~NoPendingSignals() { setrlimit(RLIMIT_SIGPENDING, &mLimit); }
+    NoPendingSignals(NoPendingSignals const&) = delete;
+    NoPendingSignals& operator=(NoPendingSignals const&) = delete;
+
+private:
+    rlimit mLimit;
+};
+
+TEST_F(ThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
     RunningStation station;
-    rlimit limit;
-    getrlimit(RLIMIT_SIGPENDING, &limit);
-    rlimit const none = {0, limit.rlim_max};
-    setrlimit(RLIMIT_SIGPENDING, &none);
-    int const refused = station->setTimer(1, 0, 0, REARMED);
-    setrlimit(RLIMIT_SIGPENDING, &limit);
-    EXPECT_EQ(-1, refused);
+    EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
+    {
+        NoPendingSignals const limit;
+        EXPECT_EQ(-1, station->setTimer(1, 0, 0, REARMED));
+        long const heard = station.count(EXPIRY);
+        EXPECT_TRUE(station.waitFor(EXPIRY, heard + 10));
+    }
     EXPECT_TRUE(log.has("timer_create SysTimerId:0xffffffff errno:11\r\n"));
-    EXPECT_EQ(0, station->killTimer(1, 0));
-    EXPECT_EQ(2, station->setTimer(1, 0, 0, REARMED));
-    EXPECT_TRUE(station.waitFor(EXPIRY));
+    EXPECT_EQ(0, station->killTimer(2, 0));
+    EXPECT_EQ(3, station->setTimer(1, 0, 0, REARMED));
+}
+
+TEST_F(ThreadTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyElse) {
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &previous);
+    RunningStation blocked;
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    RunningStation station;
+    EXPECT_EQ(1, blocked->setTimer(1, 0, 0, FREE_RUNNING));
+    EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
+    EXPECT_TRUE(blocked.waitFor(EXPIRY, 10) && station.waitFor(EXPIRY, 10));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(0, poll(nullptr, 0, 10));
+    }
+}
+
+TEST_F(ThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has installed none
+    auto const refusesTimers = [] {
+        test::LogCapture const captured;
+        isSigactionRefused = true;
+        RunningStation station;
+        bool const isRefused = station->setTimer(1, 0, 0, REARMED) == -1;
+        isSigactionRefused = false;
+        bool const isMadeGood = station->setTimer(1, 0, 0, REARMED) == 2 && station.waitFor(EXPIRY);
+        bool const isLogged = captured.has("MsgDrivenThread sigaction  errno:22\r\n");
+        ThreadManager::destroy();
+        return isRefused && isMadeGood && isLogged ? 0 : 1;
+    };
+    EXPECT_EXIT(std::_Exit(refusesTimers()), ::testing::ExitedWithCode(0), "");
 }
 
 // The parameter drops all timers.
 class DropTest : public ThreadTimerTest,
                  public ::testing::WithParamInterface<int (*)(MsgDrivenThread&)> {};
 
-TEST_P(DropTest, PassesOverEverySecondTimer) {
+TEST_P(DropTest, StopsEveryOtherTimerAndForgetsTheRest) {
     RunningStation station;
     for (int i = 1; i <= 3; ++i) {
         EXPECT_EQ(i, station->setTimer(HOUR, 0, 0, REARMED));
     }
-    std::vector<int> const all = timersOf(station.writeEnd);
+    std::vector<int> const all = timersOf(station);
     ASSERT_EQ(3u, all.size());
     EXPECT_EQ(1, GetParam()(station.thread));
-    EXPECT_EQ(std::vector<int>{all[1]}, timersOf(station.writeEnd));
+    bool const stillLoops = station->isRunning();
+    EXPECT_EQ(stillLoops ? std::vector<int>{all[1]} : std::vector<int>(), timersOf(station));
     EXPECT_EQ(0, station->killTimer(2, 0));
-}
-
-TEST_P(DropTest, AStrayExpiryReachesNoFileThatHasThePipesNumberNow) {
-    // Nobody takes the signals before all is gone: threads inherit what their maker blocks.
-    int const signal = std::max(34, SIGRTMIN);
-    sigset_t expiries;
-    sigemptyset(&expiries);
-    sigaddset(&expiries, signal);
-    pthread_sigmask(SIG_BLOCK, &expiries, nullptr);
-    auto station = std::make_unique<RunningStation>();
-    int const writeEnd = station->writeEnd;
-    for (int i = 1; i <= 3; ++i) {
-        EXPECT_EQ(i, station->thread.setTimer(1, 0, 0, FREE_RUNNING));
-    }
-    EXPECT_TRUE(test::comesTrue([&] {
-        sigset_t pending;
-        return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
-    }));
-    EXPECT_EQ(1, GetParam()(station->thread));
-    station.reset();
-    EXPECT_TRUE(timersOf(writeEnd).empty());
-
-    int const file = memfd_create("heir", 0);
-    ASSERT_EQ(writeEnd, dup2(file, writeEnd));
-    pthread_sigmask(SIG_UNBLOCK, &expiries, nullptr);  // here come those that are under way
-    sigval carried = {};
-    carried.sival_int = writeEnd;
-    EXPECT_EQ(0, pthread_sigqueue(pthread_self(), signal, carried));
-    EXPECT_EQ(0, lseek(writeEnd, 0, SEEK_END));
-    close(file);
-    close(writeEnd);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     ByEraseMsgOrStop, DropTest,
     ::testing::Values([](MsgDrivenThread& thread) { return thread.eraseMsg(EXPIRY); },
                       [](MsgDrivenThread& thread) { return thread.stop(1, 0) + 1; }));
+
+TEST_F(ThreadTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
+    constexpr int ROOM = 4;
+    RunningStation station(16, ROOM);
+    for (int round = 0; round < 200; ++round) {
+        for (int i = 0; i < ROOM; ++i) {
+            EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
+        }
+        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
+        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
+    }
+    std::vector<int> const left = timersOf(station);
+    EXPECT_GE(std::size_t{ROOM}, left.size());
+    EXPECT_LT(0u, left.size());
+    for (int const timer : left) {
+        EXPECT_TRUE(test::comesTrue([timer] { return !isArmed(timer); }));
+    }
+    EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
+    long const heard = station.count(EXPIRY);
+    EXPECT_TRUE(station.waitFor(EXPIRY, heard + 1));
+}
+
+TEST_F(ThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
+    int const signal = std::max(34, SIGRTMIN);
+    RunningStation station;
+    EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, FREE_RUNNING));
+    siginfo_t info = {};
+    info.si_code = SI_QUEUE;
+    for (int const code : {SI_QUEUE, SI_TIMER}) {
+        info.si_code = code;
+        for (int const threadId : {gettid(), station->getId()}) {
+            EXPECT_EQ(0, syscall(SYS_rt_tgsigqueueinfo, getpid(), threadId, signal, &info));
+        }
+    }
+    EXPECT_EQ(1, station->sendMsgSync(A));
+    EXPECT_EQ(Station::Ids{A}, station.ids());
+}
+
+TEST_F(ThreadTimerTest, LoopsAreBoundedByDescriptorsOnly) {
+    constexpr unsigned LOOPS = 1100;
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    ASSERT_LE(3 * LOOPS, limit.rlim_max);
+    rlimit const enough = {std::max<rlim_t>(limit.rlim_cur, 3 * LOOPS), limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &enough);
+    std::list<RunningStation> stations;
+    for (unsigned i = 0; i < LOOPS; ++i) {
+        stations.emplace_back(1, 1).thread.stop(1, 0);
+    }
+    RunningStation last;
+    EXPECT_EQ(1, last->setTimer(1, 0, 1, REARMED));
+    EXPECT_TRUE(last.waitFor(EXPIRY));
+    EXPECT_FALSE(log.has("errno"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 }  // namespace
 }  // namespace utl

@@ -1,10 +1,13 @@
 #include "UtlThreadWatchdog.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -103,6 +106,8 @@ TEST_F(WatchdogTest, ReportsASilentThreadOnceAndAgainAfterItHasRecovered) {
     EXPECT_TRUE(manager()->startWatchdog(0));
     EXPECT_TRUE(alarm.calls.waitFor(1));
     EXPECT_GE(alarm.lastTick - begin, 50u);
+    EXPECT_TRUE(WatchdogInfo::INVALID == WatchdogInfo() && WatchdogInfo::INVALID.id() == 0);
+    EXPECT_TRUE(WatchdogInfo::INVALID.lastAliveInfo() == StatementInfo::INVALID);
     passSeveralChecks();
     EXPECT_EQ(1u, alarm.calls.count());
     EXPECT_EQ(1u, log.count(timeout));
@@ -206,6 +211,97 @@ TEST_F(WatchdogTest, AListenerMayCallBack) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
+// The parameter takes a worker off the watchdog.
+class LettingGoTest : public WatchdogTest,
+                      public ::testing::WithParamInterface<void (*)(Worker&)> {};
+
+TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
+    test::Gate entered;
+    test::Gate released;
+    std::atomic<bool> hasReturned{false};
+    Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
+        entered.open();
+        released.wait();
+        EXPECT_FALSE(manager()->unregisterWatchdog(id));  // by now; from here it waits for nobody
+        hasReturned = true;
+    });
+    Worker worker;
+    worker.onPreExecute = [&] { worker.startWatchdog(); };
+    EXPECT_EQ(0, worker.startRegistered(1, &alarm));
+    EXPECT_TRUE(entered.wait());
+    std::thread remover([&] {
+        GetParam()(worker);
+        EXPECT_TRUE(hasReturned);
+    });
+    EXPECT_TRUE(test::comesTrue([&] { return !manager()->isRegisteredWatchdog(worker.getId()); }));
+    EXPECT_EQ(TIMED_OUT, worker.hasRequestedStop() ? worker.stop(1, 20) : TIMED_OUT);
+    released.open();
+    remover.join();
+    EXPECT_EQ(1u, alarm.calls.count());
+}
+
+INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest,
+                         ::testing::Values(
+                             [](Worker& worker) {
+                                 ThreadManager::get()->unregisterWatchdog(worker.getId());
+                             },
+                             [](Worker& worker) { worker.stop(1, 0); }));
+
+TEST_F(WatchdogTest, NobodyWaitsForItWhileItLogs) {
+    Worker other("other");
+    EXPECT_EQ(0, other.startRegistered(LONG_ALIVE, nullptr));
+    watchMe(LONG_ALIVE, nullptr);
+    std::thread printer;
+    std::thread reporter;
+    {
+        test::StuckLog const stuck;
+        printer = std::thread([] { manager()->printWatchdogInfo(1); });
+        reporter = std::thread([] { manager()->entryWatchdog(LONG_ALIVE, nullptr, NOBODY); });
+        EXPECT_TRUE(test::comesTrue([] { return manager()->isRegisteredWatchdog(NOBODY); }));
+        EXPECT_TRUE(manager()->keepAliveWatchdog(HERE) && other.startWatchdog());
+    }
+    printer.join();
+    reporter.join();
+}
+
+// In a process of its own, which is stopped for longer than anybody may be silent.
+TEST_F(WatchdogTest, TimeInWhichTheProcessStoodStillIsNobodysSilence) {
+    constexpr unsigned long ALIVE_TIME = 300;
+    int toParent[2];
+    ASSERT_EQ(0, pipe(toParent));
+    pid_t const child = fork();
+    if (child == 0) {
+        ::alarm(30);
+        Alarm listener;
+        Worker worker("working");  // which has the watchdog work in this process
+        EXPECT_EQ(0, worker.start());
+        EXPECT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL));
+        watchMe(ALIVE_TIME, &listener);
+        for (int i = 0; i < 400; ++i) {
+            manager()->keepAliveWatchdog(HERE);
+            if (i % 100 == 50) {
+                EXPECT_EQ(1, write(toParent[1], "s", 1));
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        _exit(static_cast<int>(listener.calls.count()));
+    }
+    for (int i = 0; i < 4; ++i) {
+        char byte;
+        EXPECT_EQ(1, read(toParent[0], &byte, 1));
+        kill(child, SIGSTOP);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2 * ALIVE_TIME));
+        kill(child, SIGCONT);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    close(toParent[0]);
+    close(toParent[1]);
+}
+
 TEST_F(WatchdogTest, TheManagerIsThereUntilTheListenerHasReturned) {
     test::Gate isInside;
     ThreadManager* const present = manager();
@@ -246,8 +342,7 @@ TEST_F(WatchdogTest, KnowsWhereAThreadIsAndWhereItLastCalledWhatMayBlock) {
     EXPECT_TRUE(hasRow("(UtlThreadManager, entry:432:2)"));
     EXPECT_TRUE(test::comesTrue([] { return hasRow("(UtlThread, sleep:39:1)"); }));
     isSeen.open();
-    EXPECT_TRUE(worker.comesToAnEnd() && worker.leaveManagement());
-    EXPECT_TRUE(hasRow("(UtlThreadManager, operator():140:2)"));
+    EXPECT_TRUE(worker.comesToAnEnd());
 }
 
 TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {

@@ -17,6 +17,9 @@ struct Captured {
     std::mutex mutex;
     std::condition_variable added;
     bool isOn = false;
+    bool isEchoed = false;
+    bool isStuck = false;
+    std::condition_variable freed;
     std::vector<LogLine> lines;
 };
 
@@ -35,6 +38,10 @@ unsigned countLocked(std::string const& part) {
 }
 
 }  // namespace
+
+void echoLog() {
+    captured().isEchoed = true;
+}
 
 LogCapture::LogCapture() {
     std::lock_guard<std::mutex> const guard(captured().mutex);
@@ -68,6 +75,17 @@ void LogCapture::clear() {
     captured().lines.clear();
 }
 
+StuckLog::StuckLog() {
+    std::lock_guard<std::mutex> const guard(captured().mutex);
+    captured().isStuck = true;
+}
+
+StuckLog::~StuckLog() {
+    std::lock_guard<std::mutex> const guard(captured().mutex);
+    captured().isStuck = false;
+    captured().freed.notify_all();
+}
+
 }  // namespace test
 
 // Takes the place of the library's own.
@@ -79,10 +97,13 @@ int __android_log_print(int priority, char const* tag, char const* format, ...) 
     va_end(arguments);
 
     test::Captured& captured = test::captured();
-    std::lock_guard<std::mutex> const guard(captured.mutex);
+    std::unique_lock<std::mutex> guard(captured.mutex);
+    captured.freed.wait(guard, [&] { return !captured.isStuck; });
     if (captured.isOn) {
         captured.lines.push_back({priority, tag, text});
         captured.added.notify_all();
+    } else if (captured.isEchoed) {
+        std::fputs(text, stderr);
     }
     return length;
 }

@@ -1,5 +1,6 @@
 // What the library logs while one of these lives. The test programs define the system log's
-// function themselves; without a capture, lines go nowhere.
+// function themselves; without a capture, lines go nowhere, or to standard error once echoLog() was
+// called: by a process that is about to die.
 
 #ifndef UTL_TESTS_LOG_CAPTURE_H
 #define UTL_TESTS_LOG_CAPTURE_H
@@ -14,6 +15,8 @@ struct LogLine {
     std::string tag;
     std::string text;
 };
+
+void echoLog();
 
 // One at a time.
 class LogCapture {
@@ -34,6 +37,15 @@ public:
     bool waitFor(std::string const& part, unsigned times = 1) const;
 
     void clear();
+};
+
+// While one of these lives, whoever logs is stuck.
+class StuckLog {
+public:
+    StuckLog();
+    ~StuckLog();
+    StuckLog(StuckLog const&) = delete;
+    StuckLog& operator=(StuckLog const&) = delete;
 };
 
 }  // namespace test

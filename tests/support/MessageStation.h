@@ -4,7 +4,6 @@
 #ifndef UTL_TESTS_MESSAGE_STATION_H
 #define UTL_TESTS_MESSAGE_STATION_H
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -103,11 +102,9 @@ public:
         return comesTrue([&] { return count(id) >= times; });
     }
 
-    // Blocks until that many words are in the pipe, which the held thread does not read.
-    bool awaitWords(int words) const {
-        int bytes = 0;
-        return comesTrue(
-            [&] { return ioctl(readEnd, FIONREAD, &bytes) == 0 && bytes >= 8 * words; });
+    // Blocks until that many control entries wait, which the held thread does not take.
+    bool awaitEntries(unsigned long entries) const {
+        return comesTrue([&] { return thread.queuedEntriesForTesting() >= entries; });
     }
 
     Gate entered;

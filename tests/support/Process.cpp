@@ -42,6 +42,14 @@ unsigned threads() {
     return entries("/proc/self/task");
 }
 
+bool isAsleep(int threadId) {
+    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    std::size_t const nameEnd = stat.rfind(')');
+    return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
+}
+
 bool comesTrue(std::function<bool()> const& condition) {
     auto const end = std::chrono::steady_clock::now() + PATIENCE;
     while (!condition()) {

@@ -13,6 +13,9 @@ unsigned openDescriptors();
 unsigned kernelTimers();
 unsigned threads();
 
+// Of this process: whether it waits for something.
+bool isAsleep(int threadId);
+
 // As long as it lives the process gets no new descriptors. A sanitizer that meets a class for the
 // first time wants some: what is made meanwhile must have been made before.
 class NoDescriptors {

@@ -20,7 +20,7 @@ struct OpenedParent::Scopes {
     // False when there is none. The caller holds the lock.
     bool replaceMode(platform::FileStatus* status, long mode);
 
-    platform::StaticLock lock;
+    platform::StaticLock lock{platform::LockOrder::PARENT_MODES};
     OpenedParent* first = nullptr;  // guarded by lock
 };
 

@@ -1,95 +1,92 @@
 #include "UtlEvent.h"
 
-#include <pthread.h>
-
-#include <cstdint>
-
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlClock.h"
-#include "platform/UtlCondition.h"
-#include "platform/UtlMutex.h"
+#include "platform/UtlFutex.h"
 
 namespace utl {
 
-class Event::Guard {
-public:
-    explicit Guard(Event const& event) : mMutex(event.mMutex) { pthread_mutex_lock(&mMutex); }
-    ~Guard() { pthread_mutex_unlock(&mMutex); }
-    Guard(Guard const&) = delete;
-    Guard& operator=(Guard const&) = delete;
+namespace {
 
-private:
-    pthread_mutex_t& mMutex;
+constexpr std::uint32_t ON = 1;
+
+}  // namespace
+
+// One of the two states as somebody waits for it.
+struct Event::Side {
+    char const* name;
+    std::uint32_t value;    // of the bit ON
+    std::uint32_t waiters;  // the bit that says that somebody waits; also what they are woken by
+    std::uint32_t count;    // the bits that count how often this side was reached
+    std::uint32_t one;      // their lowest
+
+    bool isReached(std::uint32_t state) const { return (state & ON) == value; }
+    bool isCounted(std::uint32_t state, std::uint32_t seen) const {
+        return ((state ^ seen) & count) != 0;
+    }
+    std::uint32_t reachedFrom(std::uint32_t state) const {
+        std::uint32_t const counted = (state & ~count) | ((state + one) & count);
+        return (counted & ~(ON | waiters)) | value;
+    }
 };
 
-Event::Event(int initialOn, int mode)
-    : mMode(mode), mOn{"mOn", initialOn != 0, {}}, mOff{"mOff", initialOn == 0, {}} {
-    platform::initializeRecursiveMutex(mMutex);
-    platform::initializeCondition(mOn.condition);
-    platform::initializeCondition(mOff.condition);
-}
+constexpr Event::Side Event::ON_SIDE = {"mOn", ON, 1u << 1, 0x7FFFu << 3, 1u << 3};
+constexpr Event::Side Event::OFF_SIDE = {"mOff", 0, 1u << 2, 0x3FFFu << 18, 1u << 18};
 
-Event::~Event() {
-    pthread_cond_destroy(&mOff.condition);
-    pthread_cond_destroy(&mOn.condition);
-    pthread_mutex_destroy(&mMutex);
-}
+Event::Event(int initialOn, int mode) : mMode(mode), mState(initialOn != 0 ? ON : 0) {}
+
+Event::~Event() = default;
 
 void Event::setOn() {
-    Guard const guard(*this);
-    mOn.state = true;
-    mOff.state = false;
-    pthread_cond_broadcast(&mOn.condition);
+    change(ON_SIDE);
 }
 
 void Event::setOff() {
-    Guard const guard(*this);
-    mOn.state = false;
-    mOff.state = true;
-    pthread_cond_broadcast(&mOff.condition);
+    change(OFF_SIDE);
 }
 
 bool Event::isOn() const {
-    Guard const guard(*this);
-    return mOn.state;
-}
-
-bool Event::isOff() const {
-    return !isOn();
+    return (mState.load(std::memory_order_acquire) & ON) != 0;
 }
 
 int Event::waitToOn(unsigned long timeout) const {
-    Guard const guard(*this);
-    return waitLocked(mOn, timeout);
+    return wait(ON_SIDE, timeout);
 }
 
 int Event::waitToOff(unsigned long timeout) const {
-    if (mMode != TWO_CONDITIONS) {
-        return WAIT_FAILED;
-    }
-    Guard const guard(*this);
-    return waitLocked(mOff, timeout);
+    return mMode == TWO_CONDITIONS ? wait(OFF_SIDE, timeout) : WAIT_FAILED;
 }
 
-// The caller holds mMutex; it is free while this waits. `timeout` in milliseconds, 0 for no limit.
-int Event::waitLocked(Side const& side, unsigned long timeout) const {
-    if (side.state) {
+void Event::change(Side const& side) const {
+    std::uint32_t state = mState.load(std::memory_order_relaxed);
+    while (!mState.compare_exchange_weak(state, side.reachedFrom(state), std::memory_order_acq_rel,
+                                         std::memory_order_relaxed)) {
+    }
+    if ((state & side.waiters) != 0) {
+        platform::wakeWord(&mState, side.waiters);
+    }
+}
+
+// `timeout` in milliseconds, 0 for no limit.
+int Event::wait(Side const& side, unsigned long timeout) const {
+    std::uint32_t state = mState.load(std::memory_order_acquire);
+    if (side.isReached(state)) {
         return REACHED;
     }
     if (timeout == 0) {
         // Deliberate: not a loop. A pulse (on, and off again at once) must release every untimed
         // waiter, and those who need the state ask for it again.
-        pthread_cond_wait(&side.condition, &mMutex);
-        return REACHED;
+        return awaitChange(side, state, 0);
     }
 
     unsigned long remaining = timeout;
     for (;;) {
         std::uint32_t const begin = platform::monotonicTick();
-        int const result = platform::waitCondition(side.condition, mMutex, remaining);
-        if (result != REACHED || side.state) {
+        int const result = awaitChange(side, state, remaining);
+        state = mState.load(std::memory_order_acquire);
+        if (result != REACHED || side.isReached(state)) {
             return result;
         }
 
@@ -102,6 +99,29 @@ int Event::waitLocked(Side const& side, unsigned long timeout) const {
                "Wait OK, but Status(%s)=false.  Timeout=%lumsec Waited=%lumsec Retry wait %lumsec "
                "after",
                side.name, timeout, static_cast<unsigned long>(waited), remaining);
+    }
+}
+
+// Blocks until `side` has been reached, perhaps only for a moment, since the state was `seen`.
+int Event::awaitChange(Side const& side, std::uint32_t seen, unsigned long timeout) const {
+    std::uint64_t limit;
+    if (!platform::limitAfter(timeout, &limit)) {
+        return WAIT_FAILED;
+    }
+    std::uint32_t state = seen;
+    for (;;) {
+        std::uint32_t const awaited = state | side.waiters;
+        if (mState.compare_exchange_strong(state, awaited, std::memory_order_acq_rel,
+                                           std::memory_order_acquire)) {
+            int const result = platform::waitWord(mState, awaited, side.waiters, limit);
+            if (result != REACHED) {
+                return result;
+            }
+            state = mState.load(std::memory_order_acquire);
+        }
+        if (side.isCounted(state, seen)) {
+            return REACHED;
+        }
     }
 }
 

@@ -46,13 +46,13 @@ constexpr LevelOutput LEVELS[] = {
 constexpr char SYSTEM_ERROR_TAG[] = "XM_SYSERR";
 
 // The two locks are leaves and never held together.
-platform::StaticLock tableLock;
+platform::StaticLock tableLock(platform::LockOrder::LOG_TABLE);
 FixedMap<int, LogTypeData, MAX_LOG_TYPES> logTypes{
     {LIBRARY_LOG, {LEVEL_DETAIL, "<UTIL> "}},
     {FALLBACK_TYPE, {LEVEL_DETAIL, ""}},
 };  // guarded by tableLock
 
-platform::StaticLock outputLock;
+platform::StaticLock outputLock(platform::LockOrder::LOG_OUTPUT);
 char processTag[NAME_SIZE];  // guarded by outputLock
 
 int clampLevel(int level) {

@@ -36,6 +36,9 @@ public:
         }
     }
 
+    // When it is certain that nobody is inside, whatever the count says.
+    void forget() { mInside.store(0); }
+
 private:
     std::atomic<int> mInside{0};
 };

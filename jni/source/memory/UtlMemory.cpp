@@ -44,9 +44,9 @@ constexpr char WARNING_RULE[] =
 
 // All that follows is static and never destroyed: the accounting must not allocate, and a thread
 // may be registered or report a release while another one ends it or the process exits.
-platform::StaticLock
-    dumpLock;  // the outer one: one dump at a time opens, writes and closes its file
-platform::StaticLock tableLock;
+platform::StaticLock dumpLock(
+    platform::LockOrder::HEAP_DUMP);  // one dump at a time opens, writes and closes its file
+platform::StaticLock tableLock(platform::LockOrder::HEAP_TABLE);
 alignas(Memory) unsigned char place[sizeof(Memory)];
 
 // Guarded by tableLock. The tables are zero at load and take up memory only as they fill.
@@ -150,7 +150,7 @@ int openDump(char const* path) {
 }  // namespace
 
 Memory* Memory::mpTheObject = nullptr;
-platform::StaticLock Memory::mInstantiationSyncObject;
+platform::StaticLock Memory::mInstantiationSyncObject(platform::LockOrder::MEMORY);
 
 Memory::Memory() {
     platform::StaticGuard const guard(tableLock);

@@ -17,6 +17,9 @@ constexpr long CTL_SERVICE = 0x83FF;
 // The lowest id of an application's message.
 constexpr long MIN_MSG_ID = 0x8000;
 
+// What getFirstMsgId() looks for: any message.
+constexpr long ANY_MSG = -2;
+
 inline bool isReservedId(long id) {
     return id == CTL_TIMER_SIGNAL || (id >= CTL_STOP && id <= CTL_SERVICE);
 }

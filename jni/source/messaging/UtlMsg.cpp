@@ -1,5 +1,7 @@
 #include "UtlMsg.h"
 
+#include "foundation/UtlUserCode.h"
+
 namespace utl {
 
 MsgDataBroker::~MsgDataBroker() = default;
@@ -33,7 +35,7 @@ int Msg::storeTo(MsgDataBroker* broker) const {
     }
     broker->setMsgId(mMsgId);
     broker->beginInput();
-    storeDataTo(broker);
+    callUserCode("Msg::storeDataTo", "", [this, broker] { storeDataTo(broker); });
     broker->endInput();
     return broker->getResult() == 0;
 }
@@ -41,7 +43,7 @@ int Msg::storeTo(MsgDataBroker* broker) const {
 int Msg::restoreFrom(MsgDataBroker& broker) {
     broker.getMsgId(&mMsgId);
     broker.beginOutput();
-    restoreDataFrom(broker);
+    callUserCode("Msg::restoreDataFrom", "", [this, &broker] { restoreDataFrom(broker); });
     broker.endOutput();
     return broker.getResult() == 0;
 }

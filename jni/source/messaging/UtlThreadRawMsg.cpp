@@ -48,8 +48,9 @@ ThreadRawMsg& ThreadRawMsg::operator=(ThreadRawMsg const& other) {
         if (buffer == nullptr && other.mMaxSize != 0) {
             return *this;
         }
-        delete[] mBuffer;
+        release();
         mBuffer = buffer;
+        mIsBorrowed = false;
         mMaxSize = other.mMaxSize;
     }
     copyMemory(mBuffer, other.mBuffer, mMaxSize);
@@ -61,7 +62,13 @@ ThreadRawMsg& ThreadRawMsg::operator=(ThreadRawMsg const& other) {
 }
 
 ThreadRawMsg::~ThreadRawMsg() {
-    delete[] mBuffer;
+    release();
+}
+
+void ThreadRawMsg::release() {
+    if (!mIsBorrowed) {
+        delete[] mBuffer;
+    }
 }
 
 int ThreadRawMsg::beginInput() {

@@ -5,6 +5,21 @@
 namespace utl {
 namespace platform {
 
+bool readMonotonicNanoseconds(std::uint64_t* now) {
+    timespec time;
+    if (clock_gettime(CLOCK_MONOTONIC, &time) != 0) {
+        return false;
+    }
+    *now = static_cast<std::uint64_t>(time.tv_sec) * 1000000000u +
+           static_cast<std::uint64_t>(time.tv_nsec);
+    return true;
+}
+
+std::uint64_t monotonicNanoseconds() {
+    std::uint64_t now;
+    return readMonotonicNanoseconds(&now) ? now : 0;
+}
+
 bool readMonotonicTick(std::uint32_t* tick) {
     timespec now;
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {

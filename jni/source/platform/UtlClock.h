@@ -10,6 +10,14 @@ namespace platform {
 
 constexpr std::uint32_t NO_TICK = 0xFFFFFFFFu;
 
+constexpr std::uint64_t NANOSECONDS_PER_MILLISECOND = 1000000;
+
+// Nanoseconds on the monotonic clock. Async-signal-safe. False with errno when it cannot be read.
+bool readMonotonicNanoseconds(std::uint64_t* now);
+
+// The same; 0 when the clock cannot be read.
+std::uint64_t monotonicNanoseconds();
+
 // Milliseconds on the monotonic clock. Wraps every 49.7 days: take differences in 32 bits. False
 // with errno when the clock cannot be read.
 bool readMonotonicTick(std::uint32_t* tick);

@@ -4,11 +4,34 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/UtlFork.h"
+
 namespace utl {
 namespace platform {
 
+namespace {
+
+constexpr int UNKNOWN = 0;
+
+thread_local int keptId = UNKNOWN;
+
+}  // namespace
+
 int threadId() {
-    return static_cast<int>(syscall(SYS_gettid));
+    if (keptId != UNKNOWN) {
+        return keptId;
+    }
+    int const id = static_cast<int>(syscall(SYS_gettid));
+    if (followForks()) {  // or it would be wrong in a child
+        keptId = id;
+    }
+    return id;
+}
+
+int forgetThreadId() {
+    int const id = keptId;
+    keptId = UNKNOWN;
+    return id;
 }
 
 bool setThreadPriority(int osValue) {

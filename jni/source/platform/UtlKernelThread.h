@@ -6,8 +6,12 @@
 namespace utl {
 namespace platform {
 
-// The kernel's id of the calling thread, never 0.
+// The kernel's id of the calling thread, never 0. Asked for once and kept.
 int threadId();
+
+// The thread that goes on in the child of a fork has another id there. Returns the one kept so far,
+// or 0.
+int forgetThreadId();
 
 // Gives the calling thread, and it alone, the nice value `osValue`. False with errno when refused.
 bool setThreadPriority(int osValue);

@@ -5,6 +5,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "platform/UtlKernelThread.h"
+
 namespace utl {
 namespace platform {
 
@@ -12,6 +14,16 @@ namespace {
 
 int unlessReserved(int wanted, int otherwise) {
     return wanted < SIGRTMIN ? otherwise : wanted;
+}
+
+#if !defined(sigev_notify_thread_id)
+#define sigev_notify_thread_id _sigev_un._tid
+#endif
+
+// By system call: a C library's own sets may have no room for this signal.
+void changeMask(int how, int signal) {
+    std::uint64_t const one = std::uint64_t{1} << (signal - 1);
+    syscall(SYS_rt_sigprocmask, how, &one, nullptr, sizeof one);
 }
 
 // 32-bit kernels have a second system call for C libraries with a 64-bit time_t.
@@ -40,12 +52,21 @@ bool installSignalHandler(int signal, SignalHandler handler) {
     return sigaction(signal, &action, nullptr) == 0;
 }
 
+void letSignalIn(int signal) {
+    changeMask(SIG_UNBLOCK, signal);
+}
+
+void shutSignalOut(int signal) {
+    changeMask(SIG_BLOCK, signal);
+}
+
 int createTimer(int signal, int value) {
     sigevent event;
     memset(&event, 0, sizeof event);
-    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_notify = SIGEV_THREAD_ID;
     event.sigev_signo = signal;
     event.sigev_value.sival_int = value;
+    event.sigev_notify_thread_id = threadId();
 
     int kernelId = -1;
     return syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &kernelId) == 0 ? kernelId : -1;
@@ -61,6 +82,10 @@ bool armTimer(int kernelId, std::int32_t intervalMs) {
 
 bool deleteTimer(int kernelId) {
     return syscall(SYS_timer_delete, kernelId) == 0;
+}
+
+bool isExpiry(siginfo_t const& info) {
+    return info.si_code == SI_TIMER;
 }
 
 int expiredTimer(siginfo_t const& info) {

@@ -24,18 +24,24 @@ using SignalHandler = void (*)(int signal, siginfo_t* info, void* context);
 // Installs `handler` for the whole process; interrupted calls are restarted. False with errno.
 bool installSignalHandler(int signal, SignalHandler handler);
 
-// Makes a timer that raises `signal` carrying `value`, not yet running. Its kernel id, or -1 with
-// errno: EAGAIN when the process has used up its pending signals.
+// Let the calling thread, and it alone, take `signal`, or no more.
+void letSignalIn(int signal);
+void shutSignalOut(int signal);
+
+// Makes a timer that raises `signal` carrying `value` on the calling thread, and on no other; not
+// yet running. Its kernel id, or -1 with errno: EAGAIN when the user has used up the pending
+// signals.
 int createTimer(int signal, int value);
 
-// Lets the timer expire every `intervalMs` milliseconds, first after one interval. 0 keeps it
-// still; the kernel refuses a negative one. False with errno.
+// Lets the timer expire every `intervalMs` milliseconds, first after one interval, whatever it did
+// before. 0 keeps it still; the kernel refuses a negative one. False with errno. Async-signal-safe.
 bool armTimer(int kernelId, std::int32_t intervalMs);
 
 // False with errno when there is no such timer.
 bool deleteTimer(int kernelId);
 
-// From inside a handler: the id of the timer that expired, and the value it carries.
+// From inside a handler: whether a timer has raised the signal, its id, and the value it carries.
+bool isExpiry(siginfo_t const& info);
 int expiredTimer(siginfo_t const& info);
 int carriedValue(siginfo_t const& info);
 

@@ -2,35 +2,19 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace utl {
 namespace platform {
 
-namespace {
-
-bool makeRoom(int fd, std::size_t capacityBytes) {
-    // A page that has been read in part keeps its place until it is empty: one page more.
-    std::size_t const needed = capacityBytes + static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    int const present = fcntl(fd, F_GETPIPE_SZ);
-    if (present >= 0 && static_cast<std::size_t>(present) >= needed) {
-        return true;
-    }
-    if (needed > static_cast<std::size_t>(0x7FFFFFFF)) {
-        errno = EPERM;
-        return false;
-    }
-    return fcntl(fd, F_SETPIPE_SZ, static_cast<int>(needed)) >= 0;
-}
-
-}  // namespace
-
-bool openPipe(PipeEnds* ends, std::size_t capacityBytes) {
+bool openPipe(PipeEnds* ends) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
         return false;
     }
-    if (fcntl(fds[1], F_SETFL, O_NONBLOCK) != 0 || !makeRoom(fds[1], capacityBytes)) {
+    if (fcntl(fds[1], F_SETFL, O_NONBLOCK) != 0) {
         int const cause = errno;
         close(fds[0]);
         close(fds[1]);
@@ -40,6 +24,22 @@ bool openPipe(PipeEnds* ends, std::size_t capacityBytes) {
     ends->read = fds[0];
     ends->write = fds[1];
     return true;
+}
+
+long readPipe(int end, void* bytes, unsigned long size) {
+#if defined(__SANITIZE_THREAD__)
+    // Holds a signal back as long as its thread blocks in read(), but not in poll().
+    pollfd readable = {end, POLLIN, 0};
+    if (end >= 0 && poll(&readable, 1, -1) == -1 && errno == EINTR && poll(&readable, 1, 0) == 0) {
+        errno = EINTR;
+        return -1;
+    }
+#endif
+    return read(end, bytes, size);
+}
+
+long writePipe(int end, void const* bytes, unsigned long size) {
+    return syscall(SYS_write, end, bytes, size);
 }
 
 }  // namespace platform

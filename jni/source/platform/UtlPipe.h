@@ -3,8 +3,6 @@
 #ifndef UTL_PLATFORM_PIPE_H
 #define UTL_PLATFORM_PIPE_H
 
-#include <cstddef>
-
 namespace utl {
 namespace platform {
 
@@ -13,11 +11,15 @@ struct PipeEnds {
     int write = -1;
 };
 
-// Makes a pipe whose reads block and whose writes never do; both ends are closed on exec. It holds
-// at least `capacityBytes` written in pieces that divide a page, however much of the oldest page
-// has been read. False with errno, and nothing open: EPERM when an unprivileged process asks for
-// more than the system grants.
-bool openPipe(PipeEnds* ends, std::size_t capacityBytes);
+// Makes a pipe whose reads block and whose writes never do; both ends are closed on exec. False
+// with errno, and nothing open.
+bool openPipe(PipeEnds* ends);
+
+// read(), which the handler of a signal may end early where it does not restart calls.
+long readPipe(int end, void* bytes, unsigned long size);
+
+// write(), but no thread is ever cancelled in it: it may hold a lock. Async-signal-safe.
+long writePipe(int end, void const* bytes, unsigned long size);
 
 }  // namespace platform
 }  // namespace utl

@@ -5,7 +5,7 @@
 namespace {
 
 // The C library has a lock of its own, which the thread sanitizer does not see.
-utl::platform::StaticLock zoneLock;
+utl::platform::StaticLock zoneLock(utl::platform::LockOrder::TIME_ZONE);
 
 }  // namespace
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr int SLOT_COUNT = 3;
 
-platform::StaticLock slotLock;
+platform::StaticLock slotLock(platform::LockOrder::SCRATCH);
 int slotDepth = 0;  // guarded by slotLock, as are the slots
 char slots[SLOT_COUNT][WorkingBuffer<char>::SIZE];
 

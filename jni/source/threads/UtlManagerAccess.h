@@ -36,6 +36,9 @@ public:
     // For ThreadManager::destroy(), once nobody can find the manager any more.
     static void awaitNone() { visitors.awaitNone(); }
 
+    // For the child of a fork: the visitors stayed in the parent.
+    static void forgetVisitors() { visitors.forget(); }
+
 private:
     static VisitorCount visitors;
 

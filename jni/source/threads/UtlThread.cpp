@@ -8,7 +8,10 @@
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlBlockingCall.h"
+#include "foundation/UtlDeadline.h"
+#include "foundation/UtlUserCode.h"
 #include "platform/UtlClock.h"
+#include "platform/UtlFork.h"
 #include "threads/UtlManagerAccess.h"
 #include "threads/UtlStartRequest.h"
 
@@ -18,6 +21,18 @@ namespace {
 
 constexpr int LABEL_VALUES[] = {-4, -2, -1, 0, 1, 2, 3};
 constexpr std::size_t LABEL_COUNT = sizeof LABEL_VALUES / sizeof LABEL_VALUES[0];
+
+// An event that is off for a scope.
+class OffScope {
+public:
+    explicit OffScope(Event& event) : mEvent(event) { mEvent.setOff(); }
+    ~OffScope() { mEvent.setOn(); }
+    OffScope(OffScope const&) = delete;
+    OffScope& operator=(OffScope const&) = delete;
+
+private:
+    Event& mEvent;
+};
 
 }  // namespace
 
@@ -59,7 +74,8 @@ Thread::Thread(char const* name, Command* command)
     : mCommand(command),
       mName(name, 0, 0),
       mStages{{0, 0}, {0, 0}, {0, 0}, {0, 0}},
-      mAskedOrDone(0, 0) {}
+      mAskedOrDone(0, 0),
+      mIsStartOver(1, 0) {}
 
 Thread::~Thread() {
     if (isCaller()) {
@@ -69,6 +85,9 @@ Thread::~Thread() {
         SyncGuard const guard(mSyncObject);
     }
     stop(1, 0);
+    if (ManagerAccess const manager; manager && hasDone(STARTED)) {
+        manager->releaseEntry(getId(), mStopEvent.get());
+    }
 }
 
 int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
@@ -81,6 +100,8 @@ int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
     if (hasDone(STARTED)) {
         return -1;
     }
+    OffScope const starting(mIsStartOver);
+    mProcess.store(platform::processNumber());
     mStopEvent.set(new (std::nothrow) Event(0, 0));
     ThreadManager::StartRequest const request = {
         startImpl,  this, mName.c_str(), priority.OsValue(),
@@ -95,19 +116,42 @@ int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
 }
 
 int Thread::stop(int waitMode, unsigned long timeout) {
-    if (!isCaller()) {  // start() may hold the lock and wait for the thread that asks here
-        SyncGuard const guard(mSyncObject);
-        if (!hasDone(STARTED) || hasDone(EXECUTED)) {
-            return -1;
+    Deadline const deadline(waitMode == 1 ? timeout : 0);
+    int started = REACHED;
+    if (!isCaller()) {  // start() may wait for the thread that asks here
+        started = deadline.await(mIsStartOver);
+        if (!hasDone(STARTED) || !isOfThisProcess()) {
+            return started == REACHED ? -1 : started;
+        }
+        if (hasDone(EXECUTED)) {
+            bool const hasReturned = waitMode != 1 || awaitListener(deadline) != TIMED_OUT;
+            return hasReturned ? -1 : TIMED_OUT;
         }
     }
     if (ManagerAccess const manager; manager) {
-        manager->unregisterWatchdog(getId());
+        manager->forgetWatchdog(getId());
     }
     mStages[STOP_REQUESTED].setOn();
     mAskedOrDone.setOn();
-    requestStop();
-    return waitMode == 1 ? waitTo(EXECUTED, timeout) : 0;
+    callUserCode("Thread::requestStop", mName.c_str(), [this] { requestStop(); });
+    if (waitMode != 1) {
+        return 0;
+    }
+    return started == REACHED ? awaitEnd(deadline) : started;
+}
+
+// Of the thread, and of a call of its watchdog listener.
+int Thread::awaitEnd(Deadline const& deadline) {
+    if (isCaller()) {
+        return WAIT_FAILED;
+    }
+    int const result = deadline.await(*mStopEvent.get());
+    return result == REACHED ? awaitListener(deadline) : result;
+}
+
+int Thread::awaitListener(Deadline const& deadline) {
+    ManagerAccess const manager;
+    return manager ? manager->awaitWatchdogListener(getId(), deadline) : REACHED;
 }
 
 int Thread::waitTo(int stage, unsigned long timeout) {
@@ -118,12 +162,14 @@ int Thread::waitTo(int stage, unsigned long timeout) {
     if (!isStarted && (stage == STOP_REQUESTED || stage == EXECUTED)) {
         return WAIT_FAILED;
     }
+    // Only the thread could bring it about: not by waiting, and not in another process.
+    bool const canComeAbout = !isStarted || (isOfThisProcess() && !isCaller());
+    if (!canComeAbout && stage != STOP_REQUESTED && !hasDone(stage)) {
+        return WAIT_FAILED;
+    }
     if (stage == STOP_REQUESTED) {
         int const result = awaitOn(mAskedOrDone, timeout);
         return result == REACHED && !hasRequestedStop() ? WAIT_FAILED : result;
-    }
-    if (isCaller() && !hasDone(stage)) {
-        return WAIT_FAILED;  // only this thread could bring it about
     }
     // By its own event, not through the registry: right also when the entry has gone, or its id is
     // another thread's.
@@ -146,7 +192,11 @@ bool Thread::getResult(unsigned long* out) const {
 }
 
 bool Thread::isRunning() const {
-    return mStages[STARTED].isOn() && mStopEvent->isOff();
+    return mStages[STARTED].isOn() && mStopEvent->isOff() && isOfThisProcess();
+}
+
+bool Thread::isOfThisProcess() const {
+    return mProcess.load(std::memory_order_relaxed) == platform::processNumber();
 }
 
 bool Thread::isCaller() const {
@@ -216,17 +266,18 @@ void Thread::run() {
     mId.store(ThreadManager::getCallerId());
     mStages[STARTED].setOn();
 
-    preExecute();
+    callUserCode("Thread::preExecute", mName.c_str(), [this] { preExecute(); });
     if (isDestroyed) {
         return;
     }
     mStages[PRE_EXECUTED].setOn();
 
-    int const result = execute();
+    int result = 0;
+    callUserCode("Thread::execute", mName.c_str(), [this, &result] { result = execute(); });
     if (isDestroyed) {
         return;
     }
-    postExecute();
+    callUserCode("Thread::postExecute", mName.c_str(), [this] { postExecute(); });
     if (isDestroyed) {
         return;
     }

@@ -12,7 +12,10 @@
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlBlockingCall.h"
+#include "foundation/UtlDeadline.h"
 #include "foundation/UtlLogLine.h"
+#include "foundation/UtlUserCode.h"
+#include "platform/UtlFork.h"
 #include "platform/UtlKernelThread.h"
 #include "platform/UtlStaticLock.h"
 #include "threads/UtlManagerAccess.h"
@@ -33,10 +36,15 @@ char const* wordOf(ThreadPriority const& priority) {
     return label >= 0 ? PRIORITY_WORDS[label] : "INVALID";
 }
 
-// Whether the manager's watchdog was started, and whether it is ready for everybody. Not members:
-// get() asks before it knows whether there is an object.
-bool isWatchdogStarted = false;  // guarded by ThreadManager::mInstantiationSyncObject
+// Whether the manager's watchdog is being started, and whether it is ready for everybody, or not
+// wanted: in a child of a fork that has started no thread. Not members: get() asks before it knows
+// whether there is an object.
+bool isWatchdogStarting = false;  // guarded by ThreadManager::mInstantiationSyncObject
 std::atomic<bool> isWatchdogReady{false};
+std::atomic<bool> isWatchdogUnwanted{false};
+
+// What a handle is in the child of a fork.
+constexpr long NO_HANDLE = 0;
 
 int callerIfZero(int id) {
     return id != 0 ? id : ThreadManager::getCallerId();
@@ -57,7 +65,8 @@ void applyPriority(int osValue) {
 }  // namespace
 
 std::atomic<ThreadManager*> ThreadManager::mpTheObject{nullptr};
-platform::StaticLock ThreadManager::mInstantiationSyncObject;
+platform::StaticLock ThreadManager::mInstantiationSyncObject(platform::LockOrder::MANAGER);
+platform::StaticLock ThreadManager::mRegistryLock(platform::LockOrder::REGISTRY);
 VisitorCount ManagerAccess::visitors;
 
 // What the starting thread and the new one share. The new one's, once `decided` is on.
@@ -70,7 +79,7 @@ struct ThreadManager::StartRecord {
 };
 
 void ThreadManager::DetachThread::operator()(long* handle) const {
-    {
+    if (*handle != NO_HANDLE) {
         BlockingCall const blocking(SOURCE, "operator()", 140);
         pthread_detach(static_cast<pthread_t>(*handle));
     }
@@ -106,6 +115,12 @@ int ThreadManager::ThreadEntry::waitToStop(unsigned long timeout) const {
     return mStopEvent.get() != nullptr ? awaitOn(*mStopEvent.get(), timeout) : WAIT_FAILED;
 }
 
+void ThreadManager::ThreadEntry::forgetHandle() {
+    if (mHandle.get() != nullptr) {
+        *mHandle.get() = NO_HANDLE;
+    }
+}
+
 ThreadManager::ThreadManager(unsigned long entryMax)
     : mRegistry(entryMax, 0), mWatchdog(new (std::nothrow) ThreadWatchdog(entryMax)) {}
 
@@ -120,13 +135,14 @@ ThreadManager* ThreadManager::get() {
     }
 
     // Everybody else waits here until the watchdog is ready. Its own start comes here too, on this
-    // very thread, and passes.
+    // very thread, and passes. What fails is tried again by whoever comes next.
     platform::StaticGuard const guard(mInstantiationSyncObject);
     ThreadManager* const manager = createLocked(DEFAULT_ENTRY_MAX);
-    if (manager != nullptr && !isWatchdogStarted) {
-        isWatchdogStarted = true;
-        manager->mWatchdog->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
-        isWatchdogReady.store(true);
+    if (manager != nullptr && !isWatchdogStarting && !isWatchdogReady.load()) {
+        isWatchdogStarting = true;
+        isWatchdogReady.store(isWatchdogUnwanted.load() ||
+                              manager->mWatchdog->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL));
+        isWatchdogStarting = false;
     }
     return manager;
 }
@@ -143,17 +159,22 @@ bool ThreadManager::initializeEntryMax(unsigned long max) {
     return getIfCreated() == nullptr && createLocked(max) != nullptr;
 }
 
+bool ThreadManager::hasRoom(unsigned long entryMax) const {
+    return mRegistry.capacity() == entryMax && mWatchdog != nullptr && mWatchdog->hasRoom();
+}
+
 // The caller holds mInstantiationSyncObject.
 ThreadManager* ThreadManager::createLocked(unsigned long entryMax) {
     ThreadManager* manager = mpTheObject.load();
     if (manager == nullptr) {
         manager = new (std::nothrow) ThreadManager(entryMax);
-        if (manager != nullptr && manager->mWatchdog == nullptr) {
+        if (manager != nullptr && !manager->hasRoom(entryMax)) {
             delete manager;
             manager = nullptr;
         }
         mpTheObject.store(manager);
         BlockingCall::install(manager != nullptr ? report : nullptr);
+        platform::onFork(becomeChild);
     }
     return manager;
 }
@@ -170,7 +191,6 @@ void ThreadManager::destroy() {
     // The watchdog's thread still finds the manager, without a lock, while this waits for it.
     manager->mWatchdog->shutdown();
     BlockingCall::install(nullptr);
-    isWatchdogStarted = false;
     isWatchdogReady.store(false);
     mpTheObject.store(nullptr);
     ManagerAccess::awaitNone();
@@ -196,6 +216,8 @@ int ThreadManager::entry(void (*function)(void*), void* argument, int watchdogMo
     if (function == nullptr || name == nullptr) {
         return 0;
     }
+    wantWatchdog();
+    get();
     SmartPointer<Event> stopEvent;
     stopEvent.set(new (std::nothrow) Event(0, 0));
     StartRequest const request = {function,           argument,          name,
@@ -206,6 +228,7 @@ int ThreadManager::entry(void (*function)(void*), void* argument, int watchdogMo
 
 // As start(), on the manager of the process, which destroy() leaves alone meanwhile.
 int ThreadManager::startOnCurrent(StartRequest const& request) {
+    wantWatchdog();
     while (get() != nullptr) {
         if (ManagerAccess const manager; manager) {
             return manager->start(request);
@@ -219,7 +242,7 @@ int ThreadManager::start(StartRequest const& request) {
     int id;
     bool isRegistered;
     {
-        SyncGuard const guard(mRegistryLock);  // threads are started one at a time
+        platform::StaticGuard const guard(mRegistryLock);  // threads are started one at a time
         ThreadEntry entry;
         record = createThread(request, &entry);
         if (record == nullptr) {
@@ -300,13 +323,41 @@ void* ThreadManager::startThread(void* argument) {
     delete record;
 
     if (mayRun) {
-        request.function(request.argument);
-        if (ManagerAccess const manager; manager) {
-            manager->unregisterWatchdog(getCallerId());
-        }
+        callUserCode("ThreadManager::entry", "", [&] { request.function(request.argument); });
+    }
+    if (ManagerAccess const manager; manager) {
+        manager->endThread(request);
     }
     request.stopEvent->setOn();
     return nullptr;
+}
+
+// The last that a thread does before it is said to have stopped. From here on its stack is given
+// back when it ends.
+void ThreadManager::endThread(StartRequest const& request) {
+    int const id = getCallerId();
+    forgetWatchdog(id);
+    platform::StaticGuard const guard(mRegistryLock);
+    ThreadEntry* const entry = mRegistry.find(id);
+    if (entry == nullptr || entry->stopEvent() != request.stopEvent.get()) {
+        return;
+    }
+    entry->detach();
+    if (entry->isOwnerGone()) {
+        mRegistry.eraseKey(id);
+    }
+}
+
+// The object that started a thread goes, and nobody else knows the entry by its stop event.
+void ThreadManager::releaseEntry(int id, Event const* stopEvent) {
+    if (unregister(id, stopEvent)) {
+        return;
+    }
+    platform::StaticGuard const guard(mRegistryLock);
+    ThreadEntry* const entry = mRegistry.find(id);
+    if (entry != nullptr && entry->stopEvent() == stopEvent) {
+        entry->setOwnerGone();
+    }
 }
 
 int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime,
@@ -318,7 +369,7 @@ int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime
     int const id = getCallerId();
     { BlockingCall const here(SOURCE, "entryCaller", 522); }  // a position operators look up
     {
-        SyncGuard const guard(mRegistryLock);
+        platform::StaticGuard const guard(mRegistryLock);
         ThreadEntry const* const present = mRegistry.find(id);
         if (present != nullptr && present->isControllable()) {
             return 0;
@@ -343,20 +394,23 @@ bool ThreadManager::unregister(int id) {
 
 // With a `stopEvent`, only the entry that has it: its id may be another thread's by now.
 bool ThreadManager::unregister(int id, Event const* stopEvent) {
-    SyncGuard const guard(mRegistryLock);
-    ThreadEntry* const entry = mRegistry.find(id);
-    if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent) ||
-        entry->isActive()) {
-        return false;
+    {
+        platform::StaticGuard const guard(mRegistryLock);
+        ThreadEntry* const entry = mRegistry.find(id);
+        if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent) ||
+            entry->isActive()) {
+            return false;
+        }
+        entry->detach();
+        mRegistry.eraseKey(id);
+        mWatchdog->forget(id);  // while no other thread with this id can be registered
     }
-    entry->detach();
-    mRegistry.eraseKey(id);
-    mWatchdog->unregister(id);  // while no other thread with this id can be registered
+    mWatchdog->awaitReturn(id, Deadline(0));
     return true;
 }
 
 bool ThreadManager::isThreadExist(int id) const {
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     return mRegistry.find(id) != nullptr;
 }
 
@@ -397,7 +451,7 @@ bool ThreadManager::setPriority(int id, ThreadPriority const& priority) {
                "ThreadManager::setPriority() Error setpriority() ID:%d, OsValue:%d", id, osValue);
         return false;
     }
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     ThreadEntry* const entry = mRegistry.find(id);
     if (entry == nullptr) {
         return false;
@@ -428,7 +482,7 @@ bool ThreadManager::getNames(Map<int, BasicString<char>>* out) const {
     if (out == nullptr) {
         return false;
     }
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     for (unsigned long i = 0; i < mRegistry.count(); ++i) {
         BasicString<char> const name(mRegistry[i].value().name(), 0, 0);
         int const id = mRegistry[i].key();
@@ -440,7 +494,7 @@ bool ThreadManager::getNames(Map<int, BasicString<char>>* out) const {
 }
 
 void ThreadManager::printThreadInfoReg(int level) const {
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     applog(LIBRARY_LOG, level, "ThreadManager:: Registered info of threads in this process.");
     applog(
         LIBRARY_LOG, level, "%s",
@@ -470,6 +524,14 @@ bool ThreadManager::entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListen
 
 bool ThreadManager::unregisterWatchdog(int id) {
     return mWatchdog->unregister(callerIfZero(id));
+}
+
+void ThreadManager::forgetWatchdog(int id) {
+    mWatchdog->forget(id);
+}
+
+int ThreadManager::awaitWatchdogListener(int id, Deadline const& deadline) {
+    return mWatchdog->awaitReturn(id, deadline);
 }
 
 bool ThreadManager::isRegisteredWatchdog(int id) const {
@@ -503,7 +565,7 @@ bool ThreadManager::keepAliveWatchdog(StatementInfo const& statement) {
 void ThreadManager::printWatchdogInfo(int level) const {
     mWatchdog->printWatchdogInfo(level);
 
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     applog(LIBRARY_LOG, level,
            "ThreadManager:: Registered info of threads in this process.(But not registered "
            "watchdog)");
@@ -519,13 +581,48 @@ void ThreadManager::printWatchdogInfo(int level) const {
 
 // `*out` shares what the entry has.
 bool ThreadManager::findEntry(int id, ThreadEntry* out) const {
-    SyncGuard const guard(mRegistryLock);
+    platform::StaticGuard const guard(mRegistryLock);
     ThreadEntry const* const entry = mRegistry.find(id);
     if (entry == nullptr) {
         return false;
     }
     *out = *entry;
     return true;
+}
+
+// From now on a child of a fork, too, has a watchdog.
+void ThreadManager::wantWatchdog() {
+    if (isWatchdogUnwanted.load()) {
+        platform::StaticGuard const guard(mInstantiationSyncObject);
+        isWatchdogUnwanted.store(false);
+        isWatchdogReady.store(false);
+    }
+}
+
+// What fork() calls in the child, on its only thread, which had `parentsId` in the parent.
+void ThreadManager::becomeChild(int parentsId) {
+    ManagerAccess::forgetVisitors();
+    isWatchdogStarting = false;
+    isWatchdogUnwanted.store(true);
+    isWatchdogReady.store(false);
+    if (ThreadManager* const manager = mpTheObject.load()) {
+        manager->keepOnly(parentsId);
+        manager->mWatchdog->becomeChild();
+    }
+}
+
+// Of all threads the one that goes on in the child, under its id there.
+void ThreadManager::keepOnly(int parentsId) {
+    ThreadEntry const* const present = mRegistry.find(parentsId);
+    bool const isRegistered = present != nullptr;
+    ThreadEntry const kept = isRegistered ? *present : ThreadEntry();
+    for (unsigned long i = 0; i < mRegistry.count(); ++i) {
+        mRegistry[i].value().forgetHandle();
+    }
+    mRegistry.setCount(0);
+    if (isRegistered) {
+        mRegistry.insert(getCallerId(), kept, 1);
+    }
 }
 
 // What BlockingCall calls.

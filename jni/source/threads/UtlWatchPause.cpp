@@ -18,15 +18,14 @@ WatchPause::WatchPause(int threadId, StatementInfo const& before, StatementInfo 
 WatchPause::~WatchPause() {
     platform::ErrnoGuard const guard;
     ManagerAccess const manager;
-    if (mIsWatched && manager) {
-        manager->startWatchdog(mThreadId);
+    if (mIsWatched && manager && manager->startWatchdog(mThreadId)) {
         manager->keepAliveWatchdog(mAfter);
     }
 }
 
-void reportAlive(int threadId, StatementInfo const& statement) {
+void reportAtWork(int threadId, StatementInfo const& statement) {
     ManagerAccess const manager;
-    if (manager && manager->isRegisteredWatchdog(threadId)) {
+    if (manager && manager->startWatchdog(threadId)) {
         manager->keepAliveWatchdog(statement);
     }
 }

@@ -28,8 +28,10 @@ private:
     bool mIsWatched = false;
 };
 
-// Reports alive at `statement` if the calling thread, `threadId`, is registered with the watchdog.
-void reportAlive(int threadId, StatementInfo const& statement);
+// Has the calling thread, `threadId`, watched and reports it alive at `statement`, if it is
+// registered with the watchdog. For a loop between two things it does: it may not come to a pause
+// for long.
+void reportAtWork(int threadId, StatementInfo const& statement);
 
 }  // namespace utl
 

@@ -17,7 +17,7 @@ namespace {
 
 using platform::NO_TICK;
 
-platform::StaticLock counterIdsLock;
+platform::StaticLock counterIdsLock(platform::LockOrder::COUNTERS);
 FixedMap<unsigned long, std::uint32_t, TimeCounter::MAX_COUNTERS>
     counterIds;  // start ticks; guarded by counterIdsLock
 

@@ -1,13 +1,22 @@
 #include "UtlThreadWatchdog.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <mutex>
+#include <new>
 
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
+#include "foundation/UtlDeadline.h"
+#include "foundation/UtlImmortal.h"
 #include "foundation/UtlLogLine.h"
+#include "foundation/UtlUserCode.h"
+#include "messaging/UtlLoopWait.h"
+#include "platform/UtlClock.h"
+#include "platform/UtlStaticLock.h"
 #include "threads/UtlTableName.h"
 
 namespace utl {
@@ -17,6 +26,7 @@ namespace {
 // The watchdog's own thread only ever receives the expiries of its check timer.
 constexpr unsigned long MSG_SIZE = 4;
 constexpr unsigned long MSG_COUNT = 64;
+constexpr char NAME[] = "Watchdog Thread";
 
 constexpr char const* WATCH_WORDS[] = {"WATCHING", "NOT_WATCHING"};
 constexpr char const* ALIVE_WORDS[] = {"UNKNOWN", "ALIVE", "TIMEOUT"};
@@ -30,23 +40,47 @@ void logNoAliveTime(int id) {
     applog(LIBRARY_LOG, LEVEL_ERROR, "ThreadWatchdog Register AliveTime is 0 ID:%d ", id);
 }
 
-void printTable(Map<int, WatchdogInfo> const& infos, int level) {
+void printHead(int level) {
     applog(LIBRARY_LOG, level, "ThreadWatchdog:: Watchdog info of threads in this process.");
     applog(LIBRARY_LOG, level, "%s",
            "ID        , Name                            , AliveTime , WatchStatus , AliveStatus , "
            "TimeoutCount , LastAliveInfo(File, Function:Line:Sub) , ");
-    for (unsigned long i = 0; i < infos.count(); ++i) {
-        WatchdogInfo const& info = infos[i].value();
-        StatementInfo const& statement = info.lastAliveInfo();
-        applog(LIBRARY_LOG, level, "%10d, %-32s, %10u, %-12s, %-12s, %13u, (%s, %s:%u:%u)",
-               info.id(), TableName(info.name().c_str()).text(), info.aliveTime(),
-               WATCH_WORDS[info.watchStatus()], ALIVE_WORDS[info.aliveStatus()],
-               info.timeoutCount(), statement.file(), statement.function(), statement.line(),
-               statement.sub());
+}
+
+void printRow(WatchdogInfo const& info, int level) {
+    StatementInfo const& statement = info.lastAliveInfo();
+    applog(LIBRARY_LOG, level, "%10d, %-32s, %10u, %-12s, %-12s, %13u, (%s, %s:%u:%u)", info.id(),
+           TableName(info.name().c_str()).text(), info.aliveTime(), WATCH_WORDS[info.watchStatus()],
+           ALIVE_WORDS[info.aliveStatus()], info.timeoutCount(), statement.file(),
+           statement.function(), statement.line(), statement.sub());
+}
+
+// A name that is logged when the entry may have gone.
+class LoggedName {
+public:
+    void take(WatchdogInfo const& info) {
+        formatStr(mText, sizeof mText, "%s", info.name().c_str());
     }
+    char const* text() const { return mText; }
+
+private:
+    char mText[256];  // no line of the log is longer
+};
+
+// Of all watchdogs: a fork waits for it.
+platform::StaticLock tableLock(platform::LockOrder::WATCHDOG);
+
+using TableGuard = platform::StaticGuard;
+
+Immortal<WatchdogInfo> invalid;
+
+UTL_BEFORE_ALL_CONSTRUCTORS void makeInvalid() {
+    new (invalid.bytes) WatchdogInfo();
 }
 
 }  // namespace
+
+WatchdogInfo const& WatchdogInfo::INVALID = reinterpret_cast<WatchdogInfo const&>(invalid.bytes);
 
 WatchdogInfo::WatchdogInfo() = default;
 
@@ -75,34 +109,57 @@ bool WatchdogInfo::isOverdue(std::uint32_t now) const {
            now - mLastAliveTick >= mAliveTime;
 }
 
+// Time in which nobody could have reported; the last report never lies in the future for it.
+void WatchdogInfo::addTime(std::uint32_t milliseconds, std::uint32_t now) {
+    if (mLastAliveTick != NO_TICK && now >= mLastAliveTick) {
+        mLastAliveTick += std::min(milliseconds, now - mLastAliveTick);
+    }
+}
+
 WatchdogTimerListener::~WatchdogTimerListener() = default;
 
 class ThreadWatchdog::DefaultTimerListener : public WatchdogTimerListener {
 public:
     void onTime(int, Map<int, WatchdogInfo> const& infos) override {
-        printTable(infos, LEVEL_INFORMATION);
+        printHead(LEVEL_INFORMATION);
+        for (unsigned long i = 0; i < infos.count(); ++i) {
+            printRow(infos[i].value(), LEVEL_INFORMATION);
+        }
     }
 };
 
-ThreadWatchdog::ThreadWatchdog(unsigned long capacity)
-    : mThread(MSG_SIZE, MSG_COUNT, "Watchdog Thread", capacity), mInfos(capacity, 0) {}
+ThreadWatchdog::ThreadWatchdog(unsigned long capacity) : mCapacity(capacity), mInfos(capacity, 0) {}
 
 // The loop calls this object: it ends before anything here goes.
 ThreadWatchdog::~ThreadWatchdog() {
     shutdown();
 }
 
+bool ThreadWatchdog::hasRoom() const {
+    return mInfos.capacity() == mCapacity;
+}
+
 bool ThreadWatchdog::initialize(unsigned long watchIntervalMs) {
-    if (mThread.start(this, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0) != 0) {
-        return false;  // by its rule a second start is refused, so this initialises once
-    }
-    int const timerId = mThread.setTimer(watchIntervalMs, 0, 0, 0);
-    if (timerId == -1) {
-        mThread.stop(1, 0);
+    if (isInitialized()) {
         return false;
     }
-    SyncGuard const guard(mLock);
+    // By its rule a thread is started once: each attempt has its own.
+    mThread.reset(new (std::nothrow) MsgDrivenThread(MSG_SIZE, MSG_COUNT, NAME, mCapacity));
+    if (mThread == nullptr ||
+        mThread->start(this, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0) != 0) {
+        return false;
+    }
+    mThreadId.store(mThread->getId());
+    int const timerId = mThread->setTimer(watchIntervalMs, 0, 0, 0);
+    if (timerId == -1) {
+        mThread->stop(1, 0);
+        return false;
+    }
+    TableGuard const guard(tableLock);
     mWatchTimerId = timerId;
+    mWatchIntervalMs = watchIntervalMs;
+    mIsResting = false;
+    expectCheckLocked();
     mIsInitialized = true;
     return true;
 }
@@ -112,8 +169,10 @@ void ThreadWatchdog::shutdown() {
         return;
     }
     exchangeWatchTimer(-1);
-    mThread.stop(1, 0);
-    SyncGuard const guard(mLock);
+    if (mThread != nullptr) {
+        mThread->stop(1, 0);
+    }
+    TableGuard const guard(tableLock);
     mIsInitialized = false;
 }
 
@@ -122,9 +181,15 @@ bool ThreadWatchdog::setWatchInterval(unsigned long intervalMs) {
         return false;
     }
     // Without the lock: the thread that is asked here may wait for it.
-    mThread.killTimer(exchangeWatchTimer(-1), 0);
-    int const timerId = mThread.setTimer(intervalMs, 0, 0, 0);
-    mThread.killTimer(exchangeWatchTimer(timerId), 0);  // of one who did the same meanwhile
+    mThread->killTimer(exchangeWatchTimer(-1), 0);
+    int const timerId = mThread->setTimer(intervalMs, 0, 0, 0);
+    {
+        TableGuard const guard(tableLock);
+        mWatchIntervalMs = intervalMs;
+        mIsResting = false;
+        expectCheckLocked();
+    }
+    mThread->killTimer(exchangeWatchTimer(timerId), 0);  // of one who did the same meanwhile
     return timerId != -1;
 }
 
@@ -134,12 +199,16 @@ bool ThreadWatchdog::entry(int id, unsigned long aliveTimeMs, WatchdogTimerListe
         logNoAliveTime(id);
         return false;
     }
-    SyncGuard const guard(mLock);
-    if (name == nullptr || !mIsInitialized) {
+    if (name == nullptr || !isInitialized()) {
         return false;
     }
     WatchdogInfo const info(id, aliveTimeMs, listener, name, WatchdogInfo::NOT_WATCHING);
-    if (!holdsName(info.name(), name) || !insertLocked(info)) {
+    bool isInserted;
+    {
+        TableGuard const guard(tableLock);
+        isInserted = mIsInitialized && holdsName(info.name(), name) && insertLocked(info);
+    }
+    if (!isInserted) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
@@ -161,39 +230,98 @@ bool ThreadWatchdog::insertLocked(WatchdogInfo const& info) {
 }
 
 bool ThreadWatchdog::unregister(int id) {
-    SyncGuard const guard(mLock);
-    return mIsInitialized && mInfos.eraseKey(id) != 0;
-}
-
-bool ThreadWatchdog::keepAlive(StatementInfo const& statement) {
-    SyncGuard const guard(mLock);
-    if (!mIsInitialized) {
-        return false;
-    }
-    if (mIsInKeepAlive) {
-        return true;  // this very thread: what it logs here may report again
-    }
-    mIsInKeepAlive = true;
-    bool const isKnown = executeKeepAlive(ThreadManager::getCallerId(), statement);
-    mIsInKeepAlive = false;
+    bool const isKnown = forget(id);
+    awaitReturn(id, Deadline(0));
     return isKnown;
 }
 
-bool ThreadWatchdog::start(int id) {
-    SyncGuard const guard(mLock);
-    WatchdogInfo* const info = findLocked(id);
-    if (info == nullptr) {
-        return false;
+// As unregister(), but a call of the thread's listener may be under way.
+bool ThreadWatchdog::forget(int id) {
+    TableGuard const guard(tableLock);
+    return mIsInitialized && mInfos.eraseKey(id) != 0;
+}
+
+// For a thread that was forgotten: blocks until no call of its listener is under way. REACHED, also
+// in that very call; TIMED_OUT; WAIT_FAILED, logged, when that call waits for the calling thread.
+int ThreadWatchdog::awaitReturn(int id, Deadline const& deadline) {
+    while (isCallUnderWay(id)) {
+        LoopWait const wait(mThread->control());
+        if (wait.isRefused()) {
+            return WAIT_FAILED;
+        }
+        if (deadline.wait(mHasReturned) != REACHED) {
+            return TIMED_OUT;
+        }
     }
-    info->mWatchStatus = WatchdogInfo::WATCHING;
-    if (info->mLastAliveTick == WatchdogInfo::NO_TICK) {
+    return REACHED;
+}
+
+bool ThreadWatchdog::isCallUnderWay(int id) const {
+    TableGuard const guard(tableLock);
+    return mCalledId == id && mHasReturned.isOff() && !isOwnThread();
+}
+
+// The watchdog of the parent process has no thread here, and watches nobody.
+void ThreadWatchdog::becomeChild() {
+    mInfos.setCount(0);
+    mIsInitialized = false;
+    mHasReturned.setOn();
+}
+
+bool ThreadWatchdog::keepAlive(StatementInfo const& statement) {
+    int const id = ThreadManager::getCallerId();
+    LoggedName recovered;
+    {
+        TableGuard const guard(tableLock);
+        WatchdogInfo* const info = findLocked(id);
+        if (info == nullptr) {
+            return false;
+        }
+        if (info->mWatchStatus == WatchdogInfo::NOT_WATCHING) {
+            return true;
+        }
+        bool const wasSilent = info->mAliveStatus == WatchdogInfo::TIMEOUT;
+        info->mAliveStatus = WatchdogInfo::ALIVE;
+        info->mLastAliveInfo = statement;
         info->mLastAliveTick = TimeCounter::getTickTime();
+        if (!wasSilent) {
+            return true;
+        }
+        recovered.take(*info);
+    }
+    applog(LIBRARY_LOG, LEVEL_INFORMATION, "ThreadWatchdog Timeout->Alive ID:%d Name:%s", id,
+           recovered.text());
+    return true;
+}
+
+bool ThreadWatchdog::start(int id) {
+    int timerId = -1;
+    {
+        TableGuard const guard(tableLock);
+        WatchdogInfo* const info = findLocked(id);
+        if (info == nullptr) {
+            return false;
+        }
+        info->mWatchStatus = WatchdogInfo::WATCHING;
+        if (info->mLastAliveTick == WatchdogInfo::NO_TICK) {
+            info->mLastAliveTick = TimeCounter::getTickTime();
+        }
+        if (mIsResting) {
+            mIsResting = false;
+            expectCheckLocked();
+            timerId = mWatchTimerId;
+        }
+    }
+    // Without the lock: the thread that is asked here may wait for it.
+    if (timerId != -1 && !mThread->resumeTimer(timerId)) {
+        TableGuard const guard(tableLock);
+        mIsResting = true;  // the next one tries again
     }
     return true;
 }
 
 bool ThreadWatchdog::stop(int id) {
-    SyncGuard const guard(mLock);
+    TableGuard const guard(tableLock);
     WatchdogInfo* const info = findLocked(id);
     if (info == nullptr) {
         return false;
@@ -208,7 +336,7 @@ bool ThreadWatchdog::setAliveTime(int id, unsigned long aliveTimeMs) {
         logNoAliveTime(id);
         return false;
     }
-    SyncGuard const guard(mLock);
+    TableGuard const guard(tableLock);
     WatchdogInfo* const info = findLocked(id);
     if (info == nullptr) {
         return false;
@@ -221,36 +349,74 @@ bool ThreadWatchdog::setAliveTime(int id, unsigned long aliveTimeMs) {
 }
 
 bool ThreadWatchdog::isWatching(int id) const {
-    SyncGuard const guard(mLock);
+    TableGuard const guard(tableLock);
     WatchdogInfo const* const info = findLocked(id);
     return info != nullptr && info->mWatchStatus == WatchdogInfo::WATCHING;
 }
 
 bool ThreadWatchdog::isRegistered(int id) const {
-    SyncGuard const guard(mLock);
+    TableGuard const guard(tableLock);
     return findLocked(id) != nullptr;
 }
 
 bool ThreadWatchdog::isOwnThread() const {
-    return mThread.isRunning() && mThread.getId() == ThreadManager::getCallerId();
+    return mThreadId.load() == ThreadManager::getCallerId();
 }
 
+// Row by row, so that nobody who reports waits for the log.
 void ThreadWatchdog::printWatchdogInfo(int level) const {
-    SyncGuard const guard(mLock);
-    if (mIsInitialized) {
-        printTable(mInfos, level);
+    if (!isInitialized()) {
+        return;
+    }
+    printHead(level);
+    long next = std::numeric_limits<int>::min();
+    for (;;) {
+        WatchdogInfo row;
+        {
+            TableGuard const guard(tableLock);
+            unsigned long i = 0;
+            while (i < mInfos.count() && mInfos[i].key() < next) {
+                ++i;
+            }
+            if (i == mInfos.count()) {
+                return;
+            }
+            row = mInfos[i].value();
+        }
+        printRow(row, level);
+        next = static_cast<long>(row.id()) + 1;
     }
 }
 
 int ThreadWatchdog::receiveMsg(int, ThreadRawMsg& msg) {
     TimerMsg timer;
-    if (timer.restoreFrom(msg) && timer.getMsgId() == TimerMsg::ID && isWatchTimer(timer)) {
-        executeWatchThreads();
+    if (timer.restoreFrom(msg) && timer.getMsgId() == TimerMsg::ID) {
+        bool isCheck;
+        {
+            TableGuard const guard(tableLock);
+            isCheck = timer.getTimerId() == mWatchTimerId;
+        }
+        if (isCheck) {
+            executeWatchThreads();
+        }
     }
     return 0;
 }
 
-// nullptr also while this is not initialised. The caller holds mLock.
+bool ThreadWatchdog::isInitialized() const {
+    TableGuard const guard(tableLock);
+    return mIsInitialized;
+}
+
+// Returns the timer so far.
+int ThreadWatchdog::exchangeWatchTimer(int timerId) {
+    TableGuard const guard(tableLock);
+    int const previous = mWatchTimerId;
+    mWatchTimerId = timerId;
+    return previous;
+}
+
+// nullptr also while this is not initialised.
 WatchdogInfo* ThreadWatchdog::findLocked(int id) {
     return mIsInitialized ? mInfos.find(id) : nullptr;
 }
@@ -259,91 +425,100 @@ WatchdogInfo const* ThreadWatchdog::findLocked(int id) const {
     return mIsInitialized ? mInfos.find(id) : nullptr;
 }
 
-bool ThreadWatchdog::isInitialized() const {
-    SyncGuard const guard(mLock);
-    return mIsInitialized;
-}
-
-bool ThreadWatchdog::isWatchTimer(TimerMsg const& timer) const {
-    SyncGuard const guard(mLock);
-    return timer.getTimerId() == mWatchTimerId;
-}
-
-// Returns the timer so far.
-int ThreadWatchdog::exchangeWatchTimer(int timerId) {
-    SyncGuard const guard(mLock);
-    int const previous = mWatchTimerId;
-    mWatchTimerId = timerId;
-    return previous;
-}
-
-// The caller holds mLock.
-bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& statement) {
-    WatchdogInfo* const info = findLocked(id);
-    if (info == nullptr) {
-        return false;
-    }
-    if (info->mWatchStatus == WatchdogInfo::NOT_WATCHING) {
-        return true;
-    }
-    if (info->mAliveStatus == WatchdogInfo::TIMEOUT) {
-        applog(LIBRARY_LOG, LEVEL_INFORMATION, "ThreadWatchdog Timeout->Alive ID:%d Name:%s", id,
-               info->mName.c_str());
-    }
-    info->mAliveStatus = WatchdogInfo::ALIVE;
-    info->mLastAliveInfo = statement;
-    info->mLastAliveTick = TimeCounter::getTickTime();
-    return true;
-}
-
-// One listener may take long: each round looks afresh at who is overdue, but for the same moment.
-void ThreadWatchdog::executeWatchThreads() {
-    std::uint32_t const now = TimeCounter::getTickTime();
-    int id;
-    while (findOverdue(now, &id)) {
-        executeWatchdogTimeout(id);
-    }
-}
-
-bool ThreadWatchdog::findOverdue(std::uint32_t now, int* id) const {
-    SyncGuard const guard(mLock);
+bool ThreadWatchdog::hasWatchedLocked() const {
     for (unsigned long i = 0; i < mInfos.count(); ++i) {
-        if (mInfos[i].value().isOverdue(now)) {
-            *id = mInfos[i].key();
+        if (mInfos[i].value().watchStatus() == WatchdogInfo::WATCHING) {
             return true;
         }
     }
     return false;
 }
 
-void ThreadWatchdog::executeWatchdogTimeout(int id) {
-    DefaultTimerListener defaultListener;
-    WatchdogTimerListener* listener = &defaultListener;
-    Map<int, WatchdogInfo> const infos = declareTimeout(id, &listener);
-    if (listener != nullptr) {
-        listener->onTime(id, infos);
+// From now on.
+void ThreadWatchdog::expectCheckLocked() {
+    mNextCheckNs = platform::monotonicNanoseconds() + static_cast<std::uint64_t>(mWatchIntervalMs) *
+                                                          platform::NANOSECONDS_PER_MILLISECOND;
+}
+
+// A check that is late says that this process did not run, or not much: that time is nobody's
+// silence.
+void ThreadWatchdog::addLatenessLocked(std::uint32_t now) {
+    std::uint64_t const nowNs = platform::monotonicNanoseconds();
+    mLatenessNs += nowNs > mNextCheckNs ? nowNs - mNextCheckNs : 0;
+    auto const lateness =
+        static_cast<std::uint32_t>(mLatenessNs / platform::NANOSECONDS_PER_MILLISECOND);
+    mLatenessNs %= platform::NANOSECONDS_PER_MILLISECOND;
+    for (unsigned long i = 0; i < mInfos.count(); ++i) {
+        mInfos[i].value().addTime(lateness, now);
     }
 }
 
-// A copy of all registrations after this one has been declared timed out; without memory it is
-// empty. `*listener` becomes its listener if it has one, nullptr when there is nothing to declare
-// any more.
-Map<int, WatchdogInfo> ThreadWatchdog::declareTimeout(int id, WatchdogTimerListener** listener) {
-    SyncGuard const guard(mLock);
-    WatchdogInfo* const info = findLocked(id);
-    if (info == nullptr || info->mWatchStatus == WatchdogInfo::NOT_WATCHING ||
-        info->mAliveStatus == WatchdogInfo::TIMEOUT) {
-        *listener = nullptr;
-        return Map<int, WatchdogInfo>(0, 0);
+// One listener may take long: each round looks afresh at who is overdue, but for the same moment.
+void ThreadWatchdog::executeWatchThreads() {
+    std::uint32_t const now = TimeCounter::getTickTime();
+    {
+        TableGuard const guard(tableLock);
+        addLatenessLocked(now);
     }
-    info->mAliveStatus = WatchdogInfo::TIMEOUT;
-    ++info->mTimeoutCount;
-    applog(LIBRARY_LOG, LEVEL_ERROR, "!!!!!!!! ThreadWatchdog Timeout ID:%d Name:%s !!!!!!!!", id,
-           info->mName.c_str());
-    if (info->mListener != nullptr) {
-        *listener = info->mListener;
+    WatchdogTimerListener* listener;
+    while (declareTimeout(now, &listener)) {
+        callListener(listener);
     }
-    return Map<int, WatchdogInfo>(mInfos);
+    restUnlessNeeded();
+}
+
+// Declares the first that is overdue at `now` timed out, and begins the call of its listener. False
+// when nobody is.
+bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** listener) {
+    LoggedName name;
+    {
+        TableGuard const guard(tableLock);
+        unsigned long i = 0;
+        while (i < mInfos.count() && !mInfos[i].value().isOverdue(now)) {
+            ++i;
+        }
+        if (i == mInfos.count()) {
+            return false;
+        }
+        WatchdogInfo& info = mInfos[i].value();
+        info.mAliveStatus = WatchdogInfo::TIMEOUT;
+        ++info.mTimeoutCount;
+        name.take(info);
+        *listener = info.mListener;
+        mCalledId = info.mId;
+        mHasReturned.setOff();
+    }
+    applog(LIBRARY_LOG, LEVEL_ERROR, "!!!!!!!! ThreadWatchdog Timeout ID:%d Name:%s !!!!!!!!",
+           mCalledId, name.text());
+    return true;
+}
+
+// With a copy of all registrations; without memory it is empty.
+void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
+    DefaultTimerListener defaultListener;
+    WatchdogTimerListener* const called = listener != nullptr ? listener : &defaultListener;
+    {
+        std::unique_lock<platform::StaticLock> guard(tableLock);
+        Map<int, WatchdogInfo> const infos(mInfos);
+        guard.unlock();
+        callUserCode("WatchdogTimerListener::onTime", NAME,
+                     [&] { called->onTime(mCalledId, infos); });
+    }
+    mHasReturned.setOn();
+}
+
+// The check timer stands still while nobody is watched: a process that only waits sleeps.
+void ThreadWatchdog::restUnlessNeeded() {
+    {
+        TableGuard const guard(tableLock);
+        expectCheckLocked();
+        mIsResting = !hasWatchedLocked() && mWatchTimerId != -1;
+        if (!mIsResting) {
+            return;
+        }
+    }
+    // Whoever begins to be watched from here on queues the start that follows.
+    mThread->restTimer(mWatchTimerId);
 }
 
 }  // namespace utl

@@ -1,0 +1,196 @@
+#include "messaging/UtlLoopControl.h"
+
+#include <errno.h>
+
+#include <new>
+
+#include "UtlLog.h"
+#include "UtlThreadManager.h"
+
+#include "foundation/UtlAwait.h"
+#include "foundation/UtlLogLine.h"
+#include "threads/UtlWatchPause.h"
+
+namespace utl {
+
+namespace {
+
+thread_local LoopControl* ofThisThread = nullptr;
+
+}  // namespace
+
+std::unique_ptr<LoopControl> LoopControl::make(char const* label, char const* name,
+                                               TimerHandler& handler, unsigned long maxEntries,
+                                               unsigned long maxTimers) {
+    std::unique_ptr<LoopControl> control(
+        new (std::nothrow) LoopControl(label, name, handler, maxEntries, maxTimers));
+    if (control == nullptr || !control->isOpen()) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) pipe errno:%d", label, name,
+               control != nullptr ? errno : ENOMEM);
+    }
+    return control;
+}
+
+LoopControl::LoopControl(char const* label, char const* name, TimerHandler& handler,
+                         unsigned long maxEntries, unsigned long maxTimers)
+    : mLabel(label),
+      mName(name, 0, 0),
+      mTimers(label, mName.c_str(), handler, mPipe, maxTimers),
+      mEntries(sizeof(Entry), maxEntries) {}
+
+LoopControl* LoopControl::current() {
+    return ofThisThread;
+}
+
+LoopControl::Access::Access(LoopControl& loop) : mLoop(loop), mIsTaken(true) {
+    mLoop.mMutex.lock();
+    while (mLoop.mIsExclusive && current() != &mLoop) {
+        mLoop.mMutex.unlock();
+        LoopWait const wait(mLoop);
+        if (wait.isRefused()) {
+            mIsTaken = false;
+            return;
+        }
+        awaitOn(mLoop.mIsShared, 0);
+        mLoop.mMutex.lock();
+    }
+}
+
+LoopControl::Access::~Access() {
+    if (mIsTaken) {
+        mLoop.mMutex.unlock();
+    }
+}
+
+LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mWait(loop) {
+    if (!mWait.isRefused()) {
+        mGuard.emplace(loop.mRequestLock);
+    }
+}
+
+LoopControl::Posting LoopControl::Asking::postLocked(Request const& request, Entry const& entry) {
+    mLoop.mRequest = request;
+    mLoop.mAsker = current();
+    mLoop.mIsAnswered.setOff();
+    mLoop.mIsAsked.store(true, std::memory_order_release);  // the loop may come to any entry now
+    Posting const posting = mLoop.postLocked(entry);
+    if (posting != Posting::DONE) {
+        mLoop.mIsAsked.store(false, std::memory_order_relaxed);
+    }
+    return posting;
+}
+
+bool LoopControl::Asking::await() {
+    awaitOn(mLoop.mIsAnswered, 0);
+    return mLoop.mIsServed;
+}
+
+bool LoopControl::wakeLocked(Entry const& word) {
+    ssize_t const written = mPipe.wake(word);
+    if (written != static_cast<ssize_t>(sizeof word)) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Error. write Ret:%u errno:%d", mLabel, name(),
+               static_cast<unsigned>(written), errno);
+        return false;  // the mark stays: the next entry tries again
+    }
+    mIsAsleep.store(false, std::memory_order_relaxed);
+    return true;
+}
+
+LoopControl::Entry LoopControl::entryIn(unsigned char const* slot) {
+    Entry entry;
+    std::memcpy(&entry, slot, sizeof entry);
+    return entry;
+}
+
+void LoopControl::enter() {
+    mThreadId = ThreadManager::getCallerId();
+    ofThisThread = this;
+    mTimers.enter();
+}
+
+void LoopControl::leaveThread() {
+    mTimers.leave();
+    ofThisThread = nullptr;
+}
+
+bool LoopControl::take(Entry* entry) {
+    unsigned char const* const slot = mEntries.front();
+    if (slot == nullptr) {
+        return false;
+    }
+    *entry = entryIn(slot);
+    mEntries.drop();
+    return true;
+}
+
+bool LoopControl::sleep(StatementInfo const& before, StatementInfo const& after) {
+    {
+        Guard const guard(*this);
+        if (mEntries.count() != 0 && isOpen()) {
+            return true;
+        }
+        mIsAsleep.store(true, std::memory_order_relaxed);
+    }
+    bool isWhole = true;
+    if (mTimers.beginSleep()) {
+        WatchPause const pause(mThreadId, before, after);
+        isWhole = read();
+    }
+    mTimers.endSleep();
+    mIsAsleep.store(false, std::memory_order_relaxed);
+    return isWhole;
+}
+
+bool LoopControl::read() {
+    for (;;) {
+        ssize_t const got = mPipe.read();
+        if (got == static_cast<ssize_t>(sizeof(Entry))) {
+            return true;
+        }
+        int const error = errno;
+        unsigned const result = static_cast<unsigned>(got);
+        if (error != EINTR) {
+            applog(LIBRARY_LOG, LEVEL_ERROR,
+                   "%s(%s) Error. read Ret:%u errno:%d !!Break msg loop!!", mLabel, name(), result,
+                   error);
+            return false;
+        }
+        applog(LIBRARY_LOG, LEVEL_INFORMATION,
+               "%s(%s) Error. read Ret:%u errno:%d=EINTR Retry read", mLabel, name(), result, error);
+    }
+}
+
+bool LoopControl::isAsked(Request* request) {
+    if (!mIsAsked.load(std::memory_order_acquire)) {
+        return false;
+    }
+    Guard const guard(*this);
+    return isAskedLocked(request);  // it may not have been posted
+}
+
+bool LoopControl::isAskedLocked(Request* request) const {
+    *request = mRequest;
+    return mIsAsked.load(std::memory_order_relaxed);
+}
+
+void LoopControl::answerLocked(bool isServed) {
+    if (mIsAsked.load(std::memory_order_relaxed)) {
+        mIsServed = isServed;
+        mIsAsked.store(false, std::memory_order_relaxed);
+        LoopWait::end(mAsker);
+        mIsAnswered.setOn();
+    }
+}
+
+void LoopControl::beginExclusive() {
+    Guard const guard(*this);
+    mIsExclusive = true;
+    mIsShared.setOff();
+}
+
+void LoopControl::endExclusiveLocked() {
+    mIsExclusive = false;
+    mIsShared.setOn();
+}
+
+}  // namespace utl

@@ -1,0 +1,231 @@
+// Internal. What every thread that loops over what is queued for it has: a queue of control entries,
+// a pipe to sleep on, timers, and a place for the one request that another thread waits for.
+//
+// Two locks. The request lock is held by a thread that waits for the loop's answer, from before it
+// asks until it has the answer, and taken for nothing else. The mutex guards the queue and is held
+// for a few lines; the loop takes entries out without it.
+//
+// No wake-up is lost, although an entry that is queued while the loop is awake gets no word in the
+// pipe. The loop goes to sleep in two steps: with the mutex held it sees that the queue is empty and
+// marks itself asleep; then it reads. Whoever queues an entry does so with the mutex held, and
+// writes a word if he finds the mark, which he takes away. So an entry is queued either before the
+// mark, and then the loop has seen it, or after it, and then there is a word, for the mark is set
+// only when every entry before it has been taken. A word that was written for an entry that the loop
+// has taken in the meantime, because a timer woke it, makes it look once for nothing. The signals of
+// the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do the same
+// with a mark of their own.
+
+#ifndef UTL_LOOP_CONTROL_H
+#define UTL_LOOP_CONTROL_H
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "UtlEvent.h"
+#include "UtlStatementInfo.h"
+#include "UtlString.h"
+#include "UtlSyncObject.h"
+
+#include "messaging/UtlLoopTimers.h"
+#include "messaging/UtlLoopWait.h"
+#include "messaging/UtlSlotRing.h"
+#include "messaging/UtlWakePipe.h"
+#include "platform/UtlMutex.h"
+
+namespace utl {
+
+class LoopControl {
+public:
+    // Two words of the machine: what the queue holds and the pipe carries.
+    using Entry = WakePipe::Word;
+
+    enum class Posting { DONE, FULL, UNHEARD };
+
+    // What another thread asks the loop for, and waits for.
+    struct Request {
+        int kind = 0;
+        long argument = 0;
+    };
+
+    // `label` and `name`, which is copied, head the log lines: "MsgDrivenThread(%s)". Room for
+    // `maxEntries` entries and `maxTimers` timers. nullptr without memory; that, and a pipe that
+    // cannot be made, is logged.
+    static std::unique_ptr<LoopControl> make(char const* label, char const* name,
+                                             TimerHandler& handler, unsigned long maxEntries,
+                                             unsigned long maxTimers);
+    LoopControl(LoopControl const&) = delete;
+    LoopControl& operator=(LoopControl const&) = delete;
+
+    char const* label() const { return mLabel; }
+    char const* name() const { return mName.c_str(); }
+    bool isOpen() const { return mPipe.isOpen(); }
+    unsigned long capacity() const { return mEntries.capacity(); }
+    unsigned long count() const { return mEntries.count(); }
+    LoopTimers& timers() { return mTimers; }
+
+    // Any thread.
+
+    // The loop of the calling thread, or nullptr.
+    static LoopControl* current();
+
+    // The mutex for a scope.
+    class Guard {
+    public:
+        explicit Guard(LoopControl& loop) : mMutex(loop.mMutex) { mMutex.lock(); }
+        ~Guard() { mMutex.unlock(); }
+        Guard(Guard const&) = delete;
+        Guard& operator=(Guard const&) = delete;
+
+    private:
+        platform::Mutex& mMutex;
+    };
+
+    // The mutex for a scope that changes the queue: waits while the loop has the queue for itself,
+    // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread.
+    class Access {
+    public:
+        explicit Access(LoopControl& loop);
+        ~Access();
+        Access(Access const&) = delete;
+        Access& operator=(Access const&) = delete;
+
+        explicit operator bool() const { return mIsTaken; }
+
+    private:
+        LoopControl& mLoop;
+        bool mIsTaken;
+    };
+
+    // The right to ask the loop, which one thread has at a time, until the answer was dealt with.
+    // None, logged, when the loop waits for the calling thread.
+    class Asking {
+    public:
+        explicit Asking(LoopControl& loop);
+        Asking(Asking const&) = delete;
+        Asking& operator=(Asking const&) = delete;
+
+        explicit operator bool() const { return mGuard.has_value(); }
+
+        // With the mutex held. Whether the loop was asked, by the entry that was queued.
+        Posting postLocked(Request const& request, Entry const& entry);
+
+        // Without it, when it was asked: blocks until the loop has answered or ended. Whether it did
+        // what it was asked for.
+        bool await();
+
+    private:
+        LoopControl& mLoop;
+        LoopWait const mWait;
+        std::optional<SyncGuard> mGuard;
+    };
+
+    // With the mutex held.
+
+    // Queues an entry and sees to it that the loop comes to it: `publish` is called right before the
+    // loop may find it. UNHEARD, logged: it is queued, without that call, but the loop could not be
+    // woken.
+    template <typename Publish>
+    Posting postLocked(Entry const& entry, Publish publish);
+    Posting postLocked(Entry const& entry) {
+        return postLocked(entry, [] {});
+    }
+
+    bool hasEndedLocked() const { return mHasEnded; }
+    SlotRing& entriesLocked() { return mEntries; }
+    static Entry entryIn(unsigned char const* slot);
+
+    // The loop only.
+
+    int threadId() const { return mThreadId; }
+
+    // The loop begins; it is over. From then on nobody is asked for anything, and who waits is
+    // released: both with the mutex held, as is `cleanUp` called.
+    void enter();
+    template <typename CleanUp>
+    void leave(CleanUp cleanUp);
+
+    // Takes the next entry. False when there is none.
+    bool take(Entry* entry);
+
+    // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it reports
+    // alive at `before` and `after`. False, logged, when the pipe is broken.
+    bool sleep(StatementInfo const& before, StatementInfo const& after);
+
+    // What the loop is asked for, until it answers. False when it is not asked.
+    bool isAsked(Request* request);
+    bool isAskedLocked(Request* request) const;
+    void answerLocked(bool isServed);
+
+    // Between these two nobody else queues anything.
+    void beginExclusive();
+    void endExclusiveLocked();
+
+private:
+    friend class LoopWait;
+
+    LoopControl(char const* label, char const* name, TimerHandler& handler,
+                unsigned long maxEntries, unsigned long maxTimers);
+
+    bool wakeLocked(Entry const& entry);
+    void leaveThread();
+    bool read();
+
+    char const* const mLabel;
+    BasicString<char> const mName;
+    int mThreadId = 0;  // the loop's
+    WakePipe mPipe;
+    LoopTimers mTimers;
+
+    SyncObject mRequestLock;
+    platform::Mutex mMutex;
+
+    SlotRing mEntries;                   // what is put in is guarded by the mutex
+    std::atomic<bool> mIsAsleep{false};  // set with the mutex held
+    bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
+    bool mIsExclusive = false;
+    Event mIsShared{1, 0};  // the opposite, for who waits
+
+    // Written with the mutex held. The answer is good while the asker has the request lock.
+    std::atomic<bool> mIsAsked{false};
+    Request mRequest;
+    LoopControl* mAsker = nullptr;
+    bool mIsServed = false;
+    Event mIsAnswered{0, 0};
+
+    LoopControl const* mWaitsFor = nullptr;  // guarded by the lock of all waits
+};
+
+template <typename Publish>
+LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish) {
+    unsigned char* const slot = mEntries.end();
+    if (slot == nullptr) {
+        return Posting::FULL;
+    }
+    // First the word: nothing that the loop may have taken already needs to be taken back. One that
+    // wakes too early finds the mutex held when it goes to sleep again.
+    bool const isHeard = !mIsAsleep.load(std::memory_order_relaxed) || wakeLocked(entry);
+    if (isHeard) {
+        publish();
+    }
+    std::memcpy(slot, &entry, sizeof entry);
+    mEntries.put();
+    return isHeard ? Posting::DONE : Posting::UNHEARD;
+}
+
+template <typename CleanUp>
+void LoopControl::leave(CleanUp cleanUp) {
+    {
+        Guard const guard(*this);
+        mHasEnded = true;
+        cleanUp();
+        answerLocked(false);
+    }
+    leaveThread();
+}
+
+}  // namespace utl
+
+#endif  // UTL_LOOP_CONTROL_H

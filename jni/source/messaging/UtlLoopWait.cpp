@@ -1,0 +1,53 @@
+#include "messaging/UtlLoopWait.h"
+
+#include "UtlLog.h"
+
+#include "foundation/UtlLogLine.h"
+#include "messaging/UtlLoopControl.h"
+#include "platform/UtlStaticLock.h"
+
+namespace utl {
+
+namespace {
+
+platform::StaticLock waitsLock(platform::LockOrder::LOOP_WAITS);
+
+}  // namespace
+
+LoopWait::LoopWait(LoopControl& awaited) : mWaiter(LoopControl::current()) {
+    if (mWaiter == nullptr) {
+        return;
+    }
+    {
+        platform::StaticGuard const guard(waitsLock);
+        // Who is waited for is alive: the waiting thread is inside one of its operations.
+        for (LoopControl const* loop = &awaited; loop != nullptr && !mIsRefused;
+             loop = loop->mWaitsFor) {
+            mIsRefused = loop == mWaiter;
+        }
+        mOuter = mWaiter->mWaitsFor;
+        if (!mIsRefused) {
+            mWaiter->mWaitsFor = &awaited;
+        }
+    }
+    if (mIsRefused) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Refused. %s(%s) waits for this thread",
+               mWaiter->label(), mWaiter->name(), awaited.label(), awaited.name());
+    }
+}
+
+LoopWait::~LoopWait() {
+    if (mWaiter != nullptr) {
+        platform::StaticGuard const guard(waitsLock);
+        mWaiter->mWaitsFor = mOuter;
+    }
+}
+
+void LoopWait::end(LoopControl* waiter) {
+    if (waiter != nullptr) {
+        platform::StaticGuard const guard(waitsLock);
+        waiter->mWaitsFor = nullptr;
+    }
+}
+
+}  // namespace utl

@@ -1,0 +1,385 @@
+#include "messaging/UtlMsgLoop.h"
+
+#include <cstdint>
+#include <limits>
+
+#include "UtlArray.h"
+#include "UtlLog.h"
+#include "UtlRawMemory.h"
+#include "UtlStatementInfo.h"
+
+#include "foundation/UtlLogLine.h"
+#include "foundation/UtlUserCode.h"
+#include "messaging/UtlControlIds.h"
+#include "platform/UtlFork.h"
+#include "platform/UtlKernelTimer.h"
+#include "threads/UtlWatchPause.h"
+
+namespace utl {
+
+namespace {
+
+constexpr char LABEL[] = "MsgDrivenThread";
+
+// Control entries beyond those of the messages: requests, and what the timers queue.
+constexpr unsigned long EXTRA_CTL_ENTRIES = 256;
+
+// Deliberate: only for ids from here on does the loop look, after a synchronous message, whether
+// its handler has erased the message whose turn it was. One with a lower id is dispatched all the
+// same, and reported as a mismatch.
+constexpr long MIN_REVISITED_ID = 0x8400;
+
+TimerHandler timeoutHandler(LABEL, platform::threadTimerSignal);
+
+StatementInfo loopStatement(unsigned long line) {
+    return StatementInfo("UtlMsgDrivenThread", "execute", line, 0);
+}
+
+// A size that has no room in its type becomes one that nobody can allocate: what is made with it
+// refuses everything.
+unsigned long sum(unsigned long a, unsigned long b) {
+    constexpr unsigned long LARGEST = std::numeric_limits<unsigned long>::max();
+    return a < LARGEST - b ? a + b : LARGEST;
+}
+
+long idIn(unsigned char const* slot) {
+    std::int32_t msgId;
+    copyMemory(&msgId, slot, sizeof msgId);
+    return msgId;
+}
+
+}  // namespace
+
+MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
+                            unsigned long maxMsgCount, unsigned long maxTimerCount)
+    : mThread(thread),
+      mProcess(platform::processNumber()),
+      mMaxMsgCount(maxMsgCount),
+      mSlotSize(sum(maxMsgSize, ThreadRawMsg::ID_SIZE)),
+      mControl(LoopControl::make(LABEL, thread.getName().c_str(), timeoutHandler, sum(maxMsgCount, EXTRA_CTL_ENTRIES),
+                                 maxTimerCount)),
+      mDataQueue(mSlotSize, maxMsgCount),
+      mRefusedMsg(mSlotSize),
+      mTimers(maxTimerCount, 0),
+      mSyncMsg(mSlotSize),
+      mAnsweredMsg(mSlotSize),
+      mReceiveBuffer(allocateElements<unsigned char>(mSlotSize)),
+      mFoundMsg(mSlotSize) {
+    timeoutHandler.install();
+}
+
+bool MsgDrivenThread::Loop::hasAllBuffers() const {
+    return mControl != nullptr && mControl->capacity() != 0 &&
+           mDataQueue.capacity() == mMaxMsgCount && mRefusedMsg.maxSize() == mSlotSize &&
+           mSyncMsg.maxSize() == mSlotSize && mAnsweredMsg.maxSize() == mSlotSize &&
+           mReceiveBuffer != nullptr && mFoundMsg.maxSize() == mSlotSize;
+}
+
+int MsgDrivenThread::Loop::requestStop() {
+    LoopControl::Posting posting;
+    {
+        LoopControl::Guard const guard(*mControl);
+        posting = mControl->postLocked({CTL_STOP, -1});
+    }
+    return report(posting, CTL_STOP);
+}
+
+int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
+    long const msgId = msg.getMsgId();
+    if (isReservedId(msgId)) {
+        logError(msgId);
+        return 0;
+    }
+    Queuing queuing;
+    {
+        LoopControl::Access const access(*mControl);
+        if (!access || (needsLoop && mControl->hasEndedLocked())) {
+            return 0;
+        }
+        queuing = queueLocked(msg);
+    }
+    return queuing == Queuing::DONE || report(queuing, msgId);
+}
+
+// The message writes itself straight into its slot, which nobody sees before it is whole.
+MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg) {
+    unsigned char* const slot = mDataQueue.end();
+    mSendMsg.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
+    if (!msg.storeTo(&mSendMsg)) {
+        return Queuing::TOO_LARGE;
+    }
+    if (slot == nullptr) {
+        return Queuing::NO_ROOM;
+    }
+    LoopControl::Entry const entry = {static_cast<std::int32_t>(msg.getMsgId()), -1};
+    switch (mControl->postLocked(entry, [this] { mDataQueue.put(); })) {
+        case LoopControl::Posting::DONE:
+            return Queuing::DONE;
+        case LoopControl::Posting::FULL:
+            return Queuing::NO_CTL_ROOM;
+        default:
+            return Queuing::UNHEARD;
+    }
+}
+
+// Logs what was refused. 0.
+int MsgDrivenThread::Loop::report(Queuing queuing, long msgId) {
+    switch (queuing) {
+        case Queuing::TOO_LARGE:
+            logTooLarge(msgId);
+            break;
+        case Queuing::NO_ROOM:
+            // A sender that keeps trying is reported once for each delivery it waits for.
+            applog(LIBRARY_LOG,
+                   mHasDataQueueOverflowed.exchange(true) ? LEVEL_DETAIL : LEVEL_ERROR,
+                   "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x",
+                   mControl->name(), static_cast<int>(mMaxMsgCount), static_cast<unsigned>(msgId));
+            break;
+        case Queuing::NO_CTL_ROOM:
+            report(LoopControl::Posting::FULL, msgId);
+            break;
+        default:
+            break;
+    }
+    return 0;
+}
+
+// Whether it was posted; what was not for want of room is logged.
+bool MsgDrivenThread::Loop::report(LoopControl::Posting posting, long ctlId) {
+    if (posting == LoopControl::Posting::FULL) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x",
+               mControl->name(), static_cast<int>(mControl->capacity()),
+               static_cast<unsigned>(ctlId));
+    }
+    return posting == LoopControl::Posting::DONE;
+}
+
+void MsgDrivenThread::Loop::logTooLarge(long msgId) {
+    applog(LIBRARY_LOG, LEVEL_ERROR,
+           "MsgDrivenThread(%s) Overflow MsgSize  MaxSize(include MsgId):%d MsgId:0x%08x",
+           mControl->name(), static_cast<int>(mSlotSize), static_cast<unsigned>(msgId));
+}
+
+void MsgDrivenThread::Loop::logError(long msgId) {
+    applog(LIBRARY_LOG, LEVEL_ERROR, "!!!!!!!! MsgDrivenThread(%s) Error. MsgId:0x%08x !!!!!!!!",
+           mControl->name(), static_cast<unsigned>(msgId));
+}
+
+int MsgDrivenThread::Loop::send(Msg const& msg) {
+    LoopControl::Asking asking(*mControl);
+    if (!asking) {
+        return 0;
+    }
+    if (!msg.storeTo(&mSyncMsg)) {
+        logTooLarge(msg.getMsgId());
+        return 0;
+    }
+    return ask(asking, SYNC, -1);
+}
+
+int MsgDrivenThread::Loop::erase(long msgId) {
+    if (isLoopThread()) {
+        LoopControl::Guard const guard(*mControl);
+        executeEraseMsgLocked(msgId);
+        return 1;
+    }
+    LoopControl::Asking asking(*mControl);
+    return ask(asking, ERASE, msgId);
+}
+
+// Whether the loop did what it was asked for.
+bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, long argument) {
+    if (!asking) {
+        return false;
+    }
+    LoopControl::Posting posting;
+    {
+        LoopControl::Guard const guard(*mControl);
+        if (mControl->hasEndedLocked()) {
+            return false;
+        }
+        posting = asking.postLocked({request, argument}, {CTL_SERVICE, -1});
+    }
+    return report(posting, CTL_SERVICE) && asking.await();
+}
+
+int MsgDrivenThread::Loop::run() {
+    mControl->enter();
+    reportAtWork(mControl->threadId(), loopStatement(890));
+    Step step;
+    do {
+        step = executeStep();
+        if (mProcess != platform::processNumber()) {
+            return -1;  // in a child of that process, which inherited this call: nothing is its own
+        }
+    } while (step == Step::NEXT);
+    mControl->leave([this] { eraseAllTimerLocked(); });
+    if (mIsThreadGone) {
+        delete this;
+    }
+    return step == Step::STOPPED ? 0 : -1;
+}
+
+// Takes one control entry and does what it asks for, or sleeps until there is one.
+MsgDrivenThread::Loop::Step MsgDrivenThread::Loop::executeStep() {
+    executeExpiries();
+    LoopControl::Entry entry;
+    if (!mControl->isOpen() || !mControl->take(&entry)) {
+        return mControl->sleep(loopStatement(879), loopStatement(890)) ? Step::NEXT : Step::BROKEN;
+    }
+    ThreadCtlMsg const ctl = {entry.id, entry.parameter};
+    if (!serveRequest(ctl.id) || ctl.id == CTL_SERVICE) {
+        return mIsThreadGone ? Step::STOPPED : Step::NEXT;
+    }
+    int const result = dispatch(ctl);
+    reportAtWork(mControl->threadId(), loopStatement(1030));
+    if (result != 0) {
+        logError(ctl.id);
+    }
+    return mIsThreadGone || mThread.hasRequestedStop() ? Step::STOPPED : Step::NEXT;
+}
+
+// Serves what another thread asks for, before the entry `ctlId` that was taken, whatever that is: a
+// synchronous message deliberately overtakes all that are queued. False when a request has taken
+// the entry away.
+bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
+    LoopControl::Request request;
+    if (!mControl->isAsked(&request)) {
+        return true;
+    }
+    switch (request.kind) {
+        case SYNC:
+            return serveSync(ctlId);
+        case ERASE:
+            return serveErase(request.argument, ctlId);
+        case FIND: {
+            LoopControl::Guard const guard(*mControl);
+            mControl->answerLocked(executeFindMsgLocked(request.argument, &mAnsweredMsg));
+            return true;
+        }
+        default:
+            return true;  // of a timer: by its own entry
+    }
+}
+
+// Deliberate: nobody queues anything while a synchronous message is handled. Its handler finds the
+// queue as it left it.
+bool MsgDrivenThread::Loop::serveSync(long ctlId) {
+    mControl->beginExclusive();
+    copyMemory(mReceiveBuffer.get(), mSyncMsg.buffer(), mSlotSize);
+    deliver();
+
+    LoopControl::Guard const guard(*mControl);
+    mControl->answerLocked(true);
+    bool const isStillThere =
+        ctlId < MIN_REVISITED_ID || executeFindMsgLocked(ctlId, &mFoundMsg);
+    mControl->endExclusiveLocked();
+    return isStillThere;
+}
+
+bool MsgDrivenThread::Loop::serveErase(long target, long ctlId) {
+    LoopControl::Guard const guard(*mControl);
+    executeEraseMsgLocked(target);
+    mControl->answerLocked(true);
+    return ctlId != target && !(target == TimerMsg::ID && isTimerCtl(ctlId));
+}
+
+// No lock is held.
+int MsgDrivenThread::Loop::dispatch(ThreadCtlMsg const& ctl) {
+    switch (ctl.id) {
+        case CTL_STOP:
+            return 0;
+        case CTL_TIMEOUT:
+            return executeTimeout(ctl.parameter);
+        case CTL_START_TIMER:
+        case CTL_STOP_TIMER:
+            return executeTimerRequest(ctl);
+        default: {
+            int const result = executeReceiveMsg(ctl.id);
+            if (mHasDataQueueOverflowed.load(std::memory_order_relaxed)) {
+                mHasDataQueueOverflowed.store(false, std::memory_order_relaxed);
+            }
+            return result;
+        }
+    }
+}
+
+// The first message with `msgId`. Those before it have lost their control entries and are dropped,
+// which brings the two queues together again.
+int MsgDrivenThread::Loop::executeReceiveMsg(long msgId) {
+    if (msgId < MIN_MSG_ID) {
+        return -1;
+    }
+    while (unsigned char const* const slot = mDataQueue.front()) {
+        long const queuedId = idIn(slot);
+        if (queuedId == msgId) {
+            copyMemory(mReceiveBuffer.get(), slot, mSlotSize);
+            mDataQueue.drop();
+            deliver();
+            return 0;
+        }
+        mDataQueue.drop();
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x "
+               "CtlMsgId:0x%08x Erased Data !!!!!!!!",
+               mControl->name(), static_cast<unsigned>(queuedId), static_cast<unsigned>(msgId));
+    }
+    return -1;
+}
+
+// Hands what is in the receive buffer to the listener.
+void MsgDrivenThread::Loop::deliver() {
+    mReceiveMsg.attach(mReceiveBuffer.get(), mSlotSize);
+    ThreadMsgListener* const listener = mThread.mListener.load(std::memory_order_relaxed);
+    callUserCode("ThreadMsgListener::receiveMsg", mControl->name(),
+                 [&] { listener->receiveMsg(mControl->threadId(), mReceiveMsg); });
+}
+
+bool MsgDrivenThread::Loop::executeFindMsgLocked(long msgId, ThreadRawMsg* found) {
+    bool const mayBeTimeout =
+        msgId == TimerMsg::ID || (msgId == ANY_MSG && mDataQueue.count() == 0);
+    return (msgId != TimerMsg::ID && findSlotLocked(msgId, found)) ||
+           (mayBeTimeout && findTimeoutLocked(found));
+}
+
+bool MsgDrivenThread::Loop::findSlotLocked(long msgId, ThreadRawMsg* found) {
+    for (unsigned long i = 0; i < mDataQueue.count(); ++i) {
+        unsigned char const* const slot = mDataQueue.at(i);
+        if (msgId == ANY_MSG || idIn(slot) == msgId) {
+            copyMemory(found->buffer(), slot, mSlotSize);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool MsgDrivenThread::Loop::findTimeoutLocked(ThreadRawMsg* found) {
+    SlotRing const& entries = mControl->entriesLocked();
+    for (unsigned long i = 0; i < entries.count(); ++i) {
+        LoopControl::Entry const entry = LoopControl::entryIn(entries.at(i));
+        if (entry.id == CTL_TIMEOUT) {
+            TimerMsg msg;
+            msg.setTimerId(entry.parameter);
+            return msg.storeTo(found) != 0;
+        }
+    }
+    return false;
+}
+
+void MsgDrivenThread::Loop::executeEraseMsgLocked(long msgId) {
+    if (msgId == TimerMsg::ID) {
+        eraseAllTimerLocked();  // deliberate: erasing expiries kills the timers that would send more
+    } else if (msgId != -1) {
+        eraseMsgFromQueueLocked(msgId);
+    }
+}
+
+void MsgDrivenThread::Loop::eraseMsgFromQueueLocked(long msgId) {
+    mControl->entriesLocked().eraseIf([msgId](unsigned char const* slot) {
+        return LoopControl::entryIn(slot).id == msgId;
+    });
+    mDataQueue.eraseIf([msgId](unsigned char const* slot) { return idIn(slot) == msgId; });
+}
+
+}  // namespace utl

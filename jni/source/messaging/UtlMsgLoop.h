@@ -1,0 +1,147 @@
+// Internal. The loop of a message-driven thread, with its queues and timers.
+
+#ifndef UTL_MSG_LOOP_H
+#define UTL_MSG_LOOP_H
+
+#include <atomic>
+#include <memory>
+#include <optional>
+
+#include "UtlMap.h"
+#include "UtlMsgDrivenThread.h"
+#include "UtlThreadRawMsg.h"
+#include "UtlTimerInfo.h"
+
+#include "messaging/UtlBorrowedRecord.h"
+#include "messaging/UtlLoopControl.h"
+#include "messaging/UtlSlotRing.h"
+
+namespace utl {
+
+// The public operations return what those of MsgDrivenThread do. Functions whose names end in
+// `Locked` are called with the mutex of the control held; `execute...` and `serve...` run on the
+// loop's thread.
+class MsgDrivenThread::Loop {
+public:
+    Loop(MsgDrivenThread& thread, unsigned long maxMsgSize, unsigned long maxMsgCount,
+         unsigned long maxTimerCount);
+
+    // Without one of them a message that was accepted could be lost.
+    bool hasAllBuffers() const;
+
+    // Any thread, whether the loop runs or not.
+    void setNextUserTimerId(int userId);
+    unsigned long entryCount() const { return mControl->count(); }
+    LoopControl& control() { return *mControl; }
+    int requestStop();
+
+    // Refused after the end of the loop if it `needsLoop`.
+    int post(Msg const& msg, bool needsLoop);
+
+    // Any thread while the loop runs; on the loop's own what is asked for is done at once, but for
+    // send(), which is for others.
+    int send(Msg const& msg);
+    int erase(long msgId);
+    int setTimer(TimerInfo const& info, int noWait);
+    int killTimer(int userId, int noWait);
+
+    // A timer that stands still keeps its kernel timer: what it needs to go on is never refused.
+    // The first is for the loop's thread.
+    void restTimer(int userId);
+    bool resumeTimer(int userId);
+
+    // The result is that of `use`, which is called with the record that was found, or with nullptr.
+    template <typename Use>
+    auto find(long msgId, Use use);
+
+    // Loops until the thread is asked to stop or the pipe breaks. The result of the thread.
+    int run();
+
+    // The loop's thread destroys its own object: the loop ends, and with it this.
+    void outliveThread() { mIsThreadGone = true; }
+
+private:
+    enum class Step { NEXT, STOPPED, BROKEN };
+    enum class Queuing { DONE, TOO_LARGE, NO_ROOM, NO_CTL_ROOM, UNHEARD };
+
+    // What another thread asks for; the argument is an id.
+    enum Request { SYNC, ERASE, FIND, START_TIMER, STOP_TIMER };
+
+    bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
+
+    Queuing queueLocked(Msg const& msg);
+    int report(Queuing queuing, long msgId);
+    bool ask(LoopControl::Asking& asking, Request request, long argument);
+    bool report(LoopControl::Posting posting, long ctlId);
+    void logTooLarge(long msgId);
+    void logError(long msgId);
+    int startTimer(TimerInfo const& info);
+    LoopControl::Posting postTimerCtlLocked(std::optional<LoopControl::Asking>& asking,
+                                            Request request, long ctlId, int userId);
+
+    Step executeStep();
+    bool serveRequest(long ctlId);
+    bool serveSync(long ctlId);
+    bool serveErase(long target, long ctlId);
+    int dispatch(ThreadCtlMsg const& ctl);
+    int executeReceiveMsg(long msgId);
+    void deliver();
+    bool executeFindMsgLocked(long msgId, ThreadRawMsg* found);
+    bool findSlotLocked(long msgId, ThreadRawMsg* found);
+    bool findTimeoutLocked(ThreadRawMsg* found);
+    void executeEraseMsgLocked(long msgId);
+    void eraseMsgFromQueueLocked(long msgId);
+
+    void executeExpiries();
+    void executeTimeoutSignalLocked(int userId);
+    int executeTimeout(int userId);
+    int finishTimeoutLocked(int userId);
+    int executeTimerRequest(ThreadCtlMsg const& ctl);
+    int executeStartTimerLocked(int userId);
+    int executeStopTimerLocked(int userId);
+    bool eraseTimerByTimerInfoLocked(TimerInfo* info);
+    void eraseAllTimerLocked();
+
+    MsgDrivenThread& mThread;
+    bool mIsThreadGone = false;  // the loop's
+    unsigned const mProcess;  // in which the thread may run
+    unsigned long const mMaxMsgCount;
+    unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
+    std::unique_ptr<LoopControl> const mControl;
+
+    // Put in with the mutex of the control held; the loop takes out without it.
+    SlotRing mDataQueue;
+    std::atomic<bool> mHasDataQueueOverflowed{false};  // until the loop next delivers a message
+    BorrowedRecord mSendMsg;                           // guarded by the mutex, as are these two
+    ThreadRawMsg mRefusedMsg;                          // of a message that finds no slot
+    Map<int, TimerInfo> mTimers;
+    int mNextUserTimerId = 1;
+
+    // What a request comes with, and what it is answered with: the asking thread's while it has the
+    // right to ask, and the loop's until it answers.
+    ThreadRawMsg mSyncMsg;
+    ThreadRawMsg mAnsweredMsg;
+
+    // The loop's.
+    std::unique_ptr<unsigned char[]> const mReceiveBuffer;
+    BorrowedRecord mReceiveMsg;  // what the listener sees
+    ThreadRawMsg mFoundMsg;      // what the listener has looked for itself
+};
+
+template <typename Use>
+auto MsgDrivenThread::Loop::find(long msgId, Use use) {
+    if (isLoopThread()) {
+        bool isThere;
+        {
+            LoopControl::Guard const guard(*mControl);
+            isThere = executeFindMsgLocked(msgId, &mFoundMsg);
+        }
+        return use(isThere ? &mFoundMsg : nullptr);
+    }
+    LoopControl::Asking asking(*mControl);
+    return use(ask(asking, FIND, msgId) ? &mAnsweredMsg : nullptr);
+}
+
+}  // namespace utl
+
+#endif  // UTL_MSG_LOOP_H

@@ -1,0 +1,107 @@
+// Internal. A ring of slots of one size. Any thread puts in at the end, one at a time, under a lock;
+// the loop takes out at the front without it, so that senders and the loop do not wait for each
+// other.
+
+#ifndef UTL_SLOT_RING_H
+#define UTL_SLOT_RING_H
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+
+#include "UtlArray.h"
+
+namespace utl {
+
+class SlotRing {
+public:
+    // Allocates `capacity` slots of `slotSize` bytes, which must not be 0; without memory the
+    // capacity is 0.
+    SlotRing(unsigned long slotSize, unsigned long capacity)
+        : mSlotSize(slotSize),
+          mBytes(capacity <= NONE / slotSize
+                     ? allocateElements<unsigned char>(capacity * slotSize)
+                     : nullptr),
+          mCapacity(mBytes != nullptr ? capacity : 0) {}
+    SlotRing(SlotRing const&) = delete;
+    SlotRing& operator=(SlotRing const&) = delete;
+
+    unsigned long capacity() const { return mCapacity; }
+
+    // Any thread. Exact for the loop, and for who holds the lock but that the loop may take
+    // meanwhile.
+    unsigned long count() const {
+        unsigned long const taken = mTaken.load(std::memory_order_acquire);
+        return mPut.load(std::memory_order_acquire) - taken;
+    }
+
+    // With the lock held: the slot behind the last one, with whatever was in it before, for put()
+    // to make it the last. nullptr when the ring is full.
+    unsigned char* end() { return count() < mCapacity ? slot(mEnd) : nullptr; }
+    void put() {
+        mEnd = mEnd + 1 < mCapacity ? mEnd + 1 : 0;
+        setPut(mPut.load(std::memory_order_relaxed) + 1);
+    }
+
+    // The loop: the first slot, or nullptr; and taking it out.
+    unsigned char const* front() const { return count() != 0 ? slot(mFront) : nullptr; }
+    void drop() {
+        mFront = mFront + 1 < mCapacity ? mFront + 1 : 0;
+        mTaken.store(mTaken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+
+    // The loop, with the lock held; or who holds the lock of a loop that takes with it held.
+    // `index` counts from the front and must be below count().
+    unsigned char const* at(unsigned long index) const { return slot(place(index)); }
+
+    // The loop, with the lock held. Removes every slot that `isCondemned` is true of; their number.
+    template <typename IsCondemned>
+    unsigned long eraseIf(IsCondemned isCondemned) {
+        unsigned long const present = count();
+        unsigned long kept = 0;
+        for (unsigned long i = 0; i < present; ++i) {
+            if (isCondemned(at(i))) {
+                continue;
+            }
+            if (kept != i) {
+                std::memcpy(slot(place(kept)), at(i), mSlotSize);
+            }
+            ++kept;
+        }
+        unsigned long const erased = present - kept;
+        if (erased != 0) {
+            mEnd = place(kept);
+            setPut(mPut.load(std::memory_order_relaxed) - erased);
+        }
+        return erased;
+    }
+
+private:
+    // Keeps what one side writes again and again out of the cache line of the other's.
+    struct Distance {
+        char bytes[64];
+    };
+
+    unsigned char* slot(unsigned long index) const { return mBytes.get() + index * mSlotSize; }
+    unsigned long place(unsigned long index) const {
+        unsigned long const behind = mCapacity - mFront;
+        return index < behind ? mFront + index : index - behind;
+    }
+    void setPut(unsigned long put) { mPut.store(put, std::memory_order_release); }
+
+    unsigned long const mSlotSize;
+    std::unique_ptr<unsigned char[]> const mBytes;
+    unsigned long const mCapacity;
+
+    Distance mBeforePutting;
+    unsigned long mEnd = 0;              // guarded by the lock
+    std::atomic<unsigned long> mPut{0};  // how many there ever were; wraps
+
+    Distance mBeforeTaking;
+    unsigned long mFront = 0;  // the loop's
+    std::atomic<unsigned long> mTaken{0};
+};
+
+}  // namespace utl
+
+#endif  // UTL_SLOT_RING_H

@@ -1,0 +1,34 @@
+// Internal. Threads that sleep until somebody changes a word and wakes them.
+//
+//     std::uint32_t const seen = word.load();
+//     while (!isGood(seen)) { waitWord(word, seen, ALL_CHANNELS, NO_LIMIT); ... }
+
+#ifndef UTL_PLATFORM_FUTEX_H
+#define UTL_PLATFORM_FUTEX_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace utl {
+namespace platform {
+
+// A moment on the monotonic clock, in nanoseconds; the latest one stands for no limit.
+constexpr std::uint64_t NO_LIMIT = UINT64_MAX;
+
+// The moment that lies `timeoutMs` milliseconds ahead; 0 for no limit. False when the clock cannot
+// be read.
+bool limitAfter(unsigned long timeoutMs, std::uint64_t* limit);
+
+// Blocks until one of the `channels` (bits, not 0) of `word` is woken, unless its value is not
+// `expected`. REACHED, perhaps for no reason, TIMED_OUT at `limit`, or WAIT_FAILED.
+int waitWord(std::atomic<std::uint32_t> const& word, std::uint32_t expected, std::uint32_t channels,
+             std::uint64_t limit);
+
+// Wakes everybody who waits on one of the `channels` of the word at this address. Does not touch the
+// word, which may be gone: whoever saw it change may have destroyed it.
+void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels);
+
+}  // namespace platform
+}  // namespace utl
+
+#endif  // UTL_PLATFORM_FUTEX_H
