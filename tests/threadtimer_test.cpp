@@ -209,12 +209,33 @@ TEST_F(ThreadTimerTest, KillingAnUnknownTimerSucceedsOnTheThreadOnly) {
 TEST_F(ThreadTimerTest, KillingTakesBackAStartThatIsStillQueued) {
     HeldStation station;
     EXPECT_EQ(1, station->setTimer(1, 1, 0, FREE_RUNNING));
+    EXPECT_EQ(2, station->setTimer(1, 1, 0, FREE_RUNNING));
     EXPECT_EQ(1, station->killTimer(1, 0));
     EXPECT_EQ(0, station->killTimer(1, 0));
-    EXPECT_EQ(1, station->postMsg(LAST));
     station.released.open();
-    EXPECT_TRUE(station.waitFor(LAST));
-    EXPECT_TRUE(timersOf(station).empty());
+    EXPECT_TRUE(station.waitFor(EXPIRY, 3));
+    EXPECT_EQ(1u, timersOf(station).size());
+    for (auto const& [id, timer] : station.heard()) {
+        EXPECT_TRUE(id == HOLD || timer == 2);
+    }
+}
+
+TEST_F(ThreadTimerTest, ExpiriesThatWaitGoWithAllTimers) {
+    RunningStation station;
+    station.on(HOLD, [&] {
+        EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
+        awaitExpiry();
+        EXPECT_TRUE(station->postMsg(A) && station->postMsg(LAST));
+    });
+    station.on(A, [&] {
+        EXPECT_EQ(1, station->hasMsg(EXPIRY));
+        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
+        EXPECT_EQ(0, station->hasMsg(EXPIRY));
+        EXPECT_EQ(LAST, station->getFirstMsgId());
+    });
+    EXPECT_TRUE(station->postMsg(HOLD) && station.waitFor(LAST));
+    EXPECT_EQ(1, station->sendMsgSync(A + 10));
+    EXPECT_EQ((Station::Ids{HOLD, A, LAST, A + 10}), station.ids());
 }
 
 TEST_F(ThreadTimerTest, WhatAHandlerErasesReleasesWhoWaitsForIt) {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -264,42 +263,35 @@ TEST_F(WatchdogTest, NobodyWaitsForItWhileItLogs) {
     reporter.join();
 }
 
-// In a process of its own, which is stopped for longer than anybody may be silent.
+// Another process stops this one for longer than anybody may be silent, and gives the beat in which
+// the watched thread reports: not at once when the process goes on.
 TEST_F(WatchdogTest, TimeInWhichTheProcessStoodStillIsNobodysSilence) {
-    constexpr unsigned long ALIVE_TIME = 300;
-    int toParent[2];
-    ASSERT_EQ(0, pipe(toParent));
-    pid_t const child = fork();
-    if (child == 0) {
-        ::alarm(30);
-        Alarm listener;
-        Worker worker("working");  // which has the watchdog work in this process
-        EXPECT_EQ(0, worker.start());
-        EXPECT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL));
-        watchMe(ALIVE_TIME, &listener);
-        for (int i = 0; i < 400; ++i) {
-            manager()->keepAliveWatchdog(HERE);
-            if (i % 100 == 50) {
-                EXPECT_EQ(1, write(toParent[1], "s", 1));
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    constexpr unsigned long ALIVE_TIME = 500;
+    constexpr unsigned ONE_BEAT = 30000;  // microseconds
+    Alarm listener;
+    watchMe(ALIVE_TIME, &listener);
+    int beats[2];
+    ASSERT_EQ(0, pipe(beats));
+    pid_t const here = getpid();
+    if (fork() == 0) {
+        for (int i = 0; i < 2; ++i) {
+            usleep(ONE_BEAT);
+            kill(here, SIGSTOP);
+            usleep(2 * ALIVE_TIME * 1000);
+            kill(here, SIGCONT);
+            usleep(ONE_BEAT);
+            (void)!write(beats[1], "b", 1);
         }
-        _exit(static_cast<int>(listener.calls.count()));
+        _exit(0);
     }
-    for (int i = 0; i < 4; ++i) {
-        char byte;
-        EXPECT_EQ(1, read(toParent[0], &byte, 1));
-        kill(child, SIGSTOP);
-        std::this_thread::sleep_for(std::chrono::milliseconds(2 * ALIVE_TIME));
-        kill(child, SIGCONT);
+    close(beats[1]);
+    char beat;
+    while (read(beats[0], &beat, 1) == 1) {
+        EXPECT_TRUE(manager()->keepAliveWatchdog(HERE));
     }
-    int status = -1;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
-    close(toParent[0]);
-    close(toParent[1]);
+    EXPECT_EQ(0u, listener.calls.count());
+    close(beats[0]);
+    wait(nullptr);
 }
 
 TEST_F(WatchdogTest, TheManagerIsThereUntilTheListenerHasReturned) {

@@ -1,5 +1,5 @@
-// Internal. An object of static storage that is there before any constructor of a static object runs,
-// and that is never destroyed, although its class has a destructor.
+// Internal. An object of static storage that is there before any constructor of a static object
+// runs, and that is never destroyed, although its class has a destructor.
 //
 //     Immortal<Position> invalid;
 //     UTL_BEFORE_ALL_CONSTRUCTORS void makeInvalid() { new (invalid.bytes) Position("", 0); }

@@ -32,8 +32,8 @@ void endProcess(void* context) {
 
 }  // namespace
 
-// Some C libraries unwind the stack when a thread ends itself or is cancelled, others only call what
-// was pushed here.
+// Some C libraries unwind the stack when a thread ends itself or is cancelled, others only call
+// what was pushed here.
 void runUserCode(UserCall const& call, void (*code)(void* context), void* context) {
     UserCall present = call;
     pthread_cleanup_push(endProcess, &present);

@@ -23,7 +23,8 @@ void runUserCode(UserCall const& call, void (*code)(void* context), void* contex
 
 template <typename Code>
 void callUserCode(char const* call, char const* name, Code code) {
-    runUserCode({call, name}, [](void* context) { (*static_cast<Code*>(context))(); }, &code);
+    runUserCode(
+        {call, name}, [](void* context) { (*static_cast<Code*>(context))(); }, &code);
 }
 
 }  // namespace utl

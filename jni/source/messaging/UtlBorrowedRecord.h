@@ -1,4 +1,5 @@
-// Internal. A record in memory that belongs to somebody else: a slot of a queue, the room of a loop.
+// Internal. A record in memory that belongs to somebody else: a slot of a queue, the room of a
+// loop.
 
 #ifndef UTL_BORROWED_RECORD_H
 #define UTL_BORROWED_RECORD_H

@@ -156,7 +156,8 @@ bool LoopControl::read() {
             return false;
         }
         applog(LIBRARY_LOG, LEVEL_INFORMATION,
-               "%s(%s) Error. read Ret:%u errno:%d=EINTR Retry read", mLabel, name(), result, error);
+               "%s(%s) Error. read Ret:%u errno:%d=EINTR Retry read", mLabel, name(), result,
+               error);
     }
 }
 

@@ -1,19 +1,20 @@
-// Internal. What every thread that loops over what is queued for it has: a queue of control entries,
-// a pipe to sleep on, timers, and a place for the one request that another thread waits for.
+// Internal. What every thread that loops over what is queued for it has: a queue of control
+// entries, a pipe to sleep on, timers, and a place for the one request that another thread waits
+// for.
 //
 // Two locks. The request lock is held by a thread that waits for the loop's answer, from before it
 // asks until it has the answer, and taken for nothing else. The mutex guards the queue and is held
 // for a few lines; the loop takes entries out without it.
 //
 // No wake-up is lost, although an entry that is queued while the loop is awake gets no word in the
-// pipe. The loop goes to sleep in two steps: with the mutex held it sees that the queue is empty and
-// marks itself asleep; then it reads. Whoever queues an entry does so with the mutex held, and
+// pipe. The loop goes to sleep in two steps: with the mutex held it sees that the queue is empty
+// and marks itself asleep; then it reads. Whoever queues an entry does so with the mutex held, and
 // writes a word if he finds the mark, which he takes away. So an entry is queued either before the
 // mark, and then the loop has seen it, or after it, and then there is a word, for the mark is set
-// only when every entry before it has been taken. A word that was written for an entry that the loop
-// has taken in the meantime, because a timer woke it, makes it look once for nothing. The signals of
-// the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do the same
-// with a mark of their own.
+// only when every entry before it has been taken. A word that was written for an entry that the
+// loop has taken in the meantime, because a timer woke it, makes it look once for nothing. The
+// signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do
+// the same with a mark of their own.
 
 #ifndef UTL_LOOP_CONTROL_H
 #define UTL_LOOP_CONTROL_H
@@ -112,8 +113,8 @@ public:
         // With the mutex held. Whether the loop was asked, by the entry that was queued.
         Posting postLocked(Request const& request, Entry const& entry);
 
-        // Without it, when it was asked: blocks until the loop has answered or ended. Whether it did
-        // what it was asked for.
+        // Without it, when it was asked: blocks until the loop has answered or ended. Whether it
+        // did what it was asked for.
         bool await();
 
     private:
@@ -124,9 +125,9 @@ public:
 
     // With the mutex held.
 
-    // Queues an entry and sees to it that the loop comes to it: `publish` is called right before the
-    // loop may find it. UNHEARD, logged: it is queued, without that call, but the loop could not be
-    // woken.
+    // Queues an entry and sees to it that the loop comes to it: `publish` is called right before
+    // the loop may find it. UNHEARD, logged: it is queued, without that call, but the loop could
+    // not be woken.
     template <typename Publish>
     Posting postLocked(Entry const& entry, Publish publish);
     Posting postLocked(Entry const& entry) {
@@ -150,8 +151,8 @@ public:
     // Takes the next entry. False when there is none.
     bool take(Entry* entry);
 
-    // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it reports
-    // alive at `before` and `after`. False, logged, when the pipe is broken.
+    // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it
+    // reports alive at `before` and `after`. False, logged, when the pipe is broken.
     bool sleep(StatementInfo const& before, StatementInfo const& after);
 
     // What the loop is asked for, until it answers. False when it is not asked.

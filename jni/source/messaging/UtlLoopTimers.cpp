@@ -57,8 +57,8 @@ struct LoopTimers::Place {
     std::uint64_t due = 0;  // no expiry counts before; changed while no more expiries are taken
 };
 
-LoopTimers::LoopTimers(char const* label, char const* name, TimerHandler& handler,
-                       WakePipe& pipe, unsigned long maxTimers)
+LoopTimers::LoopTimers(char const* label, char const* name, TimerHandler& handler, WakePipe& pipe,
+                       unsigned long maxTimers)
     : mLabel(label),
       mName(name),
       mHandler(handler),
@@ -115,7 +115,8 @@ bool LoopTimers::start(int userId, TimerInfo* info) {
     return true;
 }
 
-// The same kernel timer, armed anew: there is nothing that the kernel could refuse for want of room.
+// The same kernel timer, armed anew: there is nothing that the kernel could refuse for want of
+// room.
 bool LoopTimers::restart(TimerInfo* info) {
     Place& place = mPlaces[info->systemTimerPlace];
     if (arm(place, info->interval)) {
@@ -275,8 +276,8 @@ int LoopTimers::pop(int* top) {
 }
 
 void LoopTimers::logError(char const* call, int systemTimerId, int error) const {
-    applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) %s SysTimerId:0x%08x errno:%d", mLabel,
-           mName, call, static_cast<unsigned>(systemTimerId), error);
+    applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) %s SysTimerId:0x%08x errno:%d", mLabel, mName, call,
+           static_cast<unsigned>(systemTimerId), error);
 }
 
 }  // namespace utl

@@ -1,9 +1,9 @@
 // Internal. The kernel timers of one loop, and what their signals leave for it.
 //
-// The signals go to the loop's own thread, which lets them in while it loops, whatever it inherited.
-// The handler therefore interrupts nobody else, and may use what the thread knows: it counts the
-// expiry at the timer's place, puts the place in a line, and wakes the thread by a word in its pipe
-// if that may be asleep.
+// The signals go to the loop's own thread, which lets them in while it loops, whatever it
+// inherited. The handler therefore interrupts nobody else, and may use what the thread knows: it
+// counts the expiry at the timer's place, puts the place in a line, and wakes the thread by a word
+// in its pipe if that may be asleep.
 
 #ifndef UTL_LOOP_TIMERS_H
 #define UTL_LOOP_TIMERS_H

@@ -1,5 +1,5 @@
-// Internal. Finds out that threads with loops would wait for each other in a circle, before the wait
-// that would close it.
+// Internal. Finds out that threads with loops would wait for each other in a circle, before the
+// wait that would close it.
 //
 //     LoopWait const wait(awaited);
 //     if (wait.isRefused()) { return false; }
@@ -17,8 +17,8 @@ class LoopControl;
 
 class LoopWait {
 public:
-    // The calling thread is about to wait for what the thread of `awaited` does. A refusal is logged
-    // with the names of both.
+    // The calling thread is about to wait for what the thread of `awaited` does. A refusal is
+    // logged with the names of both.
     explicit LoopWait(LoopControl& awaited);
     ~LoopWait();
     LoopWait(LoopWait const&) = delete;
@@ -26,8 +26,8 @@ public:
 
     bool isRefused() const { return mIsRefused; }
 
-    // What the thread of `waiter` waits for is done: from now on it stands in nobody's way, although
-    // it may not run yet. nullptr for a thread without a loop.
+    // What the thread of `waiter` waits for is done: from now on it stands in nobody's way,
+    // although it may not run yet. nullptr for a thread without a loop.
     static void end(LoopControl* waiter);
 
 private:

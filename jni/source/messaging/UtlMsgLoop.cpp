@@ -56,8 +56,8 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
       mProcess(platform::processNumber()),
       mMaxMsgCount(maxMsgCount),
       mSlotSize(sum(maxMsgSize, ThreadRawMsg::ID_SIZE)),
-      mControl(LoopControl::make(LABEL, thread.getName().c_str(), timeoutHandler, sum(maxMsgCount, EXTRA_CTL_ENTRIES),
-                                 maxTimerCount)),
+      mControl(LoopControl::make(LABEL, thread.getName().c_str(), timeoutHandler,
+                                 sum(maxMsgCount, EXTRA_CTL_ENTRIES), maxTimerCount)),
       mDataQueue(mSlotSize, maxMsgCount),
       mRefusedMsg(mSlotSize),
       mTimers(maxTimerCount, 0),
@@ -130,8 +130,7 @@ int MsgDrivenThread::Loop::report(Queuing queuing, long msgId) {
             break;
         case Queuing::NO_ROOM:
             // A sender that keeps trying is reported once for each delivery it waits for.
-            applog(LIBRARY_LOG,
-                   mHasDataQueueOverflowed.exchange(true) ? LEVEL_DETAIL : LEVEL_ERROR,
+            applog(LIBRARY_LOG, mHasDataQueueOverflowed.exchange(true) ? LEVEL_DETAIL : LEVEL_ERROR,
                    "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x",
                    mControl->name(), static_cast<int>(mMaxMsgCount), static_cast<unsigned>(msgId));
             break;
@@ -272,8 +271,7 @@ bool MsgDrivenThread::Loop::serveSync(long ctlId) {
 
     LoopControl::Guard const guard(*mControl);
     mControl->answerLocked(true);
-    bool const isStillThere =
-        ctlId < MIN_REVISITED_ID || executeFindMsgLocked(ctlId, &mFoundMsg);
+    bool const isStillThere = ctlId < MIN_REVISITED_ID || executeFindMsgLocked(ctlId, &mFoundMsg);
     mControl->endExclusiveLocked();
     return isStillThere;
 }
@@ -369,16 +367,16 @@ bool MsgDrivenThread::Loop::findTimeoutLocked(ThreadRawMsg* found) {
 
 void MsgDrivenThread::Loop::executeEraseMsgLocked(long msgId) {
     if (msgId == TimerMsg::ID) {
-        eraseAllTimerLocked();  // deliberate: erasing expiries kills the timers that would send more
+        eraseAllTimerLocked();  // deliberate: erasing expiries kills the timers that would send
+                                // more
     } else if (msgId != -1) {
         eraseMsgFromQueueLocked(msgId);
     }
 }
 
 void MsgDrivenThread::Loop::eraseMsgFromQueueLocked(long msgId) {
-    mControl->entriesLocked().eraseIf([msgId](unsigned char const* slot) {
-        return LoopControl::entryIn(slot).id == msgId;
-    });
+    mControl->entriesLocked().eraseIf(
+        [msgId](unsigned char const* slot) { return LoopControl::entryIn(slot).id == msgId; });
     mDataQueue.eraseIf([msgId](unsigned char const* slot) { return idIn(slot) == msgId; });
 }
 

@@ -104,7 +104,7 @@ private:
 
     MsgDrivenThread& mThread;
     bool mIsThreadGone = false;  // the loop's
-    unsigned const mProcess;  // in which the thread may run
+    unsigned const mProcess;     // in which the thread may run
     unsigned long const mMaxMsgCount;
     unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
     std::unique_ptr<LoopControl> const mControl;

@@ -48,8 +48,7 @@ int MsgDrivenThread::Loop::setTimer(TimerInfo const& info, int noWait) {
             mNextUserTimerId = nextUserTimerId(mTimers, userId);
         }
     }
-    bool const isDone =
-        report(posting, CTL_START_TIMER) && (noWait != 0 || asking->await());
+    bool const isDone = report(posting, CTL_START_TIMER) && (noWait != 0 || asking->await());
     return isDone ? userId : -1;
 }
 

@@ -1,6 +1,6 @@
-// Internal. A ring of slots of one size. Any thread puts in at the end, one at a time, under a lock;
-// the loop takes out at the front without it, so that senders and the loop do not wait for each
-// other.
+// Internal. A ring of slots of one size. Any thread puts in at the end, one at a time, under a
+// lock; the loop takes out at the front without it, so that senders and the loop do not wait for
+// each other.
 
 #ifndef UTL_SLOT_RING_H
 #define UTL_SLOT_RING_H
@@ -19,9 +19,8 @@ public:
     // capacity is 0.
     SlotRing(unsigned long slotSize, unsigned long capacity)
         : mSlotSize(slotSize),
-          mBytes(capacity <= NONE / slotSize
-                     ? allocateElements<unsigned char>(capacity * slotSize)
-                     : nullptr),
+          mBytes(capacity <= NONE / slotSize ? allocateElements<unsigned char>(capacity * slotSize)
+                                             : nullptr),
           mCapacity(mBytes != nullptr ? capacity : 0) {}
     SlotRing(SlotRing const&) = delete;
     SlotRing& operator=(SlotRing const&) = delete;

@@ -17,8 +17,8 @@ std::atomic<unsigned> number{0};
 std::atomic<void (*)(int)> inChildOfFork{nullptr};
 std::atomic<bool> areForksFollowed{false};
 
-// Guards the list of locks. The innermost of all: a thread that holds any of them may use another one
-// for the first time.
+// Guards the list of locks. The innermost of all: a thread that holds any of them may use another
+// one for the first time.
 pthread_mutex_t listMutex = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
@@ -39,7 +39,8 @@ public:
         pthread_mutex_unlock(&listMutex);
     }
 
-    // Takes them all, and then the list: one that was added meanwhile may be held by its first user.
+    // Takes them all, and then the list: one that was added meanwhile may be held by its first
+    // user.
     static void beforeFork() {
         for (;;) {
             pthread_mutex_lock(&listMutex);
@@ -112,10 +113,9 @@ bool followForks() {
         return true;
     }
     pthread_mutex_lock(&listMutex);
-    bool const isFollowed =
-        areForksFollowed.load(std::memory_order_relaxed) ||
-        pthread_atfork(StaticLock::List::beforeFork, StaticLock::List::inParent,
-                       StaticLock::List::inChild) == 0;
+    bool const isFollowed = areForksFollowed.load(std::memory_order_relaxed) ||
+                            pthread_atfork(StaticLock::List::beforeFork, StaticLock::List::inParent,
+                                           StaticLock::List::inChild) == 0;
     areForksFollowed.store(isFollowed, std::memory_order_release);
     pthread_mutex_unlock(&listMutex);
     return isFollowed;

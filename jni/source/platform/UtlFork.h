@@ -1,8 +1,8 @@
 // Internal. What fork() does to the library: the child has one thread, and no lock of the whole
 // process (StaticLock) is held by one that is not there.
 //
-// What belongs to a single object may be locked for ever in the child. Its owner keeps the number of
-// the process that it works in, and looks at it before it locks anything:
+// What belongs to a single object may be locked for ever in the child. Its owner keeps the number
+// of the process that it works in, and looks at it before it locks anything:
 //
 //     if (mProcess != platform::processNumber()) { return 0; }  // the thread is the parent's
 

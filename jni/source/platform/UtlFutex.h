@@ -24,8 +24,8 @@ bool limitAfter(unsigned long timeoutMs, std::uint64_t* limit);
 int waitWord(std::atomic<std::uint32_t> const& word, std::uint32_t expected, std::uint32_t channels,
              std::uint64_t limit);
 
-// Wakes everybody who waits on one of the `channels` of the word at this address. Does not touch the
-// word, which may be gone: whoever saw it change may have destroyed it.
+// Wakes everybody who waits on one of the `channels` of the word at this address. Does not touch
+// the word, which may be gone: whoever saw it change may have destroyed it.
 void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels);
 
 }  // namespace platform
