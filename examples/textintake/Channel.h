@@ -4,8 +4,6 @@
 #ifndef TEXTINTAKE_CHANNEL_H
 #define TEXTINTAKE_CHANNEL_H
 
-#include <atomic>
-
 #include "Messages.h"
 #include "UtlEvent.h"
 #include "UtlMsgDrivenThread.h"
@@ -16,38 +14,50 @@ class Channel {
 public:
     explicit Channel(utl::MsgDrivenThread& receiver) : mReceiver(receiver) {}
 
-    // The sender's, which reports alive while it waits. False when the receiver has stopped.
+    // The sender's, which reports alive while it waits. False when either thread is stopping.
     bool send(utl::Msg const& msg, utl::Thread& sender) {
-        while (!mReceiver.postMsg(msg)) {
-            ++mRefusals;
-            do {
-                if (!mReceiver.isRunning()) {
-                    return false;
-                }
-                sender.keepAliveWatchdog(utl::StatementInfo("Channel", "send", __LINE__, 0));
-            } while (mIsLow.waitToOn(100) == utl::TIMED_OUT);
+        while (!reserve()) {
+            if (sender.hasRequestedStop() || !mReceiver.isRunning()) {
+                return false;
+            }
+            sender.keepAliveWatchdog(utl::StatementInfo("Channel", "send", __LINE__, 0));
+            mHasRoom.waitToOn(100);
         }
-        changeUnderWay(+1);
-        return true;
+        return mReceiver.postMsg(msg) != 0;
     }
 
     // The receiver's: it has handled a message.
-    void handled() { changeUnderWay(-1); }
+    void handled() {
+        utl::SyncGuard const guard(mLock);
+        if (--mUnderWay <= QUEUE_LENGTH / 2) {
+            mHasRoom.setOn();
+        }
+    }
 
-    unsigned refusals() const { return mRefusals.load(); }
+    // How often the sender found the queue full.
+    unsigned waits() const {
+        utl::SyncGuard const guard(mLock);
+        return mWaits;
+    }
 
 private:
-    void changeUnderWay(int difference) {
+    // A place in the queue. What is being handled still counts, so the queue never has fewer.
+    bool reserve() {
         utl::SyncGuard const guard(mLock);
-        mUnderWay += difference;  // may be below 0 for a moment: receivers are fast
-        mUnderWay <= static_cast<int>(QUEUE_LENGTH / 2) ? mIsLow.setOn() : mIsLow.setOff();
+        if (mUnderWay == QUEUE_LENGTH) {
+            mHasRoom.setOff();
+            ++mWaits;
+            return false;
+        }
+        ++mUnderWay;
+        return true;
     }
 
     utl::MsgDrivenThread& mReceiver;
     utl::SyncObject mLock;
-    int mUnderWay = 0;  // guarded by mLock
-    utl::Event mIsLow{1, 0};
-    std::atomic<unsigned> mRefusals{0};
+    unsigned mUnderWay = 0;  // guarded by mLock, like mWaits
+    unsigned mWaits = 0;
+    utl::Event mHasRoom{1, 0};
 };
 
 #endif  // TEXTINTAKE_CHANNEL_H

@@ -1,39 +1,46 @@
-// Writes what the worker made of the lines, puts the finished sources away, adds everything up and
-// shows the progress.
+// Writes what the worker made of the text, puts the finished sources away, and shows the progress.
 
 #ifndef TEXTINTAKE_COLLECTOR_H
 #define TEXTINTAKE_COLLECTOR_H
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
-#include <map>
 #include <optional>
 #include <string>
 
 #include "Channel.h"
+#include "Encoding.h"
 #include "Inbox.h"
 #include "Output.h"
-#include "UtlFile.h"
+#include "Report.h"
+#include "Shelf.h"
 #include "UtlTimepiece.h"
 
 class Collector : public utl::ThreadMsgListener {
 public:
-    Collector(Inbox& inbox, std::string const& outDirectory)
-        : mInbox(inbox), mOutDirectory(outDirectory) {}
+    Collector(Inbox& inbox, Shelf& shelf, Report& report)
+        : mInbox(inbox), mShelf(shelf), mReport(report) {}
 
     utl::MsgDrivenThread& thread() { return mThread; }
     Channel& channel() { return mChannel; }
 
-    // False when the last line is not counted within `timeout` milliseconds.
-    bool waitToDone(unsigned long timeout) const { return mAllDone.waitToOn(timeout) == 0; }
-
-    // Shows the progress from now on, with the refusals of the worker's queue: in place on a
-    // terminal, otherwise as a line of the log every second.
+    // Shows the progress from now on: in place on a terminal, otherwise as a line of the log every
+    // second.
     bool startProgress(Channel const& toWorker) {
         mToWorker = &toWorker;
-        mElapsed.start();
         return mThread.setTimer(IS_TERMINAL ? 100 : 1000, 0, 0, 0) != -1;
+    }
+
+    // Drops what has come of a file that was not finished. When the thread has stopped.
+    void giveUp() {
+        if (IS_TERMINAL) {
+            std::printf("\r\033[K");
+        }
+        if (mOutput) {
+            drop();
+        }
     }
 
     int receiveMsg(int, utl::ThreadRawMsg& msg) override {
@@ -41,113 +48,141 @@ public:
         msg.getMsgId(&msgId);
         if (msgId == utl::TimerMsg::ID) {
             showProgress();
-        } else if (msgId == TOTALS) {
-            TotalsMsg request(nullptr);
-            request.restoreFrom(msg);
-            *request.out() = mTotals;
-        } else {
-            collect(msgId, msg);
-            mChannel.handled();
+            return 0;
         }
+        if (msgId == PAGE) {
+            mPage.restoreFrom(msg);
+            addPage();
+        } else {
+            FileMsg file(msgId);
+            file.restoreFrom(msg);
+            msgId == FILE_BEGIN ? beginFile(file) : endFile(file);
+        }
+        mChannel.handled();
         return 0;
     }
 
 private:
-    void collect(long msgId, utl::ThreadRawMsg& msg) {
-        FileMsg file(msgId);
-        switch (msgId) {
-            case FILE_BEGIN:
-                file.restoreFrom(msg);
-                beginFile(file.path);
-                break;
-            case LINE:
-                mLine.restoreFrom(msg);
-                addLine();
-                break;
-            case FILE_END:
-                file.restoreFrom(msg);
-                endFile(file);
-                break;
-            default:
-                mAllDone.setOn();
+    void beginFile(FileMsg const& file) {
+        if (!mReport.failure().empty()) {
+            return;
+        }
+        char name[MAX_PATH_SIZE] = "";
+        utl::File::extractFileName(name, sizeof name, file.path, 0);
+        mRow = {name, Report::TAKEN, "", Encoding(file.encoding).name()};
+        mSinceBegin.start();
+        mOutput.emplace(mShelf.directory(), mRow.name);
+        check(mOutput->open());
+    }
+
+    // Pages keep their order on the way, so each must be the next.
+    void addPage() {
+        if (mPage.number != mPages++) {
+            mReport.fail("a page has been lost on its way");
+        }
+        if (mOutput) {
+            mRow.counts.add({0, mPage.words, mPage.characters});
+            check(mOutput->add(mPage.text, utl::t_strlen(mPage.text)));
         }
     }
 
-    void beginFile(char const* path) {
-        mSource.emplace(path, utl::File::UTF8);
-        mOutput.emplace(mOutDirectory, nameOf(*mSource, WITH_EXTENSION));
-        mIsWritten = mOutput->open();
-    }
-
-    // Lines keep their order on the way, so each must be the next.
-    void addLine() {
-        mTotals.faults += mLine.number != mTotals.lines ? 1 : 0;
-        ++mTotals.lines;
-        mTotals.words += mLine.words;
-        mTotals.characters += mLine.characters;
-        mIsWritten = mIsWritten && mOutput->add(mLine);
-    }
-
-    // Moves the source away if all of it is in the output.
     void endFile(FileMsg const& file) {
-        bool const isRight =
-            mIsWritten && mOutput->finish() && mOutput->verify(file.lines) && agreesWithItsKin();
-        if (file.isWhole != 0 && isRight && putAway()) {
-            ++mTotals.files;
+        if (!mOutput) {
+            return;
+        }
+        mRow.counts.lines = mOutput->lines();
+        if (file.error != 0) {
+            mOutput.reset();
+            mInbox.refuse(file.path, "cannot be read: " + reasonOf(file.error));
+        } else if (file.isWhole && check(mOutput->finish())) {
+            keep(file);
+        }
+    }
+
+    // Moves the outputs to their place and then the source away.
+    void keep(FileMsg const& file) {
+        if (file.lines != mRow.counts.lines) {
+            mReport.fail("a line has been lost on its way");
+            return;
+        }
+        if (!mInbox.isUnchanged(file.path)) {
+            mOutput.reset();
+            applog(INTAKE_LOG, LEVEL_DETAIL, "%s has changed meanwhile; it is taken again",
+                   file.path);
             mInbox.forget(file.path);
             return;
         }
-        mTotals.faults += file.isWhole != 0 ? 1 : 0;
-        applog(INTAKE_LOG, LEVEL_ERROR, "no whole output of %s", file.path);
-        mOutput->discard();
-        mInbox.refuse(file.path);
+        std::string const name = mShelf.freeName(mRow.name);
+        std::string const differing = mShelf.findDiffering(mRow.name, mOutput->hash());
+        if (!check(mOutput->moveTo(mShelf.path(name)))) {
+            return;
+        }
+        mOutput.reset();  // which makes the move durable, before the source goes
+        if (!mShelf.archive(file.path, name)) {
+            std::string const reason = reasonOf(errno);
+            Output::erase(mShelf.path(name));
+            mInbox.refuse(file.path, "cannot be moved to the archive: " + reason);
+            return;
+        }
+        mInbox.forget(file.path);
+        note(file.notes);
+        note(name != mRow.name ? "kept as " + name : "");
+        note(!differing.empty() ? "differs from " + differing : "");
+        endRow();
     }
 
-    // Files of one name and different extensions are the same text in different encodings.
-    bool agreesWithItsKin() {
-        std::string const name = nameOf(*mSource, WITHOUT_EXTENSION);
-        return mHashes.emplace(name, mOutput->hash()).first->second == mOutput->hash();
+    void note(std::string const& text) {
+        mRow.notes += (mRow.notes.empty() || text.empty() ? "" : "; ") + text;
     }
 
-    bool putAway() {
-        std::string const archived = mOutDirectory + "/archive/" + nameOf(*mSource, WITH_EXTENSION);
-        return mSource->copy(archived.c_str(), 1) && mSource->erase(1);
+    // What cannot be written ends the run: it would be the same with the next file.
+    bool check(bool isDone) {
+        if (!isDone) {
+            mReport.fail(mOutput->error());
+            drop();
+        }
+        return isDone;
     }
 
-    static std::string nameOf(utl::File const& file, int withoutExtension) {
-        utl::BasicString<char> name;
-        file.getFileName(&name, withoutExtension);
-        return name.c_str();
+    void drop() {
+        mRow.counts.lines = mOutput->lines();
+        mRow.outcome = Report::UNFINISHED;
+        mOutput.reset();
+        note("not finished");
+        endRow();
+    }
+
+    void endRow() {
+        mRow.milliseconds = mSinceBegin.stop();
+        mReport.add(mRow);
     }
 
     void showProgress() {
-        char line[100];
-        std::snprintf(line, sizeof line, "%u files, %u lines, %lu lines/s, %u refusals",
-                      mTotals.files, mTotals.lines,
-                      mTotals.lines * 1000ul / (mElapsed.watch() + 1ul), mToWorker->refusals());
+        std::string text = mReport.totals() + ", " + std::to_string(mToWorker->waits()) + " waits";
+        if (mOutput && mOutput->lines() != 0) {
+            text = mRow.name + ": " + grouped(mOutput->lines()) + " lines; " + text;
+        }
         if (IS_TERMINAL) {
-            std::printf("\r%-70s\r", line);
+            Shown shown(text);
+            shown.shorten(Table::terminalWidth() - 1);
+            std::printf("\r\033[K%s\r", shown.text().c_str());
             std::fflush(stdout);
         } else {
-            applog(INTAKE_LOG, LEVEL_DETAIL, "%s", line);
+            applog(INTAKE_LOG, LEVEL_DETAIL, "%s", text.c_str());
         }
     }
 
-    static constexpr int WITH_EXTENSION = 0;
-    static constexpr int WITHOUT_EXTENSION = 1;
     bool const IS_TERMINAL = isatty(STDOUT_FILENO) != 0;
 
     Inbox& mInbox;
-    std::string const mOutDirectory;
-    std::optional<utl::File> mSource;  // the file that is being collected, and what comes of it
-    std::optional<Output> mOutput;
-    bool mIsWritten = false;
-    std::map<std::string, std::uint32_t> mHashes;
-    Totals mTotals;
-    LineMsg mLine;
+    Shelf& mShelf;
+    Report& mReport;
+    std::optional<Output> mOutput;  // of the file that is being collected
+    Report::Row mRow;
+    PageMsg mPage;
+    std::uint32_t mPages = 0;
     Channel const* mToWorker = nullptr;
-    utl::Event mAllDone{0, 0};
-    utl::TimeCounter mElapsed;
+    utl::TimeCounter mSinceBegin;
     Channel mChannel{mThread};
     utl::MsgDrivenThread mThread{MAX_MSG_SIZE, QUEUE_LENGTH, "collector", 1};  // stops first
 };

@@ -9,42 +9,55 @@
 #include "UtlMsg.h"
 #include "UtlString.h"
 
+constexpr int LIBRARY_LOG = -2;
 constexpr int INTAKE_LOG = 1;  // the log type that main() registers
-enum Level { LEVEL_ERROR = 1, LEVEL_DETAIL = 3 };
+enum Level { LEVEL_ERROR = 1, LEVEL_INFORMATION = 2, LEVEL_DETAIL = 3 };
 
 constexpr long FILE_BEGIN = 0x8001;
-constexpr long LINE = 0x8002;
+constexpr long PAGE = 0x8002;
 constexpr long FILE_END = 0x8003;
-constexpr long ALL_END = 0x8004;  // there will be no more
-constexpr long TOTALS = 0x8005;   // synchronous: asks for the totals
 
-constexpr unsigned QUEUE_LENGTH = 128;
-constexpr unsigned long MAX_TEXT = 4096;  // bytes of a line, with its terminator
-constexpr unsigned long MAX_MSG_SIZE = MAX_TEXT + 12;
+constexpr unsigned long MAX_PATH_SIZE = 260;  // the library's, with the terminator
+constexpr unsigned long PAGE_SIZE = 8192;     // bytes of a page, with the terminator
+constexpr unsigned long MAX_MSG_SIZE = PAGE_SIZE + 16;
+constexpr unsigned QUEUE_LENGTH = 32;
 
-// A file begins, or has ended.
+// A file begins, or has ended. The path is any bytes, not always UTF-8.
 struct FileMsg : utl::Msg {
-    explicit FileMsg(long id, char const* filePath = "") : Msg(id) {
-        utl::copyStr(path, sizeof path, filePath, utl::ALL, utl::TRUNCATE);
+    explicit FileMsg(long id, char const* filePath = "", int type = 0) : Msg(id), encoding(type) {
+        utl::copyStr(path, sizeof path, filePath, utl::ALL, utl::WHOLE);
     }
     void storeDataTo(utl::MsgDataBroker* broker) const override {
         broker->set(path);
-        broker->set(lines);
+        broker->set(encoding);
         broker->set(isWhole);
+        broker->set(error);
+        broker->set(lines);
+        broker->set(notes);
     }
     void restoreDataFrom(utl::MsgDataBroker& broker) override {
         broker.get(path, sizeof path);
-        broker.get(&lines);
+        broker.get(&encoding);
         broker.get(&isWhole);
+        broker.get(&error);
+        broker.get(&lines);
+        broker.get(notes, sizeof notes);
     }
 
-    char path[260] = "";
-    std::uint32_t lines = 0;    // at the end: how many were sent
-    std::uint32_t isWhole = 1;  // at the end: 0 when something could not be read
+    char path[MAX_PATH_SIZE] = "";
+    int encoding;  // a text type of utl::File
+
+    // At the end.
+    bool isWhole = false;     // all of it was sent
+    int error = 0;            // otherwise: the errno for which it could not be read
+    std::uint32_t lines = 0;  // that were sent
+    char notes[160] = "";     // what was wrong with the text
 };
 
-struct LineMsg : utl::Msg {
-    LineMsg() : Msg(LINE) {}
+// A piece of a file's text: lines, each with its end; only of a line that finds no room in a page
+// a part. Lines travel in pages because a message costs the same whatever its length.
+struct PageMsg : utl::Msg {
+    PageMsg() : Msg(PAGE) {}
     void storeDataTo(utl::MsgDataBroker* broker) const override {
         broker->set(number);
         broker->set(words);
@@ -58,26 +71,9 @@ struct LineMsg : utl::Msg {
         broker.get(text, sizeof text);
     }
 
-    std::uint32_t number = 0;  // counts all lines of a run
+    std::uint32_t number = 0;  // counts all pages of a run
     std::uint32_t words = 0, characters = 0;
-    char text[MAX_TEXT] = "";
-};
-
-struct Totals {
-    std::uint32_t files = 0, lines = 0, words = 0, characters = 0;
-    std::uint32_t faults =
-        0;  // lines out of order, and files whose output is not what it should be
-};
-
-// Messages are flattened, so the answer to a synchronous one goes to an address that it carries:
-// the sender, and what is there, stay put until the listener has returned.
-struct TotalsMsg : utl::Msg {
-    explicit TotalsMsg(Totals* out) : Msg(TOTALS), address(reinterpret_cast<std::uintptr_t>(out)) {}
-    void storeDataTo(utl::MsgDataBroker* broker) const override { broker->set(address); }
-    void restoreDataFrom(utl::MsgDataBroker& broker) override { broker.get(&address); }
-    Totals* out() const { return reinterpret_cast<Totals*>(static_cast<std::uintptr_t>(address)); }
-
-    unsigned long long address;
+    char text[PAGE_SIZE] = "";
 };
 
 #endif  // TEXTINTAKE_MESSAGES_H

@@ -1,4 +1,4 @@
-// Normalises lines, counts their words and characters, and passes them on to the collector.
+// Normalises pages, counts their words and characters, and passes them on to the collector.
 
 #ifndef TEXTINTAKE_WORKER_H
 #define TEXTINTAKE_WORKER_H
@@ -19,36 +19,36 @@ public:
     int receiveMsg(int, utl::ThreadRawMsg& msg) override {
         long msgId;
         msg.getMsgId(&msgId);
-        if (msgId == LINE) {
-            mLine.restoreFrom(msg);
-            workOnLine();
-            mToCollector.send(mLine, mThread);
-        } else if (msgId == FILE_BEGIN || msgId == FILE_END) {
+        if (msgId == PAGE) {
+            mPage.restoreFrom(msg);
+            workOnPage();
+            mToCollector.send(mPage, mThread);
+        } else {
             FileMsg file(msgId);
             file.restoreFrom(msg);
+            mWords.begin();
             mToCollector.send(file, mThread);
-        } else {
-            mToCollector.send(utl::SimpleMsg(msgId), mThread);
         }
         mChannel.handled();
         return 0;
     }
 
 private:
-    void workOnLine() {
+    void workOnPage() {
         if (mStalls) {
             mStalls = false;
-            utl::Thread::sleep(2 * ALIVE_TIME_MS);
+            mThread.waitTo(utl::Thread::STOP_REQUESTED, 3 * ALIVE_TIME_MS);
         }
-        mNormalizer.normalize(mLine.text, sizeof mLine.text);
-        mLine.words = countWords(mLine.text);
-        mLine.characters = countCharacters(mLine.text);
+        mNormalizer.normalize(mPage.text, sizeof mPage.text);
+        mPage.words = mWords.count(mPage.text);
+        mPage.characters = countCharacters(mPage.text);
     }
 
     Channel& mToCollector;
     bool mStalls;
     Normalizer const mNormalizer;
-    LineMsg mLine;
+    WordCounter mWords;
+    PageMsg mPage;
     Channel mChannel{mThread};
     utl::MsgDrivenThread mThread{MAX_MSG_SIZE, QUEUE_LENGTH, "worker", 0};  // stops first
 };

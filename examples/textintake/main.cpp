@@ -1,93 +1,92 @@
-// Takes text files in: a shared timer looks for files in a directory, a reader sends their lines to
-// a worker, which normalises and counts them and sends them on to a collector, which writes them
-// out, with an index, and puts the source away. The tour of the library.
+// Takes text files in: a shared timer looks for files in a directory, a reader sends their text
+// page by page to a worker, which normalises and counts it and sends it on to a collector, which
+// writes it out, with an index, and puts the source away. The tour of the library. Options.h says
+// how it is called.
 //
-//     textintake [--in DIR] [--out DIR] [--for SECONDS] [--stall]
-//
-// Without --in it takes copies of the samples it ships, and ends when they are done. Otherwise it
-// runs until the time is over or Ctrl-C is hit. --stall lets the worker hang once, for the watchdog
-// to see.
+// Nothing is lost whenever it ends: what comes of a file is written beside its place, moved there
+// when it is whole, and only then does the file leave the inbox.
 
 #include <signal.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 
 #include "Collector.h"
+#include "Options.h"
 #include "Reader.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
 #include "Worker.h"
 
 namespace {
 
-struct Options {
-    std::string in, out;
-    unsigned long seconds = 0;  // 0 for no limit
-    bool stalls = false;
+constexpr int EXIT_FAILED = 1;
+constexpr int EXIT_BAD_ARGUMENTS = 2;
 
-    bool parse(int argc, char** argv) {
-        for (int i = 1; i < argc; ++i) {
-            char const* const name = argv[i];
-            if (std::strcmp(name, "--stall") == 0) {
-                stalls = true;
-                continue;
-            }
-            char const* const value = ++i < argc ? argv[i] : "";
-            if (std::strcmp(name, "--in") == 0) {
-                in = value;
-            } else if (std::strcmp(name, "--out") == 0) {
-                out = value;
-            } else if (std::strcmp(name, "--for") == 0) {
-                seconds = std::strtoul(value, nullptr, 10);
-            } else {
-                return false;
-            }
-            if (*value == '\0') {
-                return false;
-            }
-        }
-        return true;
-    }
-};
+constexpr unsigned long LOOK_INTERVAL_MS = 100;
+constexpr unsigned long FILE_ALIVE_TIME_MS = 5000;  // of those who may have to wait for a disk
+
+int complain(std::string const& sentence, int exitCode) {
+    std::fprintf(stderr, "textintake: %s\n", sentence.c_str());
+    return exitCode;
+}
 
 // A new temporary directory for what the user has not named; it goes with this.
 class Workspace {
 public:
-    explicit Workspace(Options* options) {
-        if (!options->in.empty() && !options->out.empty()) {
-            return;
-        }
-        char name[] = "/tmp/textintake-XXXXXX";
-        mDirectory = mkdtemp(name) != nullptr ? name : "";
-        if (options->out.empty()) {
-            options->out = mDirectory + "/out";
-        }
-        if (options->in.empty()) {
-            options->in = mDirectory + "/in";
-            utl::File::copy(TEXTINTAKE_SAMPLES, options->in.c_str(), 0);
-        }
-    }
     ~Workspace() {
         if (!mDirectory.empty()) {
             utl::File::erase(mDirectory.c_str(), 1);
         }
     }
-    Workspace(Workspace const&) = delete;
-    Workspace& operator=(Workspace const&) = delete;
+
+    // Empty, or why it cannot be made.
+    std::string make(Options* options) {
+        if (!options->in.empty()) {
+            return "";
+        }
+        char const* const parent = std::getenv("TMPDIR");
+        std::string name =
+            Options::tidy(parent != nullptr ? parent : "/tmp") + "/textintake-XXXXXX";
+        if (mkdtemp(&name[0]) == nullptr) {
+            return "cannot make " + name + ": " + reasonOf(errno);
+        }
+        mDirectory = name;
+        options->in = mDirectory + "/in";
+        options->out = options->out.empty() ? mDirectory + "/out" : options->out;
+        errno = 0;
+        return utl::File::copy(TEXTINTAKE_SAMPLES, options->in.c_str(), 0)
+                   ? ""
+                   : "cannot copy the samples from " TEXTINTAKE_SAMPLES " to " + options->in +
+                         ": " + reasonOf(errno);
+    }
 
 private:
     std::string mDirectory;
 };
 
-// Ctrl-C and its kin wait for main to ask for them. Before there are threads, which inherit it.
+// Why files cannot be taken out of a directory; empty when they can.
+std::string objectToInbox(std::string const& directory) {
+    if (access(directory.c_str(), F_OK) == 0 && !utl::File::isDirectory(directory.c_str())) {
+        return reasonOf(ENOTDIR);
+    }
+    return access(directory.c_str(), R_OK | W_OK | X_OK) == 0 ? "" : reasonOf(errno);
+}
+
+// Ctrl-C and its kin wait for main to ask for them. Before there are threads, which inherit it. A
+// file that may not grow is told by its write, like a full disk.
 sigset_t holdEndSignals() {
+    signal(SIGXFSZ, SIG_IGN);
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return signals;
 }
@@ -97,56 +96,75 @@ bool comesWithin(sigset_t const& signals, long milliseconds) {
     return sigtimedwait(&signals, nullptr, &time) > 0;
 }
 
+// Puts into the report what the watchdog has seen.
+class Alarm : public utl::WatchdogTimerListener {
+public:
+    explicit Alarm(Report& report) : mReport(report) {}
+
+    void onTime(int id, utl::Map<int, utl::WatchdogInfo> const& infos) override {
+        if (utl::WatchdogInfo const* const info = infos.find(id)) {
+            utl::StatementInfo const& last = info->lastAliveInfo();
+            mReport.remark("The thread " + std::string(info->name().c_str()) + " was silent for " +
+                           std::to_string(info->aliveTime()) + " ms, last heard of in " +
+                           last.file() + ", " + last.function() + ".");
+        }
+    }
+
+private:
+    Report& mReport;
+};
+
 // Starts a message-driven thread, under the watchdog.
-bool start(utl::MsgDrivenThread& thread, utl::ThreadMsgListener& listener) {
-    return thread.start(&listener, 1, Worker::ALIVE_TIME_MS, nullptr, 1, 0,
-                        utl::ThreadPriority::NORMAL, 0) == 0;
+bool start(utl::MsgDrivenThread& thread, utl::ThreadMsgListener& listener, unsigned long aliveTime,
+           Alarm& alarm) {
+    return thread.start(&listener, 1, aliveTime, &alarm, 1, 0, utl::ThreadPriority::NORMAL, 0) == 0;
 }
 
-// Whether all that was sent was counted and written out, each line once and in its place.
-bool printTotals(Totals const& totals, std::uint32_t sentLines) {
-    bool const isRight = totals.lines == sentLines && totals.faults == 0;
-    std::printf(
-        "%u files, %u lines, %u words, %u characters: %s\n", totals.files, totals.lines,
-        totals.words, totals.characters,
-        isRight ? "each line was counted once, and the outputs agree" : "THE OUTPUT IS WRONG");
-    return isRight;
-}
-
-bool run(Options const& options, bool endsWhenDone, sigset_t const& endSignals) {
-    Inbox inbox(options.in);
-    Collector collector(inbox, options.out);
+// Until the time is over, a signal comes, the report has a failure, or all is done.
+void run(Options const& options, bool endsWhenDone, sigset_t const& endSignals, Shelf& shelf,
+         Report& report) {
+    Alarm alarm(report);
+    Inbox inbox(options.in, shelf.longestName(), report);
+    Collector collector(inbox, shelf, report);
     Worker worker(collector.channel(), options.stalls);
     Reader reader(inbox, worker.channel());
-    utl::SharedTimer timers(0, 0, nullptr, 1, "poll timer");
-    if (!start(collector.thread(), collector) || !start(worker.thread(), worker) ||
+    utl::SharedTimer timers(0, 0, nullptr, 1, "look timer");
+    inbox.onTime(0);
+    if (!start(collector.thread(), collector, FILE_ALIVE_TIME_MS, alarm) ||
+        !start(worker.thread(), worker, Worker::ALIVE_TIME_MS, alarm) ||
         !collector.startProgress(worker.channel()) ||
-        reader.thread().start(1, Worker::ALIVE_TIME_MS, nullptr, 1, 0, utl::ThreadPriority::NORMAL,
+        reader.thread().start(1, FILE_ALIVE_TIME_MS, &alarm, 1, 0, utl::ThreadPriority::NORMAL,
                               0) != 0 ||
-        !timers.start(timers.addTimer(&inbox, 100, 0, 0), 0)) {
-        return false;
+        !timers.start(timers.addTimer(&inbox, LOOK_INTERVAL_MS, 0, 0), 0)) {
+        report.fail("cannot start its threads; the log tells why");
     }
 
     utl::TimeCounter elapsed;
     elapsed.start();
-    while (!comesWithin(endSignals, 50) && !(endsWhenDone && inbox.isDone()) &&
-           (options.seconds == 0 || elapsed.watch() < options.seconds * 1000)) {
+    while (report.failure().empty() && !(endsWhenDone && inbox.isDone()) &&
+           (options.seconds == 0 || elapsed.watch() < options.seconds * 1000) &&
+           !comesWithin(endSignals, 50)) {
+    }
+    if (options.stalls) {
+        utl::ThreadManager::get()->printThreadInfoReg(LEVEL_INFORMATION);
+        utl::ThreadManager::get()->printWatchdogInfo(LEVEL_INFORMATION);
     }
 
-    // In order: no new files, no new lines, then what is under way.
+    // What is under way is dropped, not awaited: its files are still in the inbox.
     timers.destroy();
     inbox.close();
+    reader.thread().stop(0, 0);
+    worker.thread().stop(0, 0);
+    collector.thread().stop(0, 0);
     reader.thread().waitTo(utl::Thread::EXECUTED, 0);
-    while (!collector.waitToDone(1000) && worker.thread().isRunning()) {
-    }
-    utl::ThreadManager::get()->printThreadInfoReg(LEVEL_DETAIL);
-    utl::ThreadManager::get()->printWatchdogInfo(LEVEL_DETAIL);
+    worker.thread().waitTo(utl::Thread::EXECUTED, 0);
+    collector.thread().waitTo(utl::Thread::EXECUTED, 0);
     reader.thread().leaveManagement();
-    Totals totals;
-    unsigned long failures = 0;
-    return collector.thread().sendMsgSync(TotalsMsg(&totals)) != 0 &&
-           printTotals(totals, reader.sentLines()) && reader.thread().getResult(&failures) &&
-           failures == 0;
+    collector.giveUp();
+    if (std::size_t const files = inbox.countUnfinished()) {
+        report.remark(grouped(files) + (files == 1 ? " file is" : " files are") +
+                      " not finished, and still in " + options.in + ".");
+    }
 }
 
 // Nobody but the calling thread and the watchdog is left.
@@ -161,19 +179,51 @@ bool isRegistryEmpty() {
 
 int main(int argc, char** argv) {
     Options options;
-    if (!options.parse(argc, argv)) {
-        std::fprintf(stderr,
-                     "usage: textintake [--in DIR] [--out DIR] [--for SECONDS] [--stall]\n");
-        return 2;
+    std::string const mistake = options.parse(argc, argv);
+    if (!mistake.empty() || options.asksForHelp) {
+        return mistake.empty() ? std::fputs(Options::HELP, stdout) < 0
+                               : complain(mistake, EXIT_BAD_ARGUMENTS);
     }
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     setLogTag("textintake");
     registerLogType(INTAKE_LOG, "<INTAKE> ", LEVEL_DETAIL);
+    setFilterLevel(LIBRARY_LOG, LEVEL_INFORMATION);
     sigset_t const endSignals = holdEndSignals();
+
     bool const endsWhenDone = options.in.empty();
-    Workspace const workspace(&options);
+    Workspace workspace;
+    std::string const trouble = workspace.make(&options);
+    if (!trouble.empty()) {
+        return complain(trouble, EXIT_FAILED);
+    }
+    std::string const inboxTrouble = objectToInbox(options.in);
+    if (!inboxTrouble.empty()) {
+        return complain("--in " + options.in + ": " + inboxTrouble, EXIT_BAD_ARGUMENTS);
+    }
+    Shelf shelf(options.out);
+    std::string const shelfTrouble = shelf.open();
+    if (!shelfTrouble.empty()) {
+        return complain("--out " + options.out + ": " + shelfTrouble, EXIT_BAD_ARGUMENTS);
+    }
+
+    if (shelf.feeds(options.in)) {
+        return complain("--in and --out lead to the same directory", EXIT_BAD_ARGUMENTS);
+    }
+
+    Report report;
     utl::ThreadManager::get()->entryCaller(0, 0, nullptr, "main");
     utl::ThreadManager::get()->setWatchdogWatchInterval(200);
-    bool const isRight = run(options, endsWhenDone, endSignals) && isRegistryEmpty();
+    run(options, endsWhenDone, endSignals, shelf, report);
+    if (!isRegistryEmpty()) {
+        report.fail("a thread is left in the registry");
+    }
     utl::ThreadManager::destroy();
-    return isRight ? 0 : 1;
+
+    report.print(stdout, Table::terminalWidth());
+    if (std::fflush(stdout) != 0) {
+        report.fail("cannot write the table: " + reasonOf(errno));
+    }
+    return !report.failure().empty() ? complain(report.failure(), EXIT_FAILED)
+           : report.hasRefused()     ? EXIT_FAILED
+                                     : 0;
 }
