@@ -3,6 +3,26 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+# Runs a command and shows what it is doing: on a terminal its latest line, and when it fails all
+# that it said; elsewhere simply what it says.
+narrate() {
+    if ! [ -t 1 ]; then
+        "$@"
+        return
+    fi
+    local said line columns status=0
+    columns=$(stty size 2>/dev/null </dev/tty | cut -d ' ' -f 2) || true
+    [ "${columns:-0}" -gt 0 ] || columns=80
+    said=$(mktemp)
+    "$@" 2>&1 | tee "$said" | while IFS= read -r line; do
+        printf '\r\033[K%s' "${line:0:columns-1}"
+    done || status=$?
+    printf '\r\033[K'
+    [ "$status" -eq 0 ] || cat "$said" >&2
+    rm -f "$said"
+    return "$status"
+}
+
 # Installs the Debian packages among the arguments that are missing: as root, or with sudo where it
 # asks for no password; otherwise it names them and stops.
 need_packages() {
@@ -23,9 +43,9 @@ need_packages() {
         as_root=(sudo)
     fi
     echo "Installing: ${missing[*]}"
-    "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    narrate "${as_root[@]}" apt-get update -q
+    narrate "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -q --no-install-recommends "${missing[@]}"
 }
 
 # The packages that a preset builds with.
