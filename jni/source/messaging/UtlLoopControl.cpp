@@ -183,6 +183,10 @@ void LoopControl::answerLocked(bool isServed) {
     }
 }
 
+void LoopControl::forgetOtherThreads() {
+    new (&mMutex) platform::Mutex;
+}
+
 void LoopControl::beginExclusive() {
     Guard const guard(*this);
     mIsExclusive = true;

@@ -160,6 +160,9 @@ public:
     bool isAskedLocked(Request* request) const;
     void answerLocked(bool isServed);
 
+    // In a child of a fork made on this thread: what other threads held is free.
+    void forgetOtherThreads();
+
     // Between these two nobody else queues anything.
     void beginExclusive();
     void endExclusiveLocked();

@@ -332,6 +332,9 @@ void MsgDrivenThread::Loop::deliver() {
     ThreadMsgListener* const listener = mThread.mListener.load(std::memory_order_relaxed);
     callUserCode("ThreadMsgListener::receiveMsg", mControl->name(),
                  [&] { listener->receiveMsg(mControl->threadId(), mReceiveMsg); });
+    if (mProcess != platform::processNumber()) {
+        mControl->forgetOtherThreads();
+    }
 }
 
 bool MsgDrivenThread::Loop::executeFindMsgLocked(long msgId, ThreadRawMsg* found) {

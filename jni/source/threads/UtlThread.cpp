@@ -118,9 +118,12 @@ int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
 int Thread::stop(int waitMode, unsigned long timeout) {
     Deadline const deadline(waitMode == 1 ? timeout : 0);
     int started = REACHED;
+    if (!isOfThisProcess()) {
+        return -1;
+    }
     if (!isCaller()) {  // start() may wait for the thread that asks here
         started = deadline.await(mIsStartOver);
-        if (!hasDone(STARTED) || !isOfThisProcess()) {
+        if (!hasDone(STARTED)) {
             return started == REACHED ? -1 : started;
         }
         if (hasDone(EXECUTED)) {
@@ -162,9 +165,9 @@ int Thread::waitTo(int stage, unsigned long timeout) {
     if (!isStarted && (stage == STOP_REQUESTED || stage == EXECUTED)) {
         return WAIT_FAILED;
     }
-    // Only the thread could bring it about: not by waiting, and not in another process.
-    bool const canComeAbout = !isStarted || (isOfThisProcess() && !isCaller());
-    if (!canComeAbout && stage != STOP_REQUESTED && !hasDone(stage)) {
+    // Only the thread could bring it about: not while it waits itself, and not in another process.
+    bool const isAsleep = isCaller() && stage != STOP_REQUESTED;
+    if (isStarted && !hasDone(stage) && (isAsleep || !isOfThisProcess())) {
         return WAIT_FAILED;
     }
     if (stage == STOP_REQUESTED) {

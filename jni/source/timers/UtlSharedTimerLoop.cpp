@@ -338,6 +338,9 @@ int SharedTimer::Loop::executeTimeout(int timerId) {
     }
     callUserCode("TimerListener::onTime", mControl->name(),
                  [this, timerId] { mTimer.onTime(timerId); });
+    if (mProcess != platform::processNumber()) {
+        mControl->forgetOtherThreads();
+    }
 
     LoopControl::Guard const guard(*mControl);
     mIsDelivering = false;
