@@ -60,7 +60,7 @@ LOCAL_SRC_FILES := \
     source/memory/UtlMemory.cpp \
     source/threads/UtlThread.cpp \
     source/threads/UtlThreadManager.cpp \
-    source/threads/UtlWatchPause.cpp \
+    source/threads/UtlLoopWatch.cpp \
     source/messaging/UtlMsg.cpp \
     source/messaging/UtlThreadRawMsg.cpp \
     source/messaging/UtlTimerInfo.cpp \

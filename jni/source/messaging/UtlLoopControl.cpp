@@ -9,7 +9,6 @@
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlLogLine.h"
-#include "threads/UtlWatchPause.h"
 
 namespace utl {
 
@@ -19,23 +18,23 @@ thread_local LoopControl* ofThisThread = nullptr;
 
 }  // namespace
 
-std::unique_ptr<LoopControl> LoopControl::make(char const* label, char const* name,
-                                               TimerHandler& handler, unsigned long maxEntries,
-                                               unsigned long maxTimers) {
-    std::unique_ptr<LoopControl> control(
-        new (std::nothrow) LoopControl(label, name, handler, maxEntries, maxTimers));
+std::unique_ptr<LoopControl> LoopControl::make(Names const& names, TimerHandler& handler,
+                                               unsigned long maxEntries, unsigned long maxTimers) {
+    std::unique_ptr<LoopControl> control(new (std::nothrow)
+                                             LoopControl(names, handler, maxEntries, maxTimers));
     if (control == nullptr || !control->isOpen()) {
-        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) pipe errno:%d", label, name,
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) pipe errno:%d", names.label, names.name,
                control != nullptr ? errno : ENOMEM);
     }
     return control;
 }
 
-LoopControl::LoopControl(char const* label, char const* name, TimerHandler& handler,
-                         unsigned long maxEntries, unsigned long maxTimers)
-    : mLabel(label),
-      mName(name, 0, 0),
-      mTimers(label, mName.c_str(), handler, mPipe, maxTimers),
+LoopControl::LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
+                         unsigned long maxTimers)
+    : mLabel(names.label),
+      mName(names.name, 0, 0),
+      mTimers(names.label, mName.c_str(), handler, mPipe, maxTimers),
+      mWatch(names.source, "execute"),
       mEntries(sizeof(Entry), maxEntries) {}
 
 LoopControl* LoopControl::current() {
@@ -104,6 +103,7 @@ LoopControl::Entry LoopControl::entryIn(unsigned char const* slot) {
 
 void LoopControl::enter() {
     mThreadId = ThreadManager::getCallerId();
+    mWatch.begin(mThreadId);
     ofThisThread = this;
     mTimers.enter();
 }
@@ -123,7 +123,7 @@ bool LoopControl::take(Entry* entry) {
     return true;
 }
 
-bool LoopControl::sleep(StatementInfo const& before, StatementInfo const& after) {
+bool LoopControl::sleep(unsigned long before, unsigned long after) {
     {
         Guard const guard(*this);
         if (mEntries.count() != 0 && isOpen()) {
@@ -133,7 +133,7 @@ bool LoopControl::sleep(StatementInfo const& before, StatementInfo const& after)
     }
     bool isWhole = true;
     if (mTimers.beginSleep()) {
-        WatchPause const pause(mThreadId, before, after);
+        LoopWatch::Pause const pause(mWatch, before, after);
         isWhole = read();
     }
     mTimers.endSleep();

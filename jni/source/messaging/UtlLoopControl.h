@@ -26,7 +26,6 @@
 #include <optional>
 
 #include "UtlEvent.h"
-#include "UtlStatementInfo.h"
 #include "UtlString.h"
 #include "UtlSyncObject.h"
 
@@ -35,6 +34,7 @@
 #include "messaging/UtlSlotRing.h"
 #include "messaging/UtlWakePipe.h"
 #include "platform/UtlMutex.h"
+#include "threads/UtlLoopWatch.h"
 
 namespace utl {
 
@@ -51,12 +51,18 @@ public:
         long argument = 0;
     };
 
-    // `label` and `name`, which is copied, head the log lines: "MsgDrivenThread(%s)". Room for
-    // `maxEntries` entries and `maxTimers` timers. nullptr without memory; that, and a pipe that
-    // cannot be made, is logged.
-    static std::unique_ptr<LoopControl> make(char const* label, char const* name,
-                                             TimerHandler& handler, unsigned long maxEntries,
-                                             unsigned long maxTimers);
+    // What heads the log lines, "MsgDrivenThread(%s)", with the name, which is copied; and the
+    // source that the loop reports alive from.
+    struct Names {
+        char const* label;
+        char const* name;
+        char const* source;
+    };
+
+    // Room for `maxEntries` entries and `maxTimers` timers. nullptr without memory; that, and a
+    // pipe that cannot be made, is logged.
+    static std::unique_ptr<LoopControl> make(Names const& names, TimerHandler& handler,
+                                             unsigned long maxEntries, unsigned long maxTimers);
     LoopControl(LoopControl const&) = delete;
     LoopControl& operator=(LoopControl const&) = delete;
 
@@ -66,6 +72,7 @@ public:
     unsigned long capacity() const { return mEntries.capacity(); }
     unsigned long count() const { return mEntries.count(); }
     LoopTimers& timers() { return mTimers; }
+    LoopWatch& watch() { return mWatch; }
 
     // Any thread.
 
@@ -152,8 +159,8 @@ public:
     bool take(Entry* entry);
 
     // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it
-    // reports alive at `before` and `after`. False, logged, when the pipe is broken.
-    bool sleep(StatementInfo const& before, StatementInfo const& after);
+    // reports alive at the lines `before` and `after`. False, logged, when the pipe is broken.
+    bool sleep(unsigned long before, unsigned long after);
 
     // What the loop is asked for, until it answers. False when it is not asked.
     bool isAsked(Request* request);
@@ -170,8 +177,8 @@ public:
 private:
     friend class LoopWait;
 
-    LoopControl(char const* label, char const* name, TimerHandler& handler,
-                unsigned long maxEntries, unsigned long maxTimers);
+    LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
+                unsigned long maxTimers);
 
     bool wakeLocked(Entry const& entry);
     void leaveThread();
@@ -182,6 +189,7 @@ private:
     int mThreadId = 0;  // the loop's
     WakePipe mPipe;
     LoopTimers mTimers;
+    LoopWatch mWatch;
 
     SyncObject mRequestLock;
     platform::Mutex mMutex;
@@ -191,6 +199,9 @@ private:
     bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
     bool mIsExclusive = false;
     Event mIsShared{1, 0};  // the opposite, for who waits
+
+    // Keeps what the loop looks at for each entry out of the cache line that senders write to.
+    char mDistance[64];
 
     // Written with the mutex held. The answer is good while the asker has the request lock.
     std::atomic<bool> mIsAsked{false};

@@ -6,14 +6,12 @@
 #include "UtlArray.h"
 #include "UtlLog.h"
 #include "UtlRawMemory.h"
-#include "UtlStatementInfo.h"
 
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
 #include "messaging/UtlControlIds.h"
 #include "platform/UtlFork.h"
 #include "platform/UtlKernelTimer.h"
-#include "threads/UtlWatchPause.h"
 
 namespace utl {
 
@@ -31,9 +29,10 @@ constexpr long MIN_REVISITED_ID = 0x8400;
 
 TimerHandler timeoutHandler(LABEL, platform::threadTimerSignal);
 
-StatementInfo loopStatement(unsigned long line) {
-    return StatementInfo("UtlMsgDrivenThread", "execute", line, 0);
-}
+// Where the loop reports alive.
+constexpr unsigned long BEFORE_SLEEP = 879;
+constexpr unsigned long AFTER_SLEEP = 890;
+constexpr unsigned long AFTER_WORK = 1030;
 
 // A size that has no room in its type becomes one that nobody can allocate: what is made with it
 // refuses everything.
@@ -56,8 +55,9 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
       mProcess(platform::processNumber()),
       mMaxMsgCount(maxMsgCount),
       mSlotSize(sum(maxMsgSize, ThreadRawMsg::ID_SIZE)),
-      mControl(LoopControl::make(LABEL, thread.getName().c_str(), timeoutHandler,
-                                 sum(maxMsgCount, EXTRA_CTL_ENTRIES), maxTimerCount)),
+      mControl(LoopControl::make({LABEL, thread.getName().c_str(), "UtlMsgDrivenThread"},
+                                 timeoutHandler, sum(maxMsgCount, EXTRA_CTL_ENTRIES),
+                                 maxTimerCount)),
       mDataQueue(mSlotSize, maxMsgCount),
       mRefusedMsg(mSlotSize),
       mTimers(maxTimerCount, 0),
@@ -205,7 +205,7 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
 
 int MsgDrivenThread::Loop::run() {
     mControl->enter();
-    reportAtWork(mControl->threadId(), loopStatement(890));
+    mControl->watch().reportAtWork(AFTER_SLEEP);
     Step step;
     do {
         step = executeStep();
@@ -225,14 +225,14 @@ MsgDrivenThread::Loop::Step MsgDrivenThread::Loop::executeStep() {
     executeExpiries();
     LoopControl::Entry entry;
     if (!mControl->isOpen() || !mControl->take(&entry)) {
-        return mControl->sleep(loopStatement(879), loopStatement(890)) ? Step::NEXT : Step::BROKEN;
+        return mControl->sleep(BEFORE_SLEEP, AFTER_SLEEP) ? Step::NEXT : Step::BROKEN;
     }
     ThreadCtlMsg const ctl = {entry.id, entry.parameter};
     if (!serveRequest(ctl.id) || ctl.id == CTL_SERVICE) {
         return mIsThreadGone ? Step::STOPPED : Step::NEXT;
     }
     int const result = dispatch(ctl);
-    reportAtWork(mControl->threadId(), loopStatement(1030));
+    mControl->watch().reportAtWork(AFTER_WORK);
     if (result != 0) {
         logError(ctl.id);
     }

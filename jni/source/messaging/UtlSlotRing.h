@@ -36,14 +36,26 @@ public:
 
     // With the lock held: the slot behind the last one, with whatever was in it before, for put()
     // to make it the last. nullptr when the ring is full.
-    unsigned char* end() { return count() < mCapacity ? slot(mEnd) : nullptr; }
+    unsigned char* end() {
+        unsigned long const put = mPut.load(std::memory_order_relaxed);
+        if (put - mTakenSeen >= mCapacity) {
+            mTakenSeen = mTaken.load(std::memory_order_acquire);
+        }
+        return put - mTakenSeen < mCapacity ? slot(mEnd) : nullptr;
+    }
     void put() {
         mEnd = mEnd + 1 < mCapacity ? mEnd + 1 : 0;
         setPut(mPut.load(std::memory_order_relaxed) + 1);
     }
 
     // The loop: the first slot, or nullptr; and taking it out.
-    unsigned char const* front() const { return count() != 0 ? slot(mFront) : nullptr; }
+    unsigned char const* front() {
+        unsigned long const taken = mTaken.load(std::memory_order_relaxed);
+        if (taken == mPutSeen) {
+            mPutSeen = mPut.load(std::memory_order_acquire);
+        }
+        return taken != mPutSeen ? slot(mFront) : nullptr;
+    }
     void drop() {
         mFront = mFront + 1 < mCapacity ? mFront + 1 : 0;
         mTaken.store(mTaken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
@@ -70,13 +82,15 @@ public:
         unsigned long const erased = present - kept;
         if (erased != 0) {
             mEnd = place(kept);
-            setPut(mPut.load(std::memory_order_relaxed) - erased);
+            mPutSeen = mPut.load(std::memory_order_relaxed) - erased;
+            setPut(mPutSeen);
         }
         return erased;
     }
 
 private:
-    // Keeps what one side writes again and again out of the cache line of the other's.
+    // Keeps what one side writes again and again out of the cache line of the other's. Each side
+    // also looks at the other's counter only when what it saw last is used up.
     struct Distance {
         char bytes[64];
     };
@@ -94,10 +108,12 @@ private:
 
     Distance mBeforePutting;
     unsigned long mEnd = 0;              // guarded by the lock
+    unsigned long mTakenSeen = 0;        // likewise
     std::atomic<unsigned long> mPut{0};  // how many there ever were; wraps
 
     Distance mBeforeTaking;
-    unsigned long mFront = 0;  // the loop's
+    unsigned long mFront = 0;    // the loop's
+    unsigned long mPutSeen = 0;  // likewise
     std::atomic<unsigned long> mTaken{0};
 };
 

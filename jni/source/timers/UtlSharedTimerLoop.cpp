@@ -1,7 +1,6 @@
 #include "timers/UtlSharedTimerLoop.h"
 
 #include "UtlLog.h"
-#include "UtlStatementInfo.h"
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlBlockingCall.h"
@@ -9,7 +8,6 @@
 #include "foundation/UtlUserCode.h"
 #include "platform/UtlFork.h"
 #include "platform/UtlKernelTimer.h"
-#include "threads/UtlWatchPause.h"
 
 namespace utl {
 
@@ -29,13 +27,14 @@ constexpr std::int32_t TIMER_CTL_START = 0x83FF;
 
 TimerHandler timeoutHandler("SharedTimer", platform::sharedTimerSignal);
 
-StatementInfo loopStatement(unsigned long line) {
-    return StatementInfo(SOURCE, "execute", line, 0);
-}
+// Where the loop reports alive.
+constexpr unsigned long BEFORE_SLEEP = 412;
+constexpr unsigned long AFTER_SLEEP = 423;
+constexpr unsigned long AFTER_WORK = 479;
 
 std::unique_ptr<LoopControl> makeControl(char const* name, unsigned long maxTimerCount) {
     BlockingCall const blocking(SOURCE, "SharedTimer", 85);
-    return LoopControl::make(LABEL, name, timeoutHandler, CTL_CAPACITY, maxTimerCount);
+    return LoopControl::make({LABEL, name, SOURCE}, timeoutHandler, CTL_CAPACITY, maxTimerCount);
 }
 
 }  // namespace
@@ -256,7 +255,7 @@ bool SharedTimer::Loop::postLocked(std::int32_t msgId, int timerId) {
 
 int SharedTimer::Loop::run() {
     mControl->enter();
-    reportAtWork(mControl->threadId(), loopStatement(423));
+    mControl->watch().reportAtWork(AFTER_SLEEP);
     {
         LoopControl::Guard const guard(*mControl);
         mIsLooping = true;
@@ -296,12 +295,12 @@ SharedTimer::Loop::Step SharedTimer::Loop::executeStep() {
         }
     }
     if (!isTaken) {
-        return mControl->sleep(loopStatement(412), loopStatement(423)) ? Step::NEXT : Step::BROKEN;
+        return mControl->sleep(BEFORE_SLEEP, AFTER_SLEEP) ? Step::NEXT : Step::BROKEN;
     }
     if (ctl.msgId == TIMER_CTL_TIMEOUT) {
         result = executeTimeout(ctl.timerId);
     }
-    reportAtWork(mControl->threadId(), loopStatement(479));
+    mControl->watch().reportAtWork(AFTER_WORK);
     if (result != 0) {
         applog(LIBRARY_LOG, LEVEL_ERROR,
                "!!!!!!!! SharedTimerThread(%s) Error. MsgId:0x%08x !!!!!!!!", mControl->name(),

@@ -17,6 +17,7 @@
 #include "messaging/UtlLoopWait.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlStaticLock.h"
+#include "threads/UtlLoopWatch.h"
 #include "threads/UtlTableName.h"
 
 namespace utl {
@@ -174,6 +175,7 @@ void ThreadWatchdog::shutdown() {
     }
     TableGuard const guard(tableLock);
     mIsInitialized = false;
+    LoopWatch::registrationChanged();
 }
 
 bool ThreadWatchdog::setWatchInterval(unsigned long intervalMs) {
@@ -226,6 +228,7 @@ bool ThreadWatchdog::insertLocked(WatchdogInfo const& info) {
     if (!isWhole) {
         mInfos.eraseKey(info.id());
     }
+    LoopWatch::registrationChanged();
     return isWhole;
 }
 
@@ -238,7 +241,9 @@ bool ThreadWatchdog::unregister(int id) {
 // As unregister(), but a call of the thread's listener may be under way.
 bool ThreadWatchdog::forget(int id) {
     TableGuard const guard(tableLock);
-    return mIsInitialized && mInfos.eraseKey(id) != 0;
+    bool const isErased = mIsInitialized && mInfos.eraseKey(id) != 0;
+    LoopWatch::registrationChanged();
+    return isErased;
 }
 
 // For a thread that was forgotten: blocks until no call of its listener is under way. REACHED, also
@@ -266,6 +271,7 @@ void ThreadWatchdog::becomeChild() {
     mInfos.setCount(0);
     mIsInitialized = false;
     mHasReturned.setOn();
+    LoopWatch::registrationChanged();
 }
 
 bool ThreadWatchdog::keepAlive(StatementInfo const& statement) {
