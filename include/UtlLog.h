@@ -17,9 +17,13 @@
 // messages; both start with filter 3.
 //
 // Any thread may call these functions at any time, from static constructors and while the process
-// exits too. They leave errno as it is. On Linux lines go to standard error unless the program
-// defines __android_log_print itself. That one is called with the log locked: it must call nothing
-// of this library and wait for nobody who logs.
+// exits too. They leave errno as it is and are no cancellation points. On Linux lines go to
+// standard error unless the program defines __android_log_print itself. That one is called with the
+// log locked: it must call nothing of this library and wait for nobody who logs.
+//
+// Standard error never stops or kills the process: a line that finds no room for 100 ms is dropped,
+// those after it at once until there is room again, and a reader that has gone raises no SIGPIPE.
+// The next line that gets through is preceded by one that ends in "lines lost: " and their number.
 
 #ifndef UTL_LOG_H
 #define UTL_LOG_H

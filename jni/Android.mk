@@ -84,6 +84,7 @@ ifeq ($(UTL_HEAP_ACCOUNTING),1)
 LOCAL_CPPFLAGS += -DUTL_HEAP_ACCOUNTING
 LOCAL_EXPORT_CPPFLAGS := -DUTL_HEAP_ACCOUNTING
 endif
+LOCAL_LDFLAGS := -Wl,-z,nodelete
 LOCAL_LDLIBS := -llog
 # The companion library that knows the device's time zone (class LocalTimeTzApp).
 LOCAL_SHARED_LIBRARIES := localtimetz

@@ -2,6 +2,7 @@
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
+#include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
 
 namespace utl {
@@ -13,6 +14,7 @@ constexpr unsigned long MOST_BYTES = 5119;
 // The file first, and without a lock: what it logs about a failure of its own goes out before the
 // line does.
 void write(LogLine const& line, File* file) {
+    platform::NoCancellation const noCancellation;
     if (file != nullptr) {
         file->writeText(line.text(), MOST_BYTES, 0);
     }

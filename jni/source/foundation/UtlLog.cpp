@@ -45,15 +45,14 @@ constexpr LevelOutput LEVELS[] = {
 
 constexpr char SYSTEM_ERROR_TAG[] = "XM_SYSERR";
 
-// The two locks are leaves and never held together.
+// A leaf, as the sink's lock is; the two are never held together.
 platform::StaticLock tableLock(platform::LockOrder::LOG_TABLE);
 FixedMap<int, LogTypeData, MAX_LOG_TYPES> logTypes{
     {LIBRARY_LOG, {LEVEL_DETAIL, "<UTIL> "}},
     {FALLBACK_TYPE, {LEVEL_DETAIL, ""}},
 };  // guarded by tableLock
 
-platform::StaticLock outputLock(platform::LockOrder::LOG_OUTPUT);
-char processTag[NAME_SIZE];  // guarded by outputLock
+char processTag[NAME_SIZE];  // guarded by the turn to write
 
 int clampLevel(int level) {
     return level < 0 || level > HIGHEST_LEVEL ? HIGHEST_LEVEL : level;
@@ -117,7 +116,7 @@ bool LogLine::composeRaw(int type, int level, char const* format, va_list argume
 
 void LogLine::write() const {
     LevelOutput const& output = LEVELS[mLevel];
-    platform::StaticGuard const guard(outputLock);
+    platform::LogTurn const turn;
     if (output.isSystemError) {
         __android_log_print(output.priority, SYSTEM_ERROR_TAG, "%s", mText);
     }
@@ -168,7 +167,7 @@ bool setLogTag(char const* tag) {
     if (!utl::copyName(copy, tag)) {
         return false;
     }
-    utl::platform::StaticGuard const guard(utl::outputLock);
+    utl::platform::LogTurn const turn;
     utl::copyMemory(utl::processTag, copy, sizeof copy);
     return true;
 }

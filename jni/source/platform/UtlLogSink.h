@@ -7,7 +7,13 @@
 #ifndef UTL_PLATFORM_LOG_SINK_H
 #define UTL_PLATFORM_LOG_SINK_H
 
+#include <cstdint>
+
 #include "UtlApi.h"
+
+#include "platform/UtlCancellation.h"
+#include "platform/UtlClock.h"
+#include "platform/UtlStaticLock.h"
 
 extern "C" UTL_API int __android_log_print(int priority, char const* tag, char const* format, ...)
     UTL_PRINTF_FORMAT(3, 4);
@@ -20,6 +26,56 @@ constexpr int LOG_PRIORITY_VERBOSE = 2;
 constexpr int LOG_PRIORITY_DEBUG = 3;
 constexpr int LOG_PRIORITY_INFO = 4;
 constexpr int LOG_PRIORITY_WARN = 5;
+
+// A leaf: who has it calls nothing but the sink.
+inline StaticLock logSinkLock(LockOrder::LOG_OUTPUT);
+
+// The turn of one thread to write; what it writes meanwhile stays together. A thread that has the
+// turn may take it again. It is not cancelled as long as it does.
+class LogTurn {
+public:
+    LogTurn() {
+        if (logSinkLock.try_lock()) {
+            begin(false, NO_TICK);
+            return;
+        }
+        std::uint32_t const now = monotonicTick();
+        logSinkLock.lock();
+        begin(true, now);
+    }
+    ~LogTurn() {
+        --sDepth;
+        logSinkLock.unlock();
+    }
+    LogTurn(LogTurn const&) = delete;
+    LogTurn& operator=(LogTurn const&) = delete;
+
+    // For how many milliseconds the caller, who has the turn, has been held up: since it asked for
+    // the turn if others had it then, or else since this was first called.
+    static std::uint32_t heldUpFor() {
+        std::uint32_t const now = monotonicTick();
+        if (!sIsHeldUp) {
+            sIsHeldUp = true;
+            sHeldUpSince = now;
+        }
+        return now - sHeldUpSince;
+    }
+
+private:
+    static void begin(bool isHeldUp, std::uint32_t since) {
+        if (sDepth++ == 0) {
+            sIsHeldUp = isHeldUp;
+            sHeldUpSince = since;
+        }
+    }
+
+    // Guarded by logSinkLock. The clock is read only where somebody has to wait.
+    static inline int sDepth = 0;
+    static inline bool sIsHeldUp = false;
+    static inline std::uint32_t sHeldUpSince = NO_TICK;
+
+    NoCancellation const mNoCancellation;
+};
 
 }  // namespace platform
 }  // namespace utl

@@ -42,10 +42,12 @@ public:
     StaticLock& operator=(StaticLock const&) = delete;
 
     void lock() {
-        if (!mIsFollowed.load(std::memory_order_relaxed)) {
-            followForks(*this);
-        }
+        follow();
         pthread_mutex_lock(&mMutex);
+    }
+    bool try_lock() {
+        follow();
+        return pthread_mutex_trylock(&mMutex) == 0;
     }
     void unlock() { pthread_mutex_unlock(&mMutex); }
 
@@ -54,6 +56,12 @@ private:
     friend void followForks(StaticLock& lock);
 
     class List;
+
+    void follow() {
+        if (!mIsFollowed.load(std::memory_order_relaxed)) {
+            followForks(*this);
+        }
+    }
 
     pthread_mutex_t mMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
     LockOrder const mOrder;
