@@ -1,7 +1,6 @@
 // A process may end while threads of the library run and log: it neither crashes nor hangs.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,6 +14,7 @@
 
 #include "support/Gate.h"
 #include "support/LogCapture.h"
+#include "support/Process.h"
 #include "support/Worker.h"
 
 namespace utl {
@@ -113,8 +113,7 @@ int exitCodeOf(void (*scenario)()) {
         scenario();
         std::exit(EXIT_CODE);
     }
-    int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return test::exitCodeOf(child);
 }
 
 class ExitTest : public ::testing::TestWithParam<void (*)()> {};

@@ -1,5 +1,6 @@
 #include "UtlFile.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -124,12 +125,18 @@ TEST(FileTest, AProgramThatIsStartedKeepsNoLock) {
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
     std::string const fifo = scratch("fifo");
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    int const input = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
     FILE* const program = popen(("echo; read line < " + fifo).c_str(), "r");
-    ASSERT_EQ('\n', fgetc(program));
+    int told;
+    do {
+        told = fgetc(program);
+    } while (told == EOF && errno == EINTR);
+    ASSERT_EQ('\n', told);
     file.close();
     EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));  // while the program still runs
-    std::ofstream(fifo) << '\n';
+    EXPECT_EQ(1, write(input, "\n", 1));
     pclose(program);
+    close(input);
 }
 
 TEST(FileTest, OpensWithStandardInputClosed) {

@@ -1,6 +1,8 @@
 #include "support/Process.h"
 
 #include <dirent.h>
+#include <errno.h>
+#include <sys/wait.h>
 #include <time.h>
 
 #include <chrono>
@@ -48,6 +50,15 @@ bool isAsleep(int threadId) {
     std::getline(file, stat);
     std::size_t const nameEnd = stat.rfind(')');
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
+}
+
+int exitCodeOf(pid_t child) {
+    int status;
+    pid_t ended;
+    do {
+        ended = waitpid(child, &status, 0);
+    } while (ended == -1 && errno == EINTR);
+    return ended == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 bool comesTrue(std::function<bool()> const& condition) {

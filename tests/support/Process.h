@@ -4,6 +4,7 @@
 #define UTL_TESTS_PROCESS_H
 
 #include <sys/resource.h>
+#include <sys/types.h>
 
 #include <functional>
 
@@ -15,6 +16,9 @@ unsigned threads();
 
 // Of this process: whether it waits for something.
 bool isAsleep(int threadId);
+
+// Blocks until the child process has ended. -1 unless it has exited.
+int exitCodeOf(pid_t child);
 
 // As long as it lives the process gets no new descriptors. A sanitizer that meets a class for the
 // first time wants some: what is made meanwhile must have been made before.

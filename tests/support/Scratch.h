@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -14,6 +13,8 @@
 #include <iterator>
 #include <set>
 #include <string>
+
+#include "support/Process.h"
 
 namespace test {
 
@@ -78,9 +79,7 @@ bool inChild(Work work) {
         fflush(nullptr);
         _exit(::testing::Test::HasFailure() ? 1 : 0);
     }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return exitCodeOf(child) == 0;
 }
 
 // The same as a user whom permissions stop.
