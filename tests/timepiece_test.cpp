@@ -10,8 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <string>
 #include <type_traits>
+
+#include "foundation/UtlBlockingCall.h"
 
 #include "support/FakeClock.h"
 #include "support/LogCapture.h"
@@ -63,6 +66,19 @@ TEST(TimeTest, RefusesWhatIsOutOfRange) {
     EXPECT_EQ("2024-02-30 00:00:59.000,000,000", textOf(timeOf({2024, 2, 30, 0, 0, 60})));
 }
 
+TEST(TimeTest, GetStoresTheFieldsThatAreWanted) {
+    Fields f = {};
+    auto const get = [&f](Time const& time, unsigned short* year) {
+        return time.get(year, &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8]);
+    };
+    Time const time(1, 2, 3, 4, 5, 6, 7, 8, 9);
+    EXPECT_EQ(1, get(time, &f[0]));
+    EXPECT_EQ((Fields{1, 2, 3, 4, 5, 6, 7, 8, 9}), f);
+    EXPECT_EQ(0, get(Time(), &f[0]));
+    EXPECT_EQ(1, get(timeOf({7, 7, 7}), nullptr));
+    EXPECT_EQ((Fields{1, 7, 7}), f);
+}
+
 TEST(TimeTest, GreaterFieldsDecideWhichTimeIsPast) {
     for (std::size_t i = 0; i < 9; ++i) {
         Fields earlier = {1, 1, 1, 1, 1, 1, 1, 1, 1};
@@ -99,12 +115,15 @@ TEST(TimeTest, CountsElapsedWholeDaysAndSeconds) {
         {{2024, 1, 1}, {2024, 1, 2, 0, 0, 1}, 1, 86401},
         {{2023, 12, 31, 23, 59, 59}, {2024, 1, 1, 0, 0, 1}, 0, 2},
         {{0, 2, 28}, {0, 3, 1}, 1, 86400},  // year 0 is an ordinary one
+        {{0, 12, 31}, {1, 1, 1}, 1, 86400},
         {{65535, 1, 1}, {2024, 1, 1}, NO_TIME, NO_TIME},
+        {{2024, 1, 1}, {65535, 1, 1}, NO_TIME, NO_TIME},
         {{2024, 1, 1, 0, 0, 1}, {2024, 1, 1}, NO_TIME, NO_TIME},
         // Deliberate: a fraction up to a millisecond short takes a second or a day away, one that
         // is shorter still does not.
         {{2024, 1, 1, 9, 0, 0, 1}, {2024, 1, 2, 9, 0, 0}, 0, 86399},
         {{2024, 1, 1, 9, 0, 0, 1, 0, 1}, {2024, 1, 2, 9, 0, 0}, 1, 86400},
+        {{2024, 1, 1, 9, 0, 0, 1, 1}, {2024, 1, 2, 9, 0, 0, 0, 0, 1}, 1, 86400},
         // Deliberate: the limit, 49710 days and 23296 seconds, looks at whole days and times of
         // day, the sum at the difference of the dates.
         {{1970, 1, 1}, {2106, 2, 7, 6, 28, 14}, 49710, 4294967294u},
@@ -133,11 +152,34 @@ TEST(CurrentTimeTest, LocalTimeFollowsTheZone) {
     EXPECT_EQ("2024-02-29 12:00:00.000,000,000", textOf(time));
     EXPECT_EQ("2024-07-01 08:00:00.000,000,000", timeIn("EST5EDT,M3.2.0,M11.1.0", 1719835200));
     EXPECT_EQ("1969-12-31 23:59:55.000,000,000", timeIn("UTC0", -5));
-    EXPECT_EQ("", timeIn("UTC0", -1));  // no time
-    EXPECT_EQ(0, getSystemTime(&time));
+    auto const fails = [&](time_t seconds) {
+        return timeIn("UTC0", seconds) == "" && getSystemTime(&time) == 0;
+    };
+    EXPECT_TRUE(fails(-1));  // no time
+    if (sizeof(time_t) == 8) {
+        EXPECT_TRUE(fails(static_cast<time_t>(2005930656000)));  // in the year 65535
+        EXPECT_TRUE(fails(std::numeric_limits<time_t>::max()));
+    }
+    EXPECT_EQ(0, getSystemTime(nullptr) + getLocalTime(nullptr));
     EXPECT_EQ("1969-12-31 23:59:55.000,000,000", textOf(time));
     unsetenv("TZ");
     tzset();
+}
+
+TEST(CurrentTimeTest, CallsThatMayBlockAreReportedWithTheirNumbers) {
+    static std::string reported;
+    BlockingCall::install([](StatementInfo const& call) {
+        reported += std::string(call.function()) + " " + std::to_string(call.line()) + "/" +
+                    std::to_string(call.sub()) + " ";
+    });
+    Time time;
+    getSystemTime(&time);
+    getLocalTime(&time);
+    BlockingCall::install(nullptr);
+    EXPECT_EQ(
+        "getSystemTime 33/1 getSystemTime 33/2 getSystemTime 41/1 getSystemTime 41/2 "
+        "getLocalTime 85/1 getLocalTime 85/2 getLocalTime 94/1 getLocalTime 94/2 ",
+        reported);
 }
 
 class TimeCounterTest : public ::testing::Test {
@@ -170,7 +212,10 @@ TEST_F(TimeCounterTest, FailureOfTheClockIsLogged) {
     EXPECT_EQ(0, TimeCounter::start(8));
     EXPECT_TRUE(log.has("[CAUTION!!!]clock_gettime() Failed. CLOCK_MONOTONIC. errno:[22]\r\n"));
     EXPECT_TRUE(log.has("start(ID) Failed. TickTime is Invalid. CounterId:[8]\r\n"));
+    EXPECT_EQ(0, TimeCounter().start());
+    EXPECT_TRUE(log.has("TimeCounter::start() Failed.\r\n"));
     EXPECT_EQ(NO_TIME, TimeCounter::watch(8));
+    EXPECT_TRUE(log.has("Failed. Key Not Applicable. CounterId:[8]\r\n"));
     EXPECT_EQ(NO_TIME, TimeCounter::stop(7));
     EXPECT_TRUE(log.has("(ID) Failed. StartTime:[1000], TickTime:[4294967295]\r\n"));
     EXPECT_EQ(NO_TIME, TimeCounter::stop(7)) << "it is gone in spite of the failure";

@@ -1,9 +1,11 @@
-// Internal. The device's time zone, by the companion library's class.
+// Internal. The device's time zone, by the companion library's class, and the lock for conversions.
 
 #ifndef UTL_PLATFORM_TIME_ZONE_H
 #define UTL_PLATFORM_TIME_ZONE_H
 
 #include <time.h>
+
+#include "platform/UtlStaticLock.h"
 
 // Android: the companion time-zone library supplies it. Elsewhere this library does.
 class LocalTimeTzApp {
@@ -14,5 +16,15 @@ public:
     // Turns seconds since the epoch into local broken-down time. -1 on failure.
     int LocalTimeTz(long const& seconds, tm& result);
 };
+
+namespace utl {
+namespace platform {
+
+// The C library converts times under a lock of its own, for UTC too. The thread sanitizer does not
+// see that one, and a child process would inherit it locked: whoever converts holds this one.
+inline StaticLock timeZoneLock(LockOrder::TIME_ZONE);
+
+}  // namespace platform
+}  // namespace utl
 
 #endif  // UTL_PLATFORM_TIME_ZONE_H

@@ -186,6 +186,7 @@ int getSystemTime(Time* out) {
     bool isConverted;
     {
         BlockingCall const blocking(SOURCE, "getSystemTime", 41);
+        platform::StaticGuard const guard(platform::timeZoneLock);
         isConverted = gmtime_r(&now, &brokenDown) != nullptr;
     }
     return isConverted ? store(brokenDown, out) : 0;
