@@ -1,12 +1,14 @@
 // The log of a program that has no __android_log_print of its own: nothing here may use LogCapture,
 // which brings one.
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -14,64 +16,59 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
-#include <cstdarg>
 #include <cstdlib>
-#include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "UtlFile.h"
 #include "UtlLog.h"
 
+#include "support/FakeClock.h"
 #include "support/Gate.h"
+#include "support/Process.h"
 #include "support/Scratch.h"
 
 namespace {
 
-int unknownFlags = 0;            // what this kernel does not know
-bool mayReopen = true;           // or has no descriptor left
-ssize_t room = SSIZE_MAX;        // bytes
-std::atomic<unsigned> waits{0};  // for room
+int unknownFlags = 0;        // what this kernel does not know
+bool hasDescriptors = true;  // to open standard error again
+ssize_t room = SSIZE_MAX;    // bytes
+std::vector<int> waits;      // the time-outs of those who waited for more
+std::function<void()> whileWaiting;
 
 }  // namespace
 
 // Takes the place of the C library's, as on an older kernel or with less room.
-extern "C" ssize_t pwritev2(int fd, iovec const* pieces, int, off_t, int flags) {
+extern "C" ssize_t pwritev2(int fd, iovec const* pieces, int count, off_t at, int flags) {
     if ((flags & unknownFlags) != 0 || room == 0) {
         errno = room == 0 ? EAGAIN : EOPNOTSUPP;
         return -1;
     }
-    iovec const part = {pieces->iov_base, std::min(pieces->iov_len, static_cast<size_t>(room))};
-    room -= room < SSIZE_MAX ? static_cast<ssize_t>(part.iov_len) : 0;
-    return syscall(SYS_pwritev2, fd, &part, 1, -1L, -1L, flags);
+    if (room == SSIZE_MAX) {
+        return syscall(SYS_pwritev2, fd, pieces, count, at, at, flags);
+    }
+    std::size_t const size = std::min(pieces->iov_len, static_cast<std::size_t>(room));
+    room -= static_cast<ssize_t>(size);
+    return write(fd, pieces->iov_base, size);
 }
 
-// Likewise: may refuse to open standard error again.
-extern "C" int open(char const* path, int flags, ...) {
-    if (!mayReopen && std::strcmp(path, "/proc/self/fd/2") == 0) {
-        errno = EMFILE;
+// Likewise: a wait ends at once, interrupted when room has come. Who merely looks finds some, which
+// is gone when he uses it, unless he has no better way.
+extern "C" int poll(pollfd* fds, nfds_t count, int timeout) {
+    if (timeout == 0) {
+        timespec const atOnce = {0, 0};
+        return hasDescriptors ? 1 : ppoll(fds, count, &atOnce, nullptr);
+    }
+    waits.push_back(timeout);
+    if (std::function<void()> const event = whileWaiting) {
+        event();
+        errno = EINTR;
         return -1;
     }
-    va_list arguments;
-    va_start(arguments, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return openat(AT_FDCWD, path, flags, mode);
-}
-
-// Likewise: what has to wait gets three bytes of room twice, or waits in vain, at once.
-extern "C" int poll(pollfd* fds, nfds_t count, int timeout) {
-    waits += timeout > 0 ? 1 : 0;
-    if (timeout > 0 && room == 0) {
-        room = waits <= 2 ? 3 : 0;
-        return room > 0 ? 1 : 0;
-    }
-    timespec const atOnce = {0, 0};
-    return ppoll(fds, count, &atOnce, nullptr);
+    return 0;
 }
 
 namespace {
@@ -173,144 +170,189 @@ std::size_t stopReading() {
     return stored;
 }
 
-// Reads on: the next `size` bytes.
-std::string take(int reader, std::size_t size) {
+void expectNext(int reader, std::string const& expected) {
     control(TCOON);
-    std::string text(size, '\0');
+    std::string text(expected.size(), '\0');
     std::size_t done = 0;
-    for (ssize_t got; done < size && (got = read(reader, &text[done], size - done)) > 0;) {
+    for (ssize_t got;
+         done < text.size() && (got = read(reader, &text[done], text.size() - done)) > 0;) {
         done += static_cast<std::size_t>(got);
     }
-    return text;
+    EXPECT_EQ(expected, text);
 }
 
 std::string line(std::string const& head, std::string const& text) {
     return head + '(' + std::to_string(getpid()) + "): " + text + '\n';
 }
 
-struct Kind {
-    char const* name;
-    Ends (*make)();
-};
-
-struct Kernel {
-    char const* name;
-    int unknownFlags;
-    bool mayReopen;
-};
+void logByThreads(int count) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back([] { rawlog(-1, 3, "by a thread"); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
 
 // Runs `work` with the reading end, in a process whose standard error this is.
 template <typename Work>
-void withStandardError(Ends (*make)(), Work work) {
-    EXPECT_TRUE(test::inChild([&] {
+bool withStandardError(Ends (*make)(), Work work) {
+    return test::inChild([&] {
         alarm(static_cast<unsigned>(test::PATIENCE.count()));
         Ends const ends = make();
         dup2(ends.write, STDERR_FILENO);
         close(ends.write);
         work(ends.read);
+    });
+}
+
+void isNotHeldUp(int reader) {
+    unsigned const descriptors = test::openDescriptors();
+    logByThreads(1);
+    expectNext(reader, line("D/", "by a thread"));
+
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    rlimit const none = {3, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, hasDescriptors ? &limit : &none);
+    std::size_t const stored = stopReading();
+    logByThreads(30);
+    EXPECT_EQ(1u, waits.size());
+    expectNext(reader, std::string(stored, 'x'));
+    rawlog(-1, 3, "next");
+    rawlog(-1, 3, "last");
+    expectNext(reader, line("W/", "lines lost: 30") + line("D/", "next") + line("D/", "last"));
+    stopReading();
+    rawlog(-1, 3, "waits again");
+    EXPECT_EQ(2u, waits.size());
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(descriptors, test::openDescriptors());
+}
+
+void isLeftAlone(int reader) {
+    close(reader);
+    rawlog(-1, 3, "kills nobody");
+
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+    timespec const atOnce = {0, 0};
+    rawlog(-1, 3, "leaves none");
+    EXPECT_EQ(-1, sigtimedwait(&pipeSignal, nullptr, &atOnce));
+    raise(SIGPIPE);
+    rawlog(-1, 3, "takes none");
+    EXPECT_EQ(SIGPIPE, sigtimedwait(&pipeSignal, nullptr, &atOnce));
+}
+
+TEST(LogSinkTest, ReaderThatHasStoppedOrGoneNeitherHoldsUpNorKills) {
+    for (auto const make : {makePipe, makeSocket, makeTerminal}) {
+        for (int const unknown : {0, ~RWF_NOWAIT, ~0}) {
+            for (bool const has : {true, false}) {
+                SCOPED_TRACE(std::to_string(unknown) + (has ? "" : " without descriptors"));
+                unknownFlags = unknown;
+                hasDescriptors = has;
+                EXPECT_TRUE(withStandardError(make, isNotHeldUp));
+                EXPECT_TRUE(withStandardError(make, isLeftAlone));
+            }
+        }
+    }
+    unknownFlags = 0;
+    hasDescriptors = true;
+}
+
+TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
+    EXPECT_TRUE(withStandardError(makePipe, [](int reader) {
+        test::FakeClock clock(1000);
+        test::FakeClock::Use const use(clock);
+        room = 0;
+        whileWaiting = [&] {
+            clock.advance(40);
+            room = waits.size() < 3 ? 1 : SSIZE_MAX;
+        };
+        rawlog(-1, 3, "whole");
+        expectNext(reader, line("D/", "whole"));
+        room = 0;
+        whileWaiting = [&] {
+            clock.advance(50);
+            room = waits.back() == 100 ? 1 : 0;
+        };
+        rawlog(-1, 3, "of one byte only");
+        EXPECT_EQ((std::vector<int>{100, 60, 20, 100, 50}), waits);
+        expectNext(reader, "D");
+
+        room = SSIZE_MAX;
+        EXPECT_TRUE(test::inChild([&] {
+            rawlog(-1, 3, "of another process");
+            expectNext(reader, line("D/", "of another process"));
+        }));
+        rawlog(-1, 3, "next");
+        room = 0;
+        whileWaiting = nullptr;
+        rawlog(-1, 3, "not at all");
+        room = SSIZE_MAX;
+        rawlog(-1, 3, "last");
+        std::string const lost = line("W/", "lines lost: 1");
+        expectNext(reader, '\n' + lost + line("D/", "next") + lost + line("D/", "last"));
     }));
 }
 
-class StandardErrorTest : public ::testing::TestWithParam<std::tuple<Kind, Kernel>> {
-protected:
-    template <typename Work>
-    void withKernel(Work work) {
-        auto const& [kind, kernel] = GetParam();
-        withStandardError(kind.make, [&](int reader) {
-            unknownFlags = kernel.unknownFlags;
-            mayReopen = kernel.mayReopen;
-            work(reader);
-        });
-    }
-};
-
-TEST_P(StandardErrorTest, OneLineWaitsForAReaderThatHasStopped) {
-    withKernel([](int reader) {
-        rawlog(-1, 3, "first");
-        std::size_t const stored = stopReading();
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 30; ++i) {
-            threads.emplace_back([] { rawlog(-1, 3, "lost"); });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_EQ(1u, waits);
-
-        std::string expected = line("D/", "first") + std::string(stored, 'x');
-        EXPECT_EQ(expected, take(reader, expected.size()));
-        rawlog(-1, 3, "next");
-        rawlog(-1, 3, "last");
-        expected = line("W/", "lines lost: 30") + line("D/", "next") + line("D/", "last");
-        EXPECT_EQ(expected, take(reader, expected.size()));
-        stopReading();
-        rawlog(-1, 3, "waits again");
-        EXPECT_EQ(2u, waits);
-    });
-}
-
-TEST_P(StandardErrorTest, ReaderThatHasGoneLeavesTheProcessAndItsSignalsAlone) {
-    withKernel([](int reader) {
-        close(reader);
-        rawlog(-1, 3, "kills nobody");
-
-        sigset_t pipeSignal;
-        sigemptyset(&pipeSignal);
-        sigaddset(&pipeSignal, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
-        timespec const atOnce = {0, 0};
-        rawlog(-1, 3, "leaves none");
-        EXPECT_EQ(-1, sigtimedwait(&pipeSignal, nullptr, &atOnce));
-        raise(SIGPIPE);
-        rawlog(-1, 3, "takes none");
-        EXPECT_EQ(SIGPIPE, sigtimedwait(&pipeSignal, nullptr, &atOnce));
-    });
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Of, StandardErrorTest,
-    ::testing::Combine(::testing::Values(Kind{"Pipe", makePipe}, Kind{"Socket", makeSocket},
-                                         Kind{"Terminal", makeTerminal}),
-                       ::testing::Values(Kernel{"Newest", 0, true},
-                                         Kernel{"Newer", ~RWF_NOWAIT, true},
-                                         Kernel{"Older", ~0, true},
-                                         Kernel{"OlderThatMayNotReopen", ~0, false})),
-    [](auto const& c) {
-        return std::get<0>(c.param).name + std::string("OfThe") + std::get<1>(c.param).name;
-    });
-
-TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
-    withStandardError(makePipe, [](int reader) {
+TEST(LogSinkTest, TimeBehindOthersCounts) {
+    EXPECT_TRUE(withStandardError(makePipe, [](int) {
+        test::FakeClock clock(1000);
+        test::FakeClock::Use const use(clock);
+        std::thread second;
         room = 0;
-        rawlog(-1, 3, "of six bytes only");
-        std::string const six = line("D/", "").substr(0, 6);
-        EXPECT_EQ(six, take(reader, 6));
+        whileWaiting = [&] {
+            unsigned const reads = clock.reads;
+            second = std::thread([&] {
+                test::FakeClock::Use const useToo(clock);
+                rawlog(-1, 3, "finds no room");
+            });
+            while (clock.reads == reads) {
+                sched_yield();
+            }
+            clock.advance(90);
+            room = static_cast<ssize_t>(line("D/", "first").size());
+            whileWaiting = nullptr;
+        };
+        rawlog(-1, 3, "first");
+        second.join();
+        EXPECT_EQ((std::vector<int>{100, 10}), waits);
+    }));
+}
 
-        EXPECT_TRUE(test::inChild([&] {
-            room = SSIZE_MAX;
-            rawlog(-1, 3, "of another process");
-            std::string const expected = line("D/", "of another process");
-            EXPECT_EQ(expected, take(reader, expected.size()));
-        }));
-        room = SSIZE_MAX;
-        rawlog(-1, 3, "next");
-        std::string const expected = '\n' + line("W/", "lines lost: 1") + line("D/", "next");
-        EXPECT_EQ(expected, take(reader, expected.size()));
-    });
+TEST(LogSinkTest, ProgramsMayCallItThemselves) {
+    EXPECT_TRUE(withStandardError(makePipe, [](int reader) {
+        constexpr wchar_t NO_CHARACTER[] = {static_cast<wchar_t>(0xDC00), 0};
+        // Named in the source, it would be LogCapture's.
+        auto const print = reinterpret_cast<int (*)(int, char const*, char const*, ...)>(
+            dlsym(RTLD_DEFAULT, "__android_log_print"));
+        print(-1, nullptr, "%ls", NO_CHARACTER);
+        print(7, "", "last letter");
+        print(8, "", "%s", std::string(2000, 'x').c_str());
+        std::string const empty = line("?/", "");
+        expectNext(reader, empty + line("F/", "last letter") +
+                               line("?/", std::string(1023 - empty.size(), 'x')));
+    }));
 }
 
 TEST(LogSinkTest, LoggingIsNoCancellationPoint) {
     test::Scratch const scratch;
-    utl::File file(scratch("lines"), utl::File::UTF8);
-    ASSERT_EQ(1, file.open(utl::File::EMPTY, utl::File::WRITE));
-    bool hasLogged = false;
-    std::thread cancelled([&] {
-        pthread_cancel(pthread_self());
-        applog(-1, 3, &file, "to a file and standard error");
-        hasLogged = true;
-    });
-    cancelled.join();
-    EXPECT_TRUE(hasLogged);
+    EXPECT_TRUE(withStandardError(makePipe, [&](int) {
+        utl::File file(scratch("lines"), utl::File::UTF8);
+        EXPECT_EQ(1, file.open(utl::File::EMPTY, utl::File::WRITE));
+        bool hasLogged = false;
+        std::thread cancelled([&] {
+            pthread_cancel(pthread_self());
+            applog(-1, 3, "to standard error");
+            applog(-1, 3, &file, "to a file too");
+            hasLogged = true;
+        });
+        cancelled.join();
+        EXPECT_TRUE(hasLogged);
+    }));
 }
 
 }  // namespace

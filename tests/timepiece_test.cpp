@@ -71,7 +71,8 @@ TEST(TimeTest, GetStoresTheFieldsThatAreWanted) {
     auto const get = [&f](Time const& time, unsigned short* year) {
         return time.get(year, &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8]);
     };
-    Time const time(1, 2, 3, 4, 5, 6, 7, 8, 9);
+    Time time;
+    EXPECT_EQ(1, time.set(1, 2, 3, 4, 5, 6, 7, 8, 9));
     EXPECT_EQ(1, get(time, &f[0]));
     EXPECT_EQ((Fields{1, 2, 3, 4, 5, 6, 7, 8, 9}), f);
     EXPECT_EQ(0, get(Time(), &f[0]));
@@ -173,6 +174,7 @@ TEST(CurrentTimeTest, CallsThatMayBlockAreReportedWithTheirNumbers) {
                     std::to_string(call.sub()) + " ";
     });
     Time time;
+    fakeTime = 0;
     getSystemTime(&time);
     getLocalTime(&time);
     BlockingCall::install(nullptr);

@@ -28,6 +28,7 @@ struct FakeClock {
     };
 
     std::atomic<std::int64_t> milliseconds;
+    mutable std::atomic<unsigned> reads{0};
     std::atomic<int> error{0};  // what reading it fails with; 0 for nothing
 
     static inline thread_local FakeClock const* used = nullptr;
@@ -42,6 +43,7 @@ extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
         static auto const real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_gettime"));
         return real(id, now);
     }
+    ++fake->reads;
     now->tv_sec = static_cast<time_t>(fake->milliseconds / 1000);
     now->tv_nsec = static_cast<long>(fake->milliseconds % 1000) * 1000000;
     errno = fake->error != 0 ? fake->error.load() : errno;

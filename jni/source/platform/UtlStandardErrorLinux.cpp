@@ -50,8 +50,7 @@ public:
         sigemptyset(&pipeSignal);
         sigaddset(&pipeSignal, SIGPIPE);
         timespec const atOnce = {0, 0};
-        while (sigtimedwait(&pipeSignal, nullptr, &atOnce) == -1 && errno == EINTR) {
-        }
+        sigtimedwait(&pipeSignal, nullptr, &atOnce);
     }
 
 private:
@@ -59,11 +58,11 @@ private:
     bool mIsProgramsPending = false;
 };
 
-// Ways to write without waiting. No kernel knows each of them for everything: EOPNOTSUPP, or EINVAL
-// from one that is older than the flags.
+// Ways to write without waiting. No kernel knows each of them for everything: EOPNOTSUPP; EINVAL
+// from one that is older than the flags, ENOSYS from one that is older than the call.
 
 bool isUnknownToTheKernel(ssize_t result) {
-    return result == -1 && (errno == EOPNOTSUPP || errno == EINVAL);
+    return result == -1 && (errno == EOPNOTSUPP || errno == EINVAL || errno == ENOSYS);
 }
 
 ssize_t writeWithFlags(char const* text, std::size_t size, int flags) {
