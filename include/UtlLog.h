@@ -19,7 +19,7 @@
 // Any thread may call these functions at any time, from static constructors and while the process
 // exits too. They leave errno as it is and are no cancellation points. On Linux lines go to
 // standard error unless the program defines __android_log_print itself. That one is called with the
-// log locked: it must call nothing of this library and wait for nobody who logs.
+// log locked: it must call nothing of this library, wait for nobody who logs and return.
 //
 // Standard error never stops or kills the process: a line that finds no room for 100 ms is dropped,
 // those after it at once until there is room again, and a reader that has gone raises no SIGPIPE.

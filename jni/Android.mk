@@ -36,6 +36,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlStringSearch.cpp \
     source/text/UtlWorkingBuffer.cpp \
     source/foundation/UtlLog.cpp \
+    source/foundation/UtlLogTypes.cpp \
     source/foundation/UtlBlockingCall.cpp \
     source/foundation/UtlCountingPointer.cpp \
     source/foundation/UtlEvent.cpp \

@@ -3,8 +3,11 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
+#include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -12,11 +15,18 @@
 
 namespace {
 
-// A registered type stays. There is room for 62: all that these tests register are of this range.
-constexpr int FIRST_TYPE = 100;
-constexpr int LAST_TYPE = 161;
+// A registered type stays. There is room for 62: all that these tests register are of these.
 constexpr int TYPE = 130;
 constexpr int UNREGISTERED_TYPE = 99;
+
+std::vector<int> sixtyTwoTypes() {
+    std::mt19937 random(1);
+    std::vector<int> types = {TYPE};
+    while (types.size() < 62) {
+        types.push_back(static_cast<int>(random()));
+    }
+    return types;
+}
 
 constexpr char LONGEST_NAME[] = "1234567890123456789012345678901";
 
@@ -144,16 +154,36 @@ TEST_F(LogTest, NamesAndTagsHave31BytesAtTheMost) {
     EXPECT_EQ(Lines{std::string("3 ") + LONGEST_NAME + ": text"}, calls(log));
 }
 
+TEST_F(LogTest, NameAndFilterAreThoseOfOneMoment) {
+    std::atomic<bool> isOver{false};
+    std::thread changing([&isOver] {
+        for (int i = 0; i < 20000; ++i) {
+            registerLogType(TYPE, "<lets all pass by> ", 4);
+            registerLogType(TYPE, "<DROPS> ", 3);
+        }
+        isOver = true;
+    });
+    while (!isOver) {
+        applog(TYPE, 4, "line");
+    }
+    changing.join();
+    for (std::string const& call : calls(log)) {
+        ASSERT_EQ("2 : <lets all pass by> DBG: line\r\n", call);
+    }
+}
+
 TEST_F(LogTest, TableHolds62FurtherTypes) {
-    for (int i = 0; i < 62; ++i) {
-        int const type = FIRST_TYPE + i * 5 % 62;  // in no order
-        EXPECT_TRUE(registerLogType(type, "<F> ", type % 5));
+    for (int const type : sixtyTwoTypes()) {
+        EXPECT_TRUE(registerLogType(type, "<F> ", type & 3));
     }
     EXPECT_FALSE(registerLogType(UNREGISTERED_TYPE, "<F> ", 3));
-    for (int type = FIRST_TYPE; type <= LAST_TYPE; ++type) {
-        EXPECT_EQ(type % 5, getFilterLevel(type));
+    for (int const type : sixtyTwoTypes()) {
+        EXPECT_EQ(type & 3, getFilterLevel(type));
     }
-    EXPECT_EQ(3, getFilterLevel(-2));
+    EXPECT_EQ(5, getFilterLevel(UNREGISTERED_TYPE));
+    EXPECT_EQ(6, getFilterLevel(-1) + getFilterLevel(-2));
+    setAllFilterLevel(4);
+    EXPECT_EQ(12, getFilterLevel(-1) + getFilterLevel(-2) + getFilterLevel(TYPE));
 }
 
 }  // namespace

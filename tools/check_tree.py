@@ -17,7 +17,7 @@ LAYERS = [
     {"UtlSyncObject"},
     {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8",
      "UtlCharTable", "UtlCharTableData"},
-    {"UtlLog", "UtlLogLine"},
+    {"UtlLog", "UtlLogLine", "UtlLogTypes"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",
      "UtlBlockingCall", "UtlVisitorCount", "UtlUserCode"},
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",

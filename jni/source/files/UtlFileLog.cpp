@@ -26,25 +26,29 @@ void write(LogLine const& line, File* file) {
 }  // namespace utl
 
 int applog(int type, int level, utl::File* file, char const* format, ...) {
-    utl::platform::ErrnoGuard const guard;
     utl::LogLine line;
+    if (!line.admit(type, level, format)) {
+        return 0;
+    }
+    utl::platform::ErrnoGuard const guard;
     va_list arguments;
     va_start(arguments, format);
-    if (line.compose(type, level, format, arguments)) {
-        utl::write(line, file);
-    }
+    line.compose(format, arguments);
     va_end(arguments);
+    utl::write(line, file);
     return 0;
 }
 
 int rawlog(int type, int level, utl::File* file, char const* format, ...) {
-    utl::platform::ErrnoGuard const guard;
     utl::LogLine line;
+    if (!line.admit(type, level, format)) {
+        return 0;
+    }
+    utl::platform::ErrnoGuard const guard;
     va_list arguments;
     va_start(arguments, format);
-    if (line.composeRaw(type, level, format, arguments)) {
-        utl::write(line, file);
-    }
+    line.composeRaw(format, arguments);
     va_end(arguments);
+    utl::write(line, file);
     return 0;
 }

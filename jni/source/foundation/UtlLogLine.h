@@ -1,4 +1,12 @@
 // Internal. One line of the log, composed on the stack of the thread that logs.
+//
+//     LogLine line;
+//     if (!line.admit(type, level, format)) {
+//         return 0;
+//     }
+//     platform::ErrnoGuard const guard;
+//     line.compose(format, arguments);
+//     line.write();
 
 #ifndef UTL_LOG_LINE_H
 #define UTL_LOG_LINE_H
@@ -19,12 +27,12 @@ constexpr int LEVEL_DEBUG = 4;
 
 class LogLine {
 public:
-    // The line of an applog() or a rawlog() call. False when the type's filter drops it or there is
-    // no format; there is no line then.
-    bool compose(int type, int level, char const* format, va_list arguments)
-        UTL_PRINTF_FORMAT(4, 0);
-    bool composeRaw(int type, int level, char const* format, va_list arguments)
-        UTL_PRINTF_FORMAT(4, 0);
+    // False when the type's filter drops the message or there is no format: there is no line then.
+    bool admit(int type, int level, char const* format);
+
+    // The line of an applog() or a rawlog() call that has been admitted.
+    void compose(char const* format, va_list arguments) UTL_PRINTF_FORMAT(2, 0);
+    void composeRaw(char const* format, va_list arguments) UTL_PRINTF_FORMAT(2, 0);
 
     char const* text() const { return mText; }
 
@@ -36,8 +44,9 @@ private:
 
     void cutAt(unsigned long position);
 
-    char mText[SIZE];
-    int mLevel = 0;
+    char mText[SIZE];           // the type's name at first
+    unsigned long mNameLength;  // known with admit(), as the level is
+    int mLevel;
 };
 
 }  // namespace utl

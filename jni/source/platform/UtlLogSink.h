@@ -11,7 +11,6 @@
 
 #include "UtlApi.h"
 
-#include "platform/UtlCancellation.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlStaticLock.h"
 
@@ -31,7 +30,7 @@ constexpr int LOG_PRIORITY_WARN = 5;
 inline StaticLock logSinkLock(LockOrder::LOG_OUTPUT);
 
 // The turn of one thread to write; what it writes meanwhile stays together. A thread that has the
-// turn may take it again. It is not cancelled as long as it does.
+// turn may take it again. It must not be cancelled meanwhile, which is the sink's to see to.
 class LogTurn {
 public:
     LogTurn() {
@@ -73,8 +72,6 @@ private:
     static inline int sDepth = 0;
     static inline bool sIsHeldUp = false;
     static inline std::uint32_t sHeldUpSince = NO_TICK;
-
-    NoCancellation const mNoCancellation;
 };
 
 }  // namespace platform

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 
+#include "platform/UtlCancellation.h"
 #include "platform/UtlStandardError.h"
 
 namespace {
@@ -110,6 +111,7 @@ __attribute__((weak)) int __android_log_print(int priority, char const* tag, cha
     }
     line[length++] = '\n';
 
+    utl::platform::NoCancellation const noCancellation;
     LogTurn const turn;
     if (output.process != process) {
         output.process = process;
