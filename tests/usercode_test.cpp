@@ -8,6 +8,7 @@
 #include <string>
 #include <tuple>
 
+#include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -78,6 +79,11 @@ constexpr Call CALLS[] = {
      [](Leaving&) {
          ThreadRawMsg record(8);
          LeavingMsg().restoreFrom(record);
+     }},
+    {"Sink", "__android_log_print",
+     [](Leaving&) {
+         test::replaceNextLine(leave);
+         applog(1, 1, "a line");
      }},
     {"OnTime", "TimerListener::onTime\\(leaving\\)",
      [](Leaving& leaving) {

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "platform/UtlLogSink.h"
 
@@ -19,6 +20,7 @@ struct Captured {
     bool isOn = false;
     bool isEchoed = false;
     bool isStuck = false;
+    void (*instead)() = nullptr;
     std::condition_variable freed;
     std::vector<LogLine> lines;
 };
@@ -41,6 +43,10 @@ unsigned countLocked(std::string const& part) {
 
 void echoLog() {
     captured().isEchoed = true;
+}
+
+void replaceNextLine(void (*function)()) {
+    captured().instead = function;
 }
 
 LogCapture::LogCapture() {
@@ -99,6 +105,9 @@ int __android_log_print(int priority, char const* tag, char const* format, ...) 
     test::Captured& captured = test::captured();
     std::unique_lock<std::mutex> guard(captured.mutex);
     captured.freed.wait(guard, [&] { return !captured.isStuck; });
+    if (auto const function = std::exchange(captured.instead, nullptr)) {
+        function();
+    }
     if (captured.isOn) {
         captured.lines.push_back({priority, tag, text});
         captured.added.notify_all();

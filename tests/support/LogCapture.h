@@ -18,6 +18,9 @@ struct LogLine {
 
 void echoLog();
 
+// The next line calls `function`.
+void replaceNextLine(void (*function)());
+
 // One at a time.
 class LogCapture {
 public:

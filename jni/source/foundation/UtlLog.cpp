@@ -9,6 +9,7 @@
 
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlLogTypes.h"
+#include "foundation/UtlUserCode.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlLogSink.h"
 
@@ -69,12 +70,14 @@ void LogLine::composeRaw(char const* format, va_list arguments) {
 }
 
 void LogLine::write() const {
-    LevelOutput const& output = LEVELS[mLevel];
     platform::LogTurn const turn;
-    if (output.isSystemError) {
-        __android_log_print(output.priority, SYSTEM_ERROR_TAG, "%s", mText);
-    }
-    __android_log_print(output.priority, processTag, "%s", mText);
+    callUserCode("__android_log_print", processTag, [this] {
+        LevelOutput const& output = LEVELS[mLevel];
+        if (output.isSystemError) {
+            __android_log_print(output.priority, SYSTEM_ERROR_TAG, "%s", mText);
+        }
+        __android_log_print(output.priority, processTag, "%s", mText);
+    });
 }
 
 void LogLine::cutAt(unsigned long position) {
