@@ -3,6 +3,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -23,17 +24,19 @@ void require(bool holds) {
     }
 }
 
-// One file for all runs, as closing it waits for the disk.
+// A file in memory, one for all runs.
 class Scratch {
 public:
-    Scratch() : mDescriptor(mkstemp(mPath)), file(mPath, 0), plainFile(mPath, 0) {
-        require(mDescriptor != -1);
+    Scratch()
+        : mDescriptor(memfd_create("fuzz", MFD_CLOEXEC)),
+          file(("/proc/self/fd/" + std::to_string(mDescriptor)).c_str(), 0),
+          plainFile("") {
         require(file.open(File::AS_IT_IS, File::READ) == 1);
-        require(plainFile.open(File::AS_IT_IS, File::READ) == 1);
-        unlink(mPath);
     }
 
-    void fill(std::string const& bytes, int textType) {
+    void fill(std::string const& content, int textType) {
+        bytes = content;
+        plainFile = plain::Memory(content);
         require(ftruncate(mDescriptor, 0) == 0);
         require(pwrite(mDescriptor, bytes.data(), bytes.size(), 0) ==
                 static_cast<ssize_t>(bytes.size()));
@@ -43,19 +46,32 @@ public:
 
     void goTo(long long position) {
         require(file.seek(position, File::FROM_START) == position);
-        require(plainFile.seek(position, File::FROM_START) == position);
+        plainFile.seek(position, File::FROM_START);
     }
 
     bool isTogether() const { return file.position() == plainFile.position(); }
 
 private:
-    char mPath[32] = "/tmp/utl-fuzz-XXXXXX";
     int const mDescriptor;
 
 public:
+    std::string bytes;
     File file;
-    File plainFile;
+    plain::Memory plainFile;
 };
+
+// The text of bytes in UTF-8: the characters among them, up to a zero byte, without a mark in
+// front.
+std::string charactersOf(std::string const& bytes) {
+    plain::Memory memory(bytes);
+    std::string text;
+    std::string c = plain::nextCharacter(memory, File::UTF8);
+    for (c = c == "\uFEFF" ? plain::nextCharacter(memory, File::UTF8) : c;
+         !c.empty() && c[0] != '\0'; c = plain::nextCharacter(memory, File::UTF8)) {
+        text += strCharBytesBase(c.c_str()) == c.size() ? c : "";
+    }
+    return text;
+}
 
 // A span of `count` bytes at the position: measured, refused without room, and read.
 std::string readSpan(File& file, unsigned long count, long* result) {
@@ -86,13 +102,16 @@ void fuzzLine(Scratch& scratch, int textType) {
 
     scratch.goTo(begin);
     long spanResult = 0;
-    std::string const span = readSpan(scratch.plainFile, size, &spanResult);
+    std::string const span = readSpan(scratch.file, size, &spanResult);
+    scratch.goTo(begin);
     BasicString<char> text;
     long const result = scratch.file.readLine(&text, nullptr);
     bool const hasText = size > (textType < File::UTF16_HIGH_FIRST ? 0u : 1u);
     require(result == (hasText && spanResult < 0 ? -1 : static_cast<long>(size)));
     require(scratch.file.position() == (result == -1 ? begin : end));
     require(result == -1 || text.c_str() == span);
+    require(result == -1 || textType != File::UTF8 ||
+            span == charactersOf(scratch.bytes.substr(static_cast<unsigned long>(begin), size)));
     scratch.goTo(end);
 }
 
@@ -121,7 +140,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::string const key = input.ConsumeRandomLengthString(8);
     bytes += input.ConsumeRandomLengthString(4096);
     scratch.fill(bytes, textType);
-    scratch.plainFile.setTextType(textType);
 
     while (scratch.file.availableSize() > 0) {
         fuzzLine(scratch, textType);

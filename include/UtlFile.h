@@ -115,7 +115,8 @@ public:
 
     // Bytes.
 
-    // The bytes read, END_OF_FILE at or behind the end, -1 for failure and for a `length` of 0.
+    // The bytes read, END_OF_FILE at or behind the end, and where the file ends before its size;
+    // -1 for failure and for a `length` of 0.
     long read(void* buffer, unsigned long length);
 
     // The bytes written, on a full disk fewer than `length`; -1 for failure and for a `length` of
@@ -149,7 +150,8 @@ public:
                                int mode);
 
     // Text. The caller's is UTF-8, the file's what its text type says. Counts are bytes of the file
-    // and below 5120; -1 for more.
+    // and below 5120; -1 for more. Bytes of a UTF-8 file that begin no character are not in the
+    // text, though they count as read.
 
     // Reads at most `count` bytes and stores their text at `dst` + `dstOffset`; in a string, behind
     // its first `dstOffset` bytes. `textSize`, if given, gets the size of the text with its
@@ -162,8 +164,8 @@ public:
 
     // Reads up to the next line end, which is not stored. Returns the line's bytes without it,
     // END_OF_FILE, or -1. The position is behind the line end afterwards; a `dstSize` of 0 only
-    // asks for the size and leaves it. A `dstSize` of 5120 or more is refused. A line that is
-    // refused stays; findNextLineSize() goes past one that is too long or malformed UTF-8.
+    // asks for the size and leaves it. A `dstSize` of 5120 or more is refused. A line that is too
+    // long, or finds no room, stays; findNextLineSize() goes past it.
     long readLine(char* dst, unsigned long dstSize, unsigned long* textSize);
     long readLine(BasicString<char>* dst, unsigned long* textSize);
 
@@ -177,8 +179,9 @@ public:
     long nextEOLSize();
 
     // Writes at most `maxBytes` bytes of the text from its byte `offset` on. The bytes written; -1
-    // for failure and for SHIFT_JIS, which is only read. In UTF-16 a text of one character is not
-    // written.
+    // for failure, for a shorter text, and for SHIFT_JIS, which is only read. In UTF-16 a text of
+    // one character is not written. A long text that is written piece by piece, with offsets that
+    // go up, must not change in between.
     long writeText(char const* text, unsigned long maxBytes, unsigned long offset);
 
     // The same with a line feed behind it.
@@ -286,11 +289,16 @@ private:
     int hold(int descriptor, int mode);
     long checkRead(long got) const;
     long long openedSize() const;
+    bool reaches(char const* text, unsigned long offset);
 
     BasicString<char> mPath;
     SmartHandle<DestructCloseFile> mHandle;
     int mTextType;
     int mOpenedForWrite;
+
+    // What writeText() was given last, and how much of it is known to be there.
+    char const* mWrittenText = nullptr;
+    unsigned long mWrittenBegin = 0;
 };
 
 }  // namespace utl

@@ -176,6 +176,17 @@ TEST(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
     EXPECT_TRUE(log.has(std::string("ERR: writeFile Failed. Path:") + scratch("full")));
 }
 
+TEST(FileTest, EndsWhereNothingMoreIsReadWhateverItsSizeIs) {
+    File file("/sys/devices/system/cpu/online", UTF8);
+    if (file.open(File::AS_IT_IS, File::READ) != 1 || file.size() < 4096) {
+        GTEST_SKIP() << "no file here says more than it holds";
+    }
+    EXPECT_LT(0u, read(file).find('\n'));
+    EXPECT_EQ("-3", read(file));
+    EXPECT_EQ(0, file.nextEOLSize());
+    EXPECT_EQ(File::END_OF_FILE, file.readLine(nullptr, 0, nullptr));
+}
+
 TEST(FileTest, SeeksByItsOwnOrigins) {
     Scratch const scratch;
     File file(scratch.file("file", "0123456789"), UTF8);
@@ -240,17 +251,29 @@ TEST(FileTest, RefusalsLeaveNoDescriptorBehind) {
     EXPECT_EQ(before, test::openDescriptors());
 }
 
-TEST(FileTest, TakesLinesOfTheLog) {
-    Scratch const scratch;
-    File file(scratch("log"), UTF8);
-    ASSERT_EQ(1, file.open(File::APPEND, File::WRITE));
-    LogCapture const log;
-    applog(-2, 1, &file, "number %d", 7);
-    applog(-2, 4, &file, "dropped");
-    rawlog(-2, 3, &file, "%s", "raw%d");
+TEST(FileTest, TakesLinesOfTheLogWholeInEveryEncoding) {
+    // Cut inside the 79th character; bytes that are none go.
+    std::string text = "\x82\xA0";
+    for (int i = 0; i < 100; ++i) {
+        text += "\u3042";
+    }
+    std::string const whole = "<UTIL> ERR: " + text.substr(2, 78 * 3) + "...\r\n";
+    for (int textType : {UTF8, File::UTF16_HIGH_FIRST, File::UTF16_LOW_FIRST}) {
+        Scratch const scratch;
+        File file(scratch("log"), textType);
+        ASSERT_EQ(1, file.open(File::APPEND, File::READ_WRITE));
+        LogCapture const log;
+        applog(-2, 1, &file, "%s", text.c_str());
+        applog(-2, 1, &file, "%s", "next");
+        applog(-2, 4, &file, "dropped");
+        rawlog(-2, 3, &file, "%s", "raw%d");
+        file.seek(0, File::FROM_START);
+        char line[512];
+        EXPECT_LT(0, file.readText(line, sizeof line, 5118, 0, nullptr));
+        EXPECT_EQ(whole + "<UTIL> ERR: next\r\nraw%d", line);
+        EXPECT_TRUE(log.has("ERR: next") && log.has("raw%d"));
+    }
     applog(-2, 2, static_cast<File*>(nullptr), "nowhere");
-    EXPECT_EQ("<UTIL> ERR: number 7\r\nraw%d", scratch.content("log"));
-    EXPECT_TRUE(log.has("number 7") && log.has("raw%d") && log.has("nowhere"));
 }
 
 // Volume name, directory path, file name, that without extension, and extension; "!" for none.
@@ -258,7 +281,7 @@ std::string partsOf(std::string const& path) {
     File const file(path.c_str(), UTF8);
     std::string parts;
     auto const add = [&](auto take) {
-        char part[260];
+        char part[260] = "";
         parts += take(part, sizeof part) ? std::string(part) + '|' : "!|";
         unsigned long const length = std::char_traits<char>::length(part);
         EXPECT_EQ(0, take(part, length));  // never cut

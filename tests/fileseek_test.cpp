@@ -66,7 +66,7 @@ TEST(SeekKeyRandomTest, FindsWhatThePlainSearchFinds) {
         bytes[random() % bytes.size()] = 'b';
     }
     test::TextFile text(bytes, 0);
-    test::TextFile plainText(bytes, 0);
+    plain::Memory plainText(bytes);
     for (unsigned round = 0; round < 60; ++round) {
         std::string key(1 + random() % 6, 'a');
         key[random() % key.size()] = 'b';
@@ -74,9 +74,9 @@ TEST(SeekKeyRandomTest, FindsWhatThePlainSearchFinds) {
         Position const from = round % 3 == 0 ? HERE : random() % 21000;
         Position const range = round % 4 == 0 ? FAILED : random() % 12000;
         int const mode = round % 2;
-        EXPECT_EQ(plain::seekKey(plainText.file, key, from, range, mode),
+        EXPECT_EQ(plain::seekKey(plainText, key, from, range, mode),
                   seekKey(text.file, key, from, range, mode));
-        EXPECT_EQ(plainText.file.position(), text.file.position()) << key << from << range;
+        EXPECT_EQ(plainText.position(), text.file.position()) << key << from << range;
     }
 }
 

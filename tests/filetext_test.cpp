@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <ostream>
 #include <random>
 #include <string>
 #include <tuple>
@@ -24,6 +26,19 @@ constexpr int UTF8 = File::UTF8;
 constexpr int HIGH_FIRST = File::UTF16_HIGH_FIRST;
 constexpr int LOW_FIRST = File::UTF16_LOW_FIRST;
 
+unsigned long bytesRead = 0;
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" ssize_t pread64(int descriptor, void* buffer, size_t size, off64_t position) {
+    ssize_t const got = pread(descriptor, buffer, size, static_cast<off_t>(position));
+    bytesRead += got > 0 ? static_cast<unsigned long>(got) : 0;
+    return got;
+}
+
+namespace {
+
 constexpr unsigned long LINE_ROOM = 5119;  // the most that readLine() takes
 
 // The result, the text, its size, and the position afterwards.
@@ -46,6 +61,10 @@ struct Reading {
     std::vector<Outcome> outcomes;
 };
 
+void PrintTo(Reading const& reading, std::ostream* out) {
+    *out << reading.name;
+}
+
 class ReadTextTest : public ::testing::TestWithParam<Reading> {};
 
 TEST_P(ReadTextTest, GivesPieceByPiece) {
@@ -65,6 +84,12 @@ INSTANTIATE_TEST_SUITE_P(
             "CrsOverBlocks", UTF8, "x" + std::string(9999, '\r') + "\n", 0, {{1, "x", 2, 10001}}},
         Reading{"MarkInFront", UTF8, "\uFEFFa\n", 0, {{4, "a", 2, 5}}},
         Reading{"MarkBehindCr", UTF8, "\r\uFEFF\n", 0, {{4, "\r\uFEFF", 5, 5}}},
+        Reading{"BytesThatAreNoCharacter",
+                UTF8,
+                "a\xE3\x81z\x80\n\xFF\n\xC0\xAF\xC3\xA9\xF0\x9F",
+                0,
+                {{5, "az", 3, 6}, {1, "", 1, 8}, {6, "\u00E9", 3, 14}}},
+        Reading{"SpansThatCutACharacter", UTF8, "a\u3042", 2, {{2, "a", 2, 2}, {2, "", 1, 4}}},
         Reading{"Nul", UTF8, "a\0b\nc"s, 0, {{3, "a", 2, 4}, {1, "c", 2, 5}}},
         Reading{"LfBehindLead", SJIS, "\x82\nb\r\n", 0, {{3, "*b", 3, 5}}},
         Reading{"LeadAtTheEnd", SJIS, "\n\x82", 0, {{0, "", 1, 1}, {1, "*", 2, 2}}},
@@ -98,15 +123,15 @@ TEST_P(RandomTextTest, LinesAreThoseOfThePlainWalk) {
     std::mt19937 random(20u + static_cast<unsigned>(GetParam()));
     for (int round = 0; round < 40; ++round) {
         std::string const bytes = randomBytes(random, random() % (round % 8 == 0 ? 12000 : 200));
-        TextFile plainText(bytes, GetParam());
+        plain::Memory plainText(bytes);
         TextFile text(bytes, GetParam());
         auto const goTo = [&](long long position) {
-            plainText.file.seek(position, File::FROM_START);
+            plainText.seek(position, File::FROM_START);
             text.file.seek(position, File::FROM_START);
         };
         for (long long begin = 0; begin < static_cast<long long>(bytes.size());) {
-            plain::Line const line = plain::nextLine(plainText.file, GetParam());
-            long long const end = plainText.file.position();
+            plain::Line const line = plain::nextLine(plainText, GetParam());
+            long long const end = plainText.position();
             unsigned long size = 0;
             unsigned long endSize = 0;
             ASSERT_EQ(1, text.file.findNextLineSize(1, &size, &endSize));
@@ -114,12 +139,13 @@ TEST_P(RandomTextTest, LinesAreThoseOfThePlainWalk) {
             ASSERT_EQ(end, text.file.position());
 
             goTo(begin);
+            Outcome span = line.size > 1 ? read(text.file, line.size) : Outcome();
+            goTo(begin);
             Outcome const outcome = read(text.file);
             if (line.size > 1) {
-                Outcome span = read(plainText.file, line.size);
                 long& result = std::get<0>(span);
                 result = result > 0 ? static_cast<long>(line.size) : result;  // half a unit too
-                std::get<3>(span) = result > 0 ? end : begin;  // malformed or too long
+                std::get<3>(span) = result > 0 ? end : begin;                 // too long
                 EXPECT_EQ(span, outcome);
             }
             begin = end;
@@ -138,8 +164,26 @@ TEST(ReadLineBoundsTest, ALineTooLongStaysButCanBePassedOver) {
     EXPECT_EQ(std::string(5119, 'a'), line.c_str());
     EXPECT_EQ(-1, text.file.readLine(&line, nullptr));
     EXPECT_EQ(5120, text.file.position());
+    EXPECT_EQ(-1, text.file.readLine(nullptr, 0, nullptr));
     EXPECT_EQ(1, text.file.findNextLineSize(0, nullptr, nullptr));
     EXPECT_EQ(1, text.file.readLine(&line, nullptr));
+}
+
+TEST(ReadLineBoundsTest, TheLongestLineMayBecomeThreeTimesAsLong) {
+    TextFile text(std::string(5119, '\xB1'), SJIS);
+    BasicString<char> line;
+    unsigned long size = 0;
+    EXPECT_EQ(5119, text.file.readLine(&line, &size));
+    EXPECT_EQ(3u * 5119 + 1, size);
+    EXPECT_EQ(3u * 5119, line.length());
+}
+
+TEST(ReadLineBoundsTest, ALineTooLongIsNotReadToItsEnd) {
+    TextFile text(std::string(1000000, 'a'), SJIS);
+    bytesRead = 0;
+    EXPECT_EQ(-1, text.file.readLine(nullptr, 0, nullptr));
+    EXPECT_GT(20000u, bytesRead);
+    EXPECT_LT(5119u, bytesRead);
 }
 
 TEST(ReadTextRoomTest, WithoutItTheTextStays) {
@@ -160,12 +204,10 @@ TEST(ReadTextRoomTest, WithoutItTheTextStays) {
 }
 
 TEST(ReadTextFailureTest, LeavesThePosition) {
-    TextFile malformed("a\xE3\x81z", UTF8);
+    TextFile text("a\n", UTF8);
     TextFile unknown("a\n", 4);
     Outcome const failure(-1, "", 0, 0);
-    EXPECT_EQ(failure, read(malformed.file));
-    EXPECT_EQ(failure, read(malformed.file, 4));
-    EXPECT_EQ(failure, read(malformed.file, 5120));
+    EXPECT_EQ(failure, read(text.file, 5120));
     EXPECT_EQ(failure, read(unknown.file));
     EXPECT_EQ(failure, read(unknown.file, 1));
 }
@@ -219,6 +261,29 @@ TEST(WriteTextTest, StoresTheBytes) {
     EXPECT_EQ(Written(3, "x\0y"s), write(LOW_FIRST, "xy", 3));
 }
 
+TEST(WriteTextTest, WritesALongTextPieceByPiece) {
+    std::string text;
+    for (int i = 0; i < 30 * 2559; ++i) {
+        text += "\u3042";
+    }
+    TextFile utf8("", UTF8, File::WRITE);
+    TextFile utf16("", HIGH_FIRST, File::WRITE);
+    for (unsigned long offset = 0; offset < text.size(); offset += 5118) {
+        EXPECT_EQ(5118, utf8.file.writeText(text.c_str(), 5118, offset));
+    }
+    for (unsigned long offset = 0; offset < text.size(); offset += 3 * 2559) {
+        EXPECT_EQ(5118, utf16.file.writeText(text.c_str(), 5118, offset));
+    }
+    EXPECT_EQ(text, utf8.scratch.content("text"));
+    std::string const units = utf16.scratch.content("text");
+    EXPECT_EQ(30u * 5118, units.size());
+    EXPECT_EQ(std::string::npos, units.find_first_not_of("\x30\x42"));
+    text[100000] = '\0';
+    EXPECT_EQ(-1, TextFile("", UTF8, File::WRITE).file.writeText(text.c_str(), 9, 100001));
+    text[3] = '\0';  // another one in its place
+    EXPECT_EQ(-1, utf8.file.writeText(text.c_str(), 9, 230000));
+}
+
 TEST(WriteTextTest, RefusesShiftJisAndWhatIsNotInTheText) {
     EXPECT_EQ(Written(-1, ""), write(SJIS, "ab", 9));
     EXPECT_EQ(Written(-1, ""), write(UTF8, "abc", 9, 4));
@@ -237,10 +302,13 @@ TEST(WriteLineTest, EndsALineInUtf8Only) {
     EXPECT_EQ(2, text.file.writeLine("x"));
     EXPECT_EQ(1, text.file.writeLine(""));
     EXPECT_EQ(-1, text.file.writeLine(nullptr));
-    text.file.setTextType(LOW_FIRST);
+    EXPECT_EQ(0, text.file.setTextType(4));
+    EXPECT_EQ(0, text.file.setTextType(-1));
+    EXPECT_EQ(2, text.file.writeLine("y"));
+    EXPECT_EQ(1, text.file.setTextType(LOW_FIRST));
     EXPECT_EQ(4, text.file.writeLine("xy"));
     EXPECT_EQ(0, text.file.writeLine("x"));
-    EXPECT_EQ("x\n\nx\0y\0"s, text.scratch.content("text"));
+    EXPECT_EQ("x\n\ny\nx\0y\0"s, text.scratch.content("text"));
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
-// Walks through a file in their plainest form, one character or byte and several system calls at a
-// time: what the library's are compared with, by what they give and by the time they take.
+// Walks through a file in their plainest form, one character or byte at a time: what the library's
+// are compared with, by what they give and by the time they take. The file may be one in memory.
 
 #ifndef UTL_TESTS_SUPPORT_PLAIN_LINES_H
 #define UTL_TESTS_SUPPORT_PLAIN_LINES_H
 
 #include <string>
+#include <utility>
 
 #include "UtlCharSet.h"
 #include "UtlFile.h"
@@ -14,8 +15,30 @@ namespace plain {
 
 using utl::File;
 
+// What a File does with these bytes, as far as the walks need it.
+class Memory {
+public:
+    explicit Memory(std::string bytes) : mBytes(std::move(bytes)) {}
+
+    long read(char* dst, unsigned long count) {
+        std::string const got = mAt < mBytes.size() ? mBytes.substr(mAt, count) : "";
+        mAt += got.copy(dst, got.size());
+        return got.empty() ? File::END_OF_FILE : static_cast<long>(got.size());
+    }
+    long long seek(long long offset, int origin) {
+        mAt = (origin == File::FROM_CURRENT ? mAt : 0) + static_cast<unsigned long>(offset);
+        return position();
+    }
+    long long position() const { return static_cast<long long>(mAt); }
+
+private:
+    std::string mBytes;
+    unsigned long mAt = 0;
+};
+
 // The bytes of the next character of the file; what is none counts one, or what is left of a unit.
-inline std::string nextCharacter(File& file, int textType) {
+template <typename Source>
+std::string nextCharacter(Source& file, int textType) {
     char bytes[7] = {};
     long const got = file.read(bytes, textType < File::UTF16_HIGH_FIRST ? 6 : 2);
     if (got <= 0) {
@@ -37,7 +60,8 @@ struct Line {
     unsigned long endSize;
 };
 
-inline Line nextLine(File& file, int textType) {
+template <typename Source>
+Line nextLine(Source& file, int textType) {
     std::string const before(textType == File::UTF16_HIGH_FIRST ? 1 : 0, '\0');
     std::string const behind(textType == File::UTF16_LOW_FIRST ? 1 : 0, '\0');
     std::string const cr = before + "\r" + behind;
@@ -53,8 +77,9 @@ inline Line nextLine(File& file, int textType) {
     return line;
 }
 
-inline unsigned long long seekKey(File& file, std::string const& key, unsigned long long from,
-                                  unsigned long long range, int mode) {
+template <typename Source>
+unsigned long long seekKey(Source& file, std::string const& key, unsigned long long from,
+                           unsigned long long range, int mode) {
     long long const begin = file.position();
     if (from != File::CURRENT) {
         file.seek(static_cast<long long>(from), File::FROM_START);

@@ -184,7 +184,8 @@ long File::read(void* buffer, unsigned long length) {
     if (now >= end) {
         return END_OF_FILE;
     }
-    return checkRead(platform::readFile(mHandle.get(), buffer, length));
+    long const got = checkRead(platform::readFile(mHandle.get(), buffer, length));
+    return got != 0 ? got : END_OF_FILE;  // the size said more, as that of a file in /sys does
 }
 
 long File::readAt(long long position, void* buffer, unsigned long length) const {

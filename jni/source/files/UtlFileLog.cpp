@@ -1,6 +1,7 @@
 #include "UtlFile.h"
 #include "UtlLog.h"
 
+#include "files/UtlCharacters.h"
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
@@ -16,7 +17,11 @@ constexpr unsigned long MOST_BYTES = 5119;
 void write(LogLine const& line, File* file) {
     platform::NoCancellation const noCancellation;
     if (file != nullptr) {
-        file->writeText(line.text(), MOST_BYTES, 0);
+        // Where it is converted, a character that was cut with the line would end it before its
+        // line end.
+        char text[MOST_BYTES + 1];
+        copyCharacters(text, sizeof text, line.text());
+        file->writeText(text, MOST_BYTES, 0);
     }
     line.write();
 }
@@ -24,7 +29,6 @@ void write(LogLine const& line, File* file) {
 }  // namespace
 
 }  // namespace utl
-
 int applog(int type, int level, utl::File* file, char const* format, ...) {
     utl::LogLine line;
     if (!line.admit(type, level, format)) {

@@ -1,5 +1,7 @@
 #include "UtlFile.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -9,6 +11,7 @@
 #include "UtlRawMemory.h"
 #include "UtlString.h"
 
+#include "files/UtlCharacters.h"
 #include "files/UtlReadAhead.h"
 #include "foundation/UtlLogLine.h"
 #include "text/UtlCodePage932.h"
@@ -21,7 +24,11 @@ constexpr long FAILED = -1;
 
 // The bytes that one call reads or writes are fewer than this.
 constexpr unsigned long BYTE_LIMIT = 5120;
+// What they become at the most: one byte of Shift_JIS takes three in UTF-8.
+constexpr unsigned long LARGEST_TEXT = 3 * BYTE_LIMIT;
 static_assert(ReadAhead::BLOCK_SIZE + 1 >= BYTE_LIMIT, "a line that can be read fits in a block");
+
+constexpr unsigned long long ANY_SIZE = static_cast<unsigned long long>(-1);
 
 bool isUtf16(int textType) {
     return textType == File::UTF16_HIGH_FIRST || textType == File::UTF16_LOW_FIRST;
@@ -99,10 +106,11 @@ private:
     unsigned long long mPending = 0;  // the line end at the end of what was walked
 };
 
-// False when the file cannot be read, which is logged.
-bool walkLine(ReadAhead* ahead, LineWalk* line, int textType) {
+// Goes to the end of the line, or until it is known to have `limit` bytes. False when the file
+// cannot be read, which is logged.
+bool walkLine(ReadAhead* ahead, LineWalk* line, int textType, unsigned long long limit) {
     while (ahead->readBlock()) {
-        if (line->take(ahead->block(), ahead->size())) {
+        if (line->take(ahead->block(), ahead->size()) || line->size() >= limit) {
             return true;
         }
     }
@@ -113,73 +121,64 @@ bool walkLine(ReadAhead* ahead, LineWalk* line, int textType) {
     return !ahead->hasFailed();
 }
 
-// Bytes of a file as text.
-class TextSpan {
+// The text, in UTF-8, of bytes of a file.
+class Text {
 public:
     // `size` is below BYTE_LIMIT. Half a unit at the end is left out.
-    TextSpan(unsigned char const* bytes, unsigned long size, int textType) : mTextType(textType) {
-        if (isUtf16(textType)) {
-            unsigned long const units = size / 2;
-            convertBinFromUint8ToDchar(mUnits, units, bytes, 2 * units,
-                                       textType == File::UTF16_HIGH_FIRST ? 1 : 0);
-            mUnits[units] = 0;
-        } else {
-            copyMemory(mBytes, bytes, size);
-            mBytes[size] = '\0';
-        }
-    }
+    Text(unsigned char const* bytes, unsigned long size, int textType)
+        : mSize(isUtf16(textType) ? takeUnits(bytes, size / 2, textType)
+                                  : takeBytes(bytes, size, textType)) {}
 
-    // Stores the text in UTF-8 behind the first `offset` bytes of `dst` and returns its size with
-    // the terminator; a `size` of 0 only asks for that. NONE, with `dst` as it was, without room
-    // for all of it and for malformed text.
+    // Stores it behind the first `offset` bytes of `dst` and returns its size with the terminator;
+    // a `size` of 0 only asks for that. NONE, with `dst` as it was, without room for all of it.
     unsigned long store(char* dst, unsigned long size, unsigned long offset) const {
-        unsigned long const needed = convert(nullptr, 0);
-        if (size == 0) {
-            return needed;
+        bool const fits = size == 0 || (offset < size && mSize <= size - offset);
+        if (fits && size != 0) {
+            copyMemory(dst + offset, mText, mSize);
         }
-        bool const fits = offset < size && needed <= size - offset;
-        return fits ? convert(dst + offset, needed) : NONE;
+        return fits ? mSize : NONE;
     }
 
     // The same with what room it takes. NONE too for a string shorter than `offset`, and without
     // memory.
     unsigned long store(BasicString<char>* dst, unsigned long offset) const {
-        if (dst->length() < offset) {
+        if (mSize == NONE || dst->length() < offset) {
             return NONE;
         }
-        unsigned long const size = offset + convert(nullptr, 0);
+        unsigned long const size = offset + mSize;
         std::unique_ptr<char[]> const text(new (std::nothrow) char[size]);
         if (text == nullptr) {
             return NONE;
         }
         copyMemory(text.get(), dst->c_str(), offset);
-        unsigned long const used = store(text.get(), size, offset);
-        bool const hasRoom = used != NONE && (dst->capacity() >= size || dst->resizeMax(size) == 1);
-        return hasRoom && dst->copy(text.get(), ALL, WHOLE) == 1 ? used : NONE;
+        copyMemory(text.get() + offset, mText, mSize);
+        bool const hasRoom = dst->capacity() >= size || dst->resizeMax(size) == 1;
+        return hasRoom && dst->copy(text.get(), ALL, WHOLE) == 1 ? mSize : NONE;
     }
 
 private:
-    unsigned long convert(char* dst, unsigned long size) const {
-        if (isUtf16(mTextType)) {
-            return convertStrFromUtf16ToUtf8(dst, size, mUnits);
-        }
-        if (mTextType == File::SHIFT_JIS) {
-            return convertStrFromSjisToUtf8(dst, size, mBytes);
-        }
-        return copyStr(dst, size, withoutMark(), ALL, TRUNCATE);
+    unsigned long takeUnits(unsigned char const* bytes, unsigned long count, int textType) {
+        unsigned short units[BYTE_LIMIT / 2];
+        convertBinFromUint8ToDchar(units, count, bytes, 2 * count,
+                                   textType == File::UTF16_HIGH_FIRST ? 1 : 0);
+        units[count] = 0;
+        return convertStrFromUtf16ToUtf8(mText, sizeof mText, units);
     }
 
-    char const* withoutMark() const {
+    unsigned long takeBytes(unsigned char const* bytes, unsigned long size, int textType) {
+        char text[BYTE_LIMIT];
+        copyMemory(text, bytes, size);
+        text[size] = '\0';
+        if (textType == File::SHIFT_JIS) {
+            return convertStrFromSjisToUtf8(mText, sizeof mText, text);
+        }
         bool isMark = false;
-        unsigned long const size = strCharBytesBase(mBytes, &isMark);
-        return isMark ? mBytes + size : mBytes;
+        unsigned long const markSize = strCharBytesBase(text, &isMark);
+        return copyCharacters(mText, sizeof mText, isMark ? text + markSize : text);
     }
 
-    int const mTextType;
-    union {
-        char mBytes[BYTE_LIMIT];
-        unsigned short mUnits[BYTE_LIMIT / 2];
-    };
+    unsigned long const mSize;  // with the terminator
+    char mText[LARGEST_TEXT];
 };
 
 bool lacksDestination(char const* dst, unsigned long size) {
@@ -209,7 +208,7 @@ long takeText(File& file, int textType, unsigned long count, bool asks, unsigned
     if (!ahead.readBlock()) {
         return ahead.hasFailed() ? FAILED : File::END_OF_FILE;
     }
-    unsigned long const used = store(TextSpan(ahead.block(), ahead.size(), textType));
+    unsigned long const used = store(Text(ahead.block(), ahead.size(), textType));
     return finish(file, static_cast<long>(ahead.size()), asks ? 0 : ahead.size(), used, textSize);
 }
 
@@ -222,12 +221,18 @@ long takeLine(File& file, int textType, bool asks, unsigned long* textSize, Stor
     }
     ReadAhead ahead(file, file.position(), available);
     LineWalk line(textType);
-    if (!isTextType(textType) || !walkLine(&ahead, &line, textType) || line.size() >= BYTE_LIMIT ||
-        !ahead.returnToBegin() || ahead.size() < line.size()) {
+    if (!isTextType(textType) || !walkLine(&ahead, &line, textType, BYTE_LIMIT) ||
+        line.size() >= BYTE_LIMIT) {
+        return FAILED;
+    }
+    if (line.walked() == 0) {
+        return File::END_OF_FILE;  // whatever its size is
+    }
+    if (!ahead.returnToBegin() || ahead.size() < line.size()) {
         return FAILED;
     }
     unsigned long const size = static_cast<unsigned long>(line.size());
-    unsigned long const used = store(TextSpan(ahead.block(), size, textType));
+    unsigned long const used = store(Text(ahead.block(), size, textType));
     return finish(file, static_cast<long>(size), asks ? 0 : line.walked(), used, textSize);
 }
 
@@ -245,7 +250,7 @@ long checkCount(unsigned long count, unsigned long terminatorBytes, unsigned lon
 }
 
 long writeUtf8(File& file, char const* text, unsigned long maxBytes, unsigned long offset) {
-    unsigned long const length = t_strlen(text);
+    unsigned long const length = strnlen(text, BYTE_LIMIT);
     long const verdict = checkCount(length + 1, 1, offset);
     // `maxBytes` may cut a character; the rest of it then goes with the next piece.
     return verdict == 1 ? file.write(text, std::min(length, maxBytes)) : verdict;
@@ -253,19 +258,24 @@ long writeUtf8(File& file, char const* text, unsigned long maxBytes, unsigned lo
 
 long writeUtf16(File& file, char const* text, unsigned long maxBytes, unsigned long offset,
                 bool highFirst) {
-    unsigned long const count = convertStrFromUtf8ToUtf16(nullptr, 0, text);
+    // No more than what one call can write: the time goes with that, not with the text. What is
+    // cut behind the last unit is as good as its terminator.
+    constexpr unsigned long MOST_UNITS = BYTE_LIMIT / 2;
+    constexpr unsigned long MOST_CHARACTER_BYTES = 4;
+    char piece[MOST_CHARACTER_BYTES * (MOST_UNITS + 1) + 1];
+    unsigned long const length = strnlen(text, sizeof piece - 1);
+    copyMemory(piece, text, length);
+    piece[length] = '\0';
+
+    unsigned short units[sizeof piece];
+    unsigned long const count = convertStrFromUtf8ToUtf16(units, sizeof piece, piece);
     long const verdict = count != NONE ? checkCount(count, 2, offset) : FAILED;
     if (verdict != 1) {
         return verdict;
     }
-    std::unique_ptr<unsigned short[]> const units(new (std::nothrow) unsigned short[count]);
-    if (units == nullptr) {
-        return FAILED;
-    }
-    convertStrFromUtf8ToUtf16(units.get(), count, text);
     unsigned char bytes[BYTE_LIMIT];
-    unsigned long const size = convertStrFromDcharToUint8(bytes, sizeof bytes, units.get(),
-                                                          BYTE_LIMIT / 2, highFirst ? 1 : 0);
+    unsigned long const size =
+        convertStrFromDcharToUint8(bytes, sizeof bytes, units, MOST_UNITS, highFirst ? 1 : 0);
     return file.write(bytes, std::min(size, maxBytes));
 }
 
@@ -277,7 +287,7 @@ long File::readText(char* dst, unsigned long dstSize, unsigned long count, unsig
         return FAILED;
     }
     return takeText(*this, mTextType, count, dstSize == 0, textSize,
-                    [=](TextSpan const& text) { return text.store(dst, dstSize, dstOffset); });
+                    [=](Text const& text) { return text.store(dst, dstSize, dstOffset); });
 }
 
 long File::readText(BasicString<char>* dst, unsigned long count, unsigned long dstOffset,
@@ -286,7 +296,7 @@ long File::readText(BasicString<char>* dst, unsigned long count, unsigned long d
         return FAILED;
     }
     return takeText(*this, mTextType, count, false, textSize,
-                    [=](TextSpan const& text) { return text.store(dst, dstOffset); });
+                    [=](Text const& text) { return text.store(dst, dstOffset); });
 }
 
 long File::readLine(char* dst, unsigned long dstSize, unsigned long* textSize) {
@@ -294,7 +304,7 @@ long File::readLine(char* dst, unsigned long dstSize, unsigned long* textSize) {
         return FAILED;
     }
     return takeLine(*this, mTextType, dstSize == 0, textSize,
-                    [=](TextSpan const& text) { return text.store(dst, dstSize, 0); });
+                    [=](Text const& text) { return text.store(dst, dstSize, 0); });
 }
 
 long File::readLine(BasicString<char>* dst, unsigned long* textSize) {
@@ -302,7 +312,7 @@ long File::readLine(BasicString<char>* dst, unsigned long* textSize) {
         return FAILED;
     }
     return takeLine(*this, mTextType, false, textSize,
-                    [=](TextSpan const& text) { return text.store(dst, 0); });
+                    [=](Text const& text) { return text.store(dst, 0); });
 }
 
 long File::findNextLineSize(unsigned long /*dstSize*/, unsigned long* lineSize,
@@ -313,7 +323,8 @@ long File::findNextLineSize(unsigned long /*dstSize*/, unsigned long* lineSize,
     }
     ReadAhead ahead(*this, position(), availableSize());
     LineWalk line(mTextType);
-    if (!isTextType(mTextType) || !walkLine(&ahead, &line, mTextType) || line.walked() > NONE) {
+    if (!isTextType(mTextType) || !walkLine(&ahead, &line, mTextType, ANY_SIZE) ||
+        line.walked() > NONE) {
         return FAILED;
     }
     if (seek(static_cast<long long>(line.walked()), FROM_CURRENT) == -1) {
@@ -349,13 +360,31 @@ long File::nextEOLSize() {
 long File::writeText(char const* text, unsigned long maxBytes, unsigned long offset) {
     bool const isWritable = mTextType == UTF8 || isUtf16(mTextType);
     if (!isOpened() || text == nullptr || maxBytes >= BYTE_LIMIT || !isWritable ||
-        t_strlen(text) < offset) {
+        !reaches(text, offset)) {
         return FAILED;
     }
     char const* const rest = text + offset;
     return mTextType == UTF8
                ? writeUtf8(*this, rest, maxBytes, offset)
                : writeUtf16(*this, rest, maxBytes, offset, mTextType == UTF16_HIGH_FIRST);
+}
+
+// Whether `text` has `offset` bytes. Where a long one is written piece by piece, it is not measured
+// from its beginning each time; what takes no time is, as another text may have come to its place.
+bool File::reaches(char const* text, unsigned long offset) {
+    constexpr unsigned long ALWAYS_MEASURED = 65536;
+    unsigned long const beginning = std::min(offset, ALWAYS_MEASURED);
+    if (strnlen(text, beginning) < beginning) {
+        return false;
+    }
+    bool const isKnown = text == mWrittenText && mWrittenBegin <= offset;
+    unsigned long const known = std::max(beginning, isKnown ? mWrittenBegin : 0);
+    if (strnlen(text + known, offset - known) < offset - known) {
+        return false;
+    }
+    mWrittenText = text;
+    mWrittenBegin = offset;
+    return true;
 }
 
 long File::writeLine(char const* text) {
