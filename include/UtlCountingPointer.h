@@ -9,7 +9,7 @@
 // |---------------------------------|--------------|---------|----------------------------------|
 // | SmartPointer<T>                 | T*           | nullptr | deletes it                       |
 // | CountingPointer<T, Destruct>    | T*           | nullptr | Destruct()(pointer)              |
-// | SmartHandle<DestructCloseFile>  | a descriptor | 0       | syncs and closes it              |
+// | SmartHandle<DestructCloseFile>  | a descriptor | 0       | syncs what was written, closes   |
 // | Counting<T, Destruct>           | a value      | T()     | Destruct()(value)                |
 //
 // Copies held by different threads may be made and released at the same time; a single holder is
@@ -108,14 +108,23 @@ public:
 
     // Lets go; the holder is empty afterwards.
     void release() {
+        Value const value = takeLast();
+        if (value != Value()) {
+            Destruct()(value);
+        }
+    }
+
+    // The same, but what would be destroyed is the caller's. The empty value when others share it.
+    Value takeLast() {
         Value const value = mValue;
         RefCounter* const counter = mCounter;
         mValue = Value();
         mCounter = nullptr;
-        if (counter != nullptr && counter->lower(Named::className())) {
-            Destruct()(value);
-            delete counter;
+        if (counter == nullptr || !counter->lower(Named::className())) {
+            return Value();
         }
+        delete counter;
+        return value;
     }
 
     RefCounter* actGetRefCounter() const override { return mCounter; }
@@ -154,10 +163,11 @@ class Counting : public CountedHolder<T, Destruct, CountingName> {};
 template <typename Destruct>
 class SmartHandle : public Counting<int, Destruct> {};
 
-// Syncs and closes a descriptor. Deliberate: descriptor 0 is never closed. It stands for "none",
-// and the library never owns standard input.
+// Closes a descriptor; one that can be written to is synced before, and blocks for it. False, and
+// logged, when the disk did not take what was written; it is closed all the same. Deliberate:
+// descriptor 0 is never closed. It stands for "none", and the library never owns standard input.
 struct UTL_API DestructCloseFile {
-    void operator()(int descriptor) const;
+    bool operator()(int descriptor) const;
 };
 
 }  // namespace utl

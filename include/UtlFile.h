@@ -87,7 +87,8 @@ public:
     File(File const&) = default;
     File& operator=(File const&) = default;
 
-    // Makes the file's entry in its directory durable. Unlike close(), leaves the file's mode.
+    // Closes the file without changing its mode. If it was ever opened to write, blocks until its
+    // entry in its directory is durable.
     virtual ~File();
 
     // Opening and closing.
@@ -97,7 +98,9 @@ public:
     // for reading. Refused too for a directory, and while this object is open.
     int open(int mode, int access);
 
-    // A file that was opened to write is left with mode 0777. 0 when it was not open.
+    // Lets go. The last holder of a file that was opened to write blocks until it is on the disk,
+    // and leaves it with mode 0777. 0 when it was not open, and when the disk did not take what was
+    // written; it is closed then too.
     int close();
 
     // Does nothing: what was written reaches the disk when the last holder lets go. 1.
@@ -287,6 +290,7 @@ private:
     long readAt(long long position, void* buffer, unsigned long length) const;
 
     int hold(int descriptor, int mode);
+    bool letGo();
     long checkRead(long got) const;
     long long openedSize() const;
     bool reaches(char const* text, unsigned long offset);
@@ -295,6 +299,7 @@ private:
     SmartHandle<DestructCloseFile> mHandle;
     int mTextType;
     int mOpenedForWrite;
+    bool mOwesDirectorySync = false;
 
     // What writeText() was given last, and how much of it is known to be there.
     char const* mWrittenText = nullptr;

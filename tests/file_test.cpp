@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "UtlLog.h"
 
@@ -26,6 +28,22 @@ using test::Scratch;
 using utl::File;
 
 constexpr int UTF8 = File::UTF8;
+
+int syncFailure = 0;
+std::vector<unsigned> syncs;  // the types of what was synced
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" int fsync(int descriptor) {
+    struct stat status;
+    fstat(descriptor, &status);
+    syncs.push_back(status.st_mode & S_IFMT);
+    errno = syncFailure;
+    return syncFailure == 0 ? static_cast<int>(syscall(SYS_fsync, descriptor)) : -1;
+}
+
+namespace {
 
 std::string read(File& file) {
     char bytes[64];
@@ -105,6 +123,44 @@ TEST(FileTest, AWriterExcludesAndReadersShare) {
     EXPECT_EQ(1, File::isOpened(path.c_str(), &isShared));
     EXPECT_TRUE(isShared);
     setFilterLevel(-2, 3);
+}
+
+TEST(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
+    Scratch const scratch;
+    scratch.file("file", "text");
+    LogCapture const log;
+    unsigned const before = test::openDescriptors();
+    struct {
+        int failure;
+        int result;
+    } const disks[] = {{EIO, 0}, {ENOSPC, 0}, {EINVAL, 1}, {EROFS, 1}, {0, 1}};
+    for (auto const& disk : disks) {
+        syncFailure = disk.failure;
+        syncs.clear();
+        {
+            File file(scratch("file"), UTF8);
+            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ));
+            File::isOpened(scratch("file"), nullptr);
+            EXPECT_TRUE(file.copy(scratch("copy"), 1));
+            EXPECT_EQ(1, file.close());
+        }
+        EXPECT_EQ(std::vector<unsigned>(), syncs);
+        {
+            File file(scratch("file"), UTF8);
+            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+            {
+                File last(file);
+                EXPECT_EQ(1, file.close());
+                EXPECT_EQ(disk.result, last.close()) << disk.failure;
+                syncFailure = 0;
+            }
+            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ));
+        }
+        EXPECT_EQ((std::vector<unsigned>{S_IFREG, S_IFDIR, S_IFDIR}), syncs);
+    }
+    EXPECT_EQ(before, test::openDescriptors());
+    EXPECT_EQ(1u, log.count("ERR: fsync Failed. errno[5]"));
+    EXPECT_EQ(2u, log.count(std::string("closeFile Failed. Path:") + scratch("file")));
 }
 
 TEST(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {

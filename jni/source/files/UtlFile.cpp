@@ -98,11 +98,15 @@ File::File(char const* path, int textType)
     : mPath(withSlashes(path)), mTextType(textType), mOpenedForWrite(0) {}
 
 File::~File() {
+    platform::ErrnoGuard const guard;
     char directory[PATH_SIZE];
-    if (extractDirectoryPath(directory, sizeof directory, mPath.c_str())) {
-        platform::ErrnoGuard const guard;
-        DestructCloseFile()(platform::openFile(directory, O_RDONLY | O_DIRECTORY, 0));
+    if (mOwesDirectorySync && extractDirectoryPath(directory, sizeof directory, mPath.c_str())) {
+        Descriptor const opened(platform::openFile(directory, O_RDONLY | O_DIRECTORY, 0));
+        if (opened.isOpen() && platform::syncFile(opened.get()) != 0) {
+            applog(LIBRARY_LOG, LEVEL_ERROR, "fsync Failed. errno[%d]", errno);
+        }
     }
+    letGo();
 }
 
 int File::open(int mode, int access) {
@@ -129,7 +133,12 @@ int File::open(int mode, int access) {
 // Takes over what openLocked() returned.
 int File::hold(int descriptor, int mode) {
     Descriptor file(descriptor);
-    return file.isOpen() && prepare(descriptor, mode, mPath.c_str()) && mHandle.set(file.release());
+    if (!file.isOpen() || !prepare(descriptor, mode, mPath.c_str()) ||
+        !mHandle.set(file.release())) {
+        return 0;
+    }
+    mOwesDirectorySync = mOwesDirectorySync || mOpenedForWrite != 0;
+    return 1;
 }
 
 int File::close() {
@@ -141,8 +150,16 @@ int File::close() {
         watched("close", CLOSE_MODE_STATEMENT,
                 [this] { return platform::changeMode(mHandle.get(), OPEN_TO_ALL); });
     }
-    mHandle.release();
-    return 1;
+    return letGo();
+}
+
+// False when what was written may not be on the disk.
+bool File::letGo() {
+    bool const isSynced = DestructCloseFile()(mHandle.takeLast());
+    if (!isSynced) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "closeFile Failed. Path:%s", mPath.c_str());
+    }
+    return isSynced;
 }
 
 int File::flush() {

@@ -27,13 +27,18 @@ bool RefCounter::lower(char const* holderClass) {
 
 GetRefCounterInterface::~GetRefCounterInterface() = default;
 
-void DestructCloseFile::operator()(int descriptor) const {
+bool DestructCloseFile::operator()(int descriptor) const {
     if (descriptor == 0 || descriptor == -1) {
-        return;
+        return true;
     }
     platform::ErrnoGuard const guard;
-    platform::syncFile(descriptor);
+    bool const isLost = platform::isWritable(descriptor) && platform::syncFile(descriptor) != 0;
+    int const cause = errno;
     close(descriptor);
+    if (isLost) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "fsync Failed. errno[%d]", cause);
+    }
+    return !isLost;
 }
 
 }  // namespace utl

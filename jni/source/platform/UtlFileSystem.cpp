@@ -47,8 +47,14 @@ int openFile(char const* path, int flags, unsigned mode) {
     return descriptor == 0 ? liftFromZero() : descriptor;
 }
 
+bool isWritable(int descriptor) {
+    int const flags = fcntl(descriptor, F_GETFL);
+    return flags != -1 && (flags & O_ACCMODE) != O_RDONLY;
+}
+
 int syncFile(int descriptor) {
-    return repeatInterrupted([=] { return fsync(descriptor); });
+    int const result = repeatInterrupted([=] { return fsync(descriptor); });
+    return result != 0 && (errno == EINVAL || errno == EROFS) ? 0 : result;
 }
 
 long readFile(int descriptor, void* buffer, unsigned long length) {

@@ -26,7 +26,10 @@ bool descriptorStatus(int descriptor, FileStatus* status);
 // A descriptor that no child process keeps. It is never 0, even if standard input is closed.
 int openFile(char const* path, int flags, unsigned mode);
 
-// Flushes what was written to the disk.
+// Whether there can be anything to flush.
+bool isWritable(int descriptor);
+
+// Flushes what was written to the disk; not even a failure where there is none behind it.
 int syncFile(int descriptor);
 
 long readFile(int descriptor, void* buffer, unsigned long length);
