@@ -13,11 +13,13 @@
 // doubled separator. Results are 1 for done and 0 for refused where nothing else is said. Most
 // operations may block on the file system and report that to the thread watchdog.
 //
-// While something is made, written, moved or removed, its parent directory has mode 0777; the old
-// mode comes back before the call returns, but for a set-group-id bit that the process may not set.
+// Where something is made or removed in a directory whose mode does not let its owner do so, the
+// directory has mode 0777 meanwhile, besides its set-id and sticky bits; the old mode comes back
+// before the call returns. That never happens to a directory whose name is a symbolic link.
+//
 // What works through a directory (size(), copy(), erase() and the read-only operations) never leads
-// out of it: a symbolic link in it is not followed to a directory, and an entry with a backslash in
-// its name is a failure.
+// out of it, even if others change it at the same time: a symbolic link in it is not followed to a
+// directory. Names in it may have any bytes, and be as long and as deep as memory allows.
 
 #ifndef UTL_FILE_H
 #define UTL_FILE_H
@@ -68,6 +70,12 @@ public:
     static constexpr unsigned long long CURRENT = static_cast<unsigned long long>(-2);
     static constexpr unsigned long long NOT_FOUND = static_cast<unsigned long long>(-2);
 
+    // Who may use the files and directories that the library makes.
+    enum ModePolicy {
+        DEFAULT_MODES,
+        KEEP_MODES,
+    };
+
     using Paths = Array<BasicString<char>, BasicString<char> const&>;
 
     // Closes `file`, which must live longer, when the scope ends.
@@ -93,9 +101,10 @@ public:
 
     // Opening and closing.
 
-    // Opens the path, locked at once or not at all. To write, the file and its directories are
-    // made if they are missing. EMPTY drops what the file held, once it is locked; it is refused
-    // for reading. Refused too for a directory, and while this object is open.
+    // Opens the path, locked at once or not at all; the path means the locked file then. To write,
+    // the file and its directories are made if they are missing. EMPTY drops what the file held,
+    // once it is locked; it is refused for reading. Refused too for a directory or a FIFO, and
+    // while this object is open. Waits for nobody, at no device either.
     int open(int mode, int access);
 
     // Lets go. The last holder of a file that was opened to write blocks until it is on the disk,
@@ -212,6 +221,14 @@ public:
 
     // Changes to a path.
 
+    // What holds for the whole process from here on. DEFAULT_MODES, as it begins: files are left
+    // with 0777 by close() and copies have the mode of their source, whatever the process's mask
+    // is, and a directory that its owner may not work in is opened up. KEEP_MODES: files are made
+    // with 0666, copies with the permissions of their source, each less the mask; no mode changes
+    // but by the operations that are there for it. Directories are made with 0777 less the mask
+    // either way.
+    static void setModePolicy(ModePolicy policy);
+
     // Sets the mode to 0555, or back to 0777; with a `recursive` of 1 that of everything below it
     // too. Ends with 0 at the first failure.
     static int applyReadOnly(char const* path, int recursive);
@@ -224,20 +241,21 @@ public:
     // Makes the directory and those it is in; 1 when they are there.
     static int makeDirectories(char const* path);
 
-    // Renames it; makes the directory it goes to. Nothing that exists is overwritten, and nothing
-    // moved that anybody has open.
+    // Renames it; makes the directory it goes to. Nothing that exists, or appears meanwhile, is
+    // overwritten but an empty directory by a directory, and nothing moved that anybody has open.
     static int move(char const* source, char const* destination);
 
     // Removes a file, or a directory with everything in it, up to the first failure. What is
     // read-only is removed only with a `force` of 1, a file that anybody has open not at all. Of a
-    // symbolic link only the link goes.
+    // symbolic link only the link goes. A path that ends in "." or ".." is refused.
     static int erase(char const* path, int force);
 
     // Copies a file, or a directory with everything in it, up to the first failure; makes the
-    // directories it goes to. New files take the permission bits of their source. An existing file
-    // is a failure unless `overwrite` is 1; what it holds behind the copied bytes stays there.
-    // False too for a file that anybody is writing, for a FIFO or a device, and for a directory
-    // that would come to be inside itself.
+    // directories it goes to. New files take the permission bits of their source, and its set-id
+    // bits where owner and group are the same. An existing file is a failure unless `overwrite` is
+    // 1, and nobody has it open; what it holds behind the copied bytes stays there. A symbolic link
+    // in the way of a tree's entry is a failure. False too for a file that anybody is writing, for
+    // a FIFO or a device, and for a directory that would come to be inside itself.
     static bool copy(char const* source, char const* destination, int overwrite);
 
     // The same for the path of this object; move() and erase() are refused while it is open.

@@ -46,9 +46,11 @@ LOCAL_SRC_FILES := \
     source/bitstream/UtlBitStream.cpp \
     source/time/UtlTimepiece.cpp \
     source/time/UtlTimeCounter.cpp \
+    source/files/UtlEntry.cpp \
     source/files/UtlFile.cpp \
     source/files/UtlFileChildren.cpp \
     source/files/UtlFileCopy.cpp \
+    source/files/UtlFileLock.cpp \
     source/files/UtlFileLog.cpp \
     source/files/UtlFileModes.cpp \
     source/files/UtlFilePath.cpp \
@@ -56,8 +58,9 @@ LOCAL_SRC_FILES := \
     source/files/UtlFileText.cpp \
     source/files/UtlFileTree.cpp \
     source/files/UtlNormalPath.cpp \
-    source/files/UtlOpenedParent.cpp \
+    source/files/UtlOpenedDirectory.cpp \
     source/files/UtlReadAhead.cpp \
+    source/files/UtlTreeWalk.cpp \
     source/memory/UtlMemory.cpp \
     source/threads/UtlThread.cpp \
     source/threads/UtlThreadManager.cpp \

@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "UtlLog.h"
@@ -75,6 +77,13 @@ TEST(FileTest, OpensInTheModesOfTheAccess) {
 TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
     Scratch const scratch;
     File file(scratch("a\\b/file"), UTF8);
+    utl::BasicString<char> path;
+    char room[260];
+    EXPECT_EQ(1, file.getPath(&path));
+    EXPECT_STREQ(scratch("a/b/file"), path.c_str());
+    EXPECT_EQ(0, file.getPath(room, path.length()));
+    EXPECT_EQ(1, file.getPath(room, path.length() + 1));
+    EXPECT_STREQ(path.c_str(), room);
     EXPECT_EQ(0, file.open(File::AS_IT_IS, File::READ));
     EXPECT_FALSE(scratch.has("a"));
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
@@ -83,7 +92,8 @@ TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
     EXPECT_EQ(1, file.close());
     EXPECT_EQ(0, file.close());
     EXPECT_EQ(0777u, scratch.mode("a/b/file"));
-    EXPECT_EQ(0, File(scratch("a"), UTF8).open(File::AS_IT_IS, File::READ));
+    EXPECT_FALSE(file.isDirectory());
+    EXPECT_TRUE(File(scratch("a\\b"), UTF8).isDirectory());
 }
 
 TEST(FileTest, ClosingSetsTheModeOfTheFileThatWasWritten) {
@@ -115,14 +125,47 @@ TEST(FileTest, AWriterExcludesAndReadersShare) {
     EXPECT_EQ(1, File::isOpened(path.c_str(), &isShared));
     EXPECT_FALSE(isShared);
     first.close();
-    EXPECT_EQ(0, File::isOpened(path.c_str(), nullptr));
+    isShared = true;
+    EXPECT_EQ(0, File::isOpened(path.c_str(), &isShared));
+    EXPECT_FALSE(isShared);
 
     EXPECT_EQ(1, first.open(File::AS_IT_IS, File::READ));
+    EXPECT_EQ(0, first.open(File::AS_IT_IS, File::READ));
     EXPECT_EQ(1, second.open(File::AS_IT_IS, File::READ));
     EXPECT_TRUE(first.copy(scratch("copy"), 0));
     EXPECT_EQ(1, File::isOpened(path.c_str(), &isShared));
     EXPECT_TRUE(isShared);
+    EXPECT_FALSE(File::copy(scratch.file("other"), path.c_str(), 1));
     setFilterLevel(-2, 3);
+    chmod(path.c_str(), 0);
+    EXPECT_TRUE(test::asNobody([&] { EXPECT_EQ(0, File::isOpened(path.c_str(), nullptr)); }));
+}
+
+// What `change` does to a file while it is opened to write, right before it is locked.
+std::function<void()> change;
+
+void changeBeforeLock(utl::StatementInfo const& statement) {
+    if (statement.line() == 1650 && change != nullptr) {
+        std::exchange(change, nullptr)();
+    }
+}
+
+TEST(FileTest, WhatIsOpenIsWhatThePathMeans) {
+    Scratch const scratch;
+    auto const contentAfter = [&](std::function<void()> const& whatHappens) {
+        change = whatHappens;
+        File file(scratch.file("file", "old"), UTF8);
+        utl::BlockingCall::install(changeBeforeLock);
+        EXPECT_EQ(1, file.open(File::APPEND, File::WRITE));
+        utl::BlockingCall::install(nullptr);
+        file.write("+", 1);
+        return scratch.content("file");
+    };
+    EXPECT_EQ("+", contentAfter([&] { EXPECT_EQ(1, File::erase(scratch("file"), 0)); }));
+    EXPECT_EQ("+", contentAfter([&] { EXPECT_EQ(1, File::move(scratch("file"), scratch("x"))); }));
+    EXPECT_EQ("old", scratch.content("x"));
+    scratch.file("new", "new");
+    EXPECT_EQ("new+", contentAfter([&] { rename(scratch("new"), scratch("file")); }));
 }
 
 TEST(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
@@ -161,6 +204,29 @@ TEST(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
     EXPECT_EQ(before, test::openDescriptors());
     EXPECT_EQ(1u, log.count("ERR: fsync Failed. errno[5]"));
     EXPECT_EQ(2u, log.count(std::string("closeFile Failed. Path:") + scratch("file")));
+}
+
+TEST(FileTest, KeepsModesWhereThatIsThePolicy) {
+    Scratch const scratch;
+    chmod(scratch.file("source"), 04751);
+    File::setModePolicy(File::KEEP_MODES);
+    EXPECT_TRUE(test::asNobody([&] {
+        umask(027);
+        File file(scratch("d/file"), UTF8);
+        EXPECT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+        EXPECT_EQ(1, file.close());
+        EXPECT_EQ(0640u, scratch.mode("d/file"));
+        EXPECT_EQ(0750u, scratch.mode("d"));
+        EXPECT_TRUE(File::copy(scratch("d/file"), scratch("copy"), 0));
+        EXPECT_EQ(0640u, scratch.mode("copy"));
+        chmod(scratch("d"), 0555);
+        EXPECT_EQ(0, File(scratch("d/new"), UTF8).open(File::AS_IT_IS, File::WRITE));
+        EXPECT_EQ(0, File::erase(scratch("d/file"), 1));
+        chmod(scratch("d"), 0700);
+    }));
+    EXPECT_TRUE(File::copy(scratch("source"), scratch("copy2"), 0));
+    EXPECT_EQ(0751u & ~umask(0), scratch.mode("copy2"));
+    File::setModePolicy(File::DEFAULT_MODES);
 }
 
 TEST(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
@@ -296,14 +362,25 @@ TEST(FileTest, WaitsForNobodyAtTheOtherEnd) {
 
 TEST(FileTest, RefusalsLeaveNoDescriptorBehind) {
     Scratch const scratch;
+    scratch.directory("d/sub");
+    ASSERT_EQ(0, mkfifo(scratch("fifo"), 0600));
     File held(scratch("held"), UTF8);
     ASSERT_EQ(1, held.open(File::APPEND, File::WRITE));
-    ASSERT_EQ(0, mkfifo(scratch("fifo"), 0600));
     unsigned const before = test::openDescriptors();
     EXPECT_EQ(0, File(scratch("held"), UTF8).open(File::APPEND, File::WRITE));
     EXPECT_EQ(0, File::erase(scratch("held"), 1));
-    File fifo(scratch("fifo"), UTF8);
-    EXPECT_EQ(0, fifo.open(File::APPEND, File::READ_WRITE));  // it cannot seek
+    std::string const far = "d/sub/" + std::string(300, '/');
+    for (std::string const& name : {"d"s, "d/"s, "d//sub"s, "d/."s, "d\\sub"s, far, "fifo"s}) {
+        for (int access : {File::READ, File::WRITE, File::READ_WRITE}) {
+            EXPECT_EQ(0, File(scratch(name), UTF8).open(File::AS_IT_IS, access)) << name;
+        }
+    }
+    // One that takes the file's place when that has been looked at.
+    File file(scratch.file("file"), UTF8);
+    change = [&] { rename(scratch("fifo"), scratch("file")); };
+    utl::BlockingCall::install(changeBeforeLock);
+    EXPECT_EQ(0, file.open(File::AS_IT_IS, File::READ));
+    utl::BlockingCall::install(nullptr);
     EXPECT_EQ(before, test::openDescriptors());
 }
 

@@ -1,16 +1,22 @@
+#include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "UtlFile.h"
 
 #include "foundation/UtlBlockingCall.h"
+#include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/Scratch.h"
 
@@ -21,6 +27,79 @@ using test::Scratch;
 using utl::File;
 
 constexpr int UTF8 = File::UTF8;
+
+// What others do at a bad moment: right before a call of the system, or at a statement that the
+// watchdog hears of.
+std::function<void()> beforeUnlink;
+std::function<void()> beforeRename;
+std::function<void()> atStatement;
+unsigned long statementToActAt;
+unsigned openedUp;  // how often a directory was
+bool ignoresModes;  // as some file systems do
+
+void happen(std::function<void()>& what) {
+    if (what != nullptr) {
+        std::exchange(what, nullptr)();
+    }
+}
+
+unsigned timesToPass;
+
+void hearStatement(utl::StatementInfo const& statement) {
+    if (statement.line() == statementToActAt && timesToPass-- == 0) {
+        happen(atStatement);
+    }
+}
+
+// Each statement is heard before and behind its call.
+void actAt(unsigned long statement, unsigned times, std::function<void()> what) {
+    statementToActAt = statement;
+    timesToPass = times;
+    atStatement = std::move(what);
+    utl::BlockingCall::install(hearStatement);
+}
+
+bool hasExclusiveRename = true;
+bool hasLinks = true;
+
+int failWith(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" int unlinkat(int directory, char const* name, int flags) noexcept {
+    struct stat status;
+    bool const isOpenToAll = fstat(directory, &status) == 0 && (status.st_mode & 0777) == 0777;
+    if (isOpenToAll) {
+        happen(beforeUnlink);
+    }
+    return static_cast<int>(syscall(SYS_unlinkat, directory, name, flags));
+}
+
+extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
+    struct stat status;
+    bool const isDirectory = fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    openedUp += isDirectory && (mode & 0777) == 0777 ? 1 : 0;
+    return ignoresModes ? 0 : static_cast<int>(syscall(SYS_fchmod, descriptor, mode));
+}
+
+extern "C" int renameat2(int from, char const* source, int to, char const* destination,
+                         unsigned flags) noexcept {
+    happen(beforeRename);
+    return hasExclusiveRename
+               ? static_cast<int>(syscall(SYS_renameat2, from, source, to, destination, flags))
+               : failWith(ENOSYS);
+}
+
+extern "C" int link(char const* source, char const* destination) noexcept {
+    happen(beforeRename);
+    return hasLinks ? linkat(AT_FDCWD, source, AT_FDCWD, destination, 0) : failWith(EPERM);
+}
+
+namespace {
 
 bool opens(char const* path, int mode) {
     return File(path, UTF8).open(mode, File::WRITE) == 1;
@@ -35,6 +114,7 @@ TEST(ParentModeTest, ComesBackWhateverComesOfTheCall) {
         ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
         chmod(scratch.file("d/locked"), 0);
         chmod(scratch("d"), 0555);
+        chmod(scratch("source"), 06755);
         signal(SIGXFSZ, SIG_IGN);
         rlimit const mostBytes = {2500, 2500};
         setrlimit(RLIMIT_FSIZE, &mostBytes);
@@ -52,62 +132,130 @@ TEST(ParentModeTest, ComesBackWhateverComesOfTheCall) {
         expect("copy: taken", !File::copy(scratch("source"), scratch("d/held"), 0));
         expect("copy: no room", !File::copy(scratch("source"), scratch("d/part"), 0));
         EXPECT_EQ(2500, File::size(scratch("d/part")));
+        EXPECT_EQ(0755u, scratch.mode("d/part"));
         expect("erase", File::erase(scratch("d/sub"), 0));
         expect("erase: in use", !File::erase(scratch("d/held"), 1));
         File::liftReadOnly(scratch("d"), 0);
     }));
 }
 
-TEST(ParentModeTest, TwoThreadsInOneDirectoryLeaveItAsItWas) {
-    Scratch const scratch;
-    scratch.directory("d/sub");
-    chmod(scratch("d"), 0700);
-    auto const work = [](char const* path) {
-        for (int i = 0; i < 200; ++i) {
-            EXPECT_TRUE(opens(path, File::AS_IT_IS));
-            EXPECT_EQ(1, File::erase(path, 0));
-        }
-    };
-    std::thread first(work, scratch("d/first"));
-    std::thread second(work, scratch("d/sub/../second"));
-    first.join();
-    second.join();
-    EXPECT_EQ(0700u, scratch.mode("d"));
-}
-
-Scratch const* slowScratch;
-
-// While a thread is kept in the middle of its call, others do what they like.
-void keepOpening(utl::StatementInfo const& statement) {
-    if (statement.line() != 1612 || slowScratch == nullptr) {
-        return;
-    }
-    Scratch const& scratch = *slowScratch;
-    slowScratch = nullptr;
-    EXPECT_TRUE(opens(scratch("d/other"), File::AS_IT_IS));
-    EXPECT_EQ(0777u, scratch.mode("d"));
-    long oldMode = 0;
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch("d/x"), 0777, &oldMode));
-    EXPECT_EQ(0750, oldMode & 07777);
-    ASSERT_EQ(0, rename(scratch("d"), scratch("moved")));
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), 0711, &oldMode));
-    EXPECT_EQ(0777u, scratch.mode("moved"));  // for whoever works in it
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), oldMode, &oldMode));
-    EXPECT_EQ(0711, oldMode & 07777);
-    EXPECT_EQ(1, File::applyReadOnly(scratch("moved"), 0));
-    chmod(scratch.directory("d"), 0700);
-}
-
 TEST(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
     Scratch const scratch;
-    chmod(scratch.directory("d"), 0750);
-    slowScratch = &scratch;
-    utl::BlockingCall::install(keepOpening);
-    EXPECT_TRUE(opens(scratch("d/file"), File::AS_IT_IS));
-    utl::BlockingCall::install(nullptr);
-    EXPECT_EQ(0700u, scratch.mode("d"));  // another directory by now
-    EXPECT_EQ(0555u, scratch.mode("moved"));
-    File::liftReadOnly(scratch("moved"), 0);
+    EXPECT_TRUE(test::asNobody([&] {
+        scratch.file("d/file");
+        scratch.file("d/other");
+        chmod(scratch("d"), 03555);
+        // While a thread is kept in the middle of its call, others do what they like.
+        beforeUnlink = [&] {
+            EXPECT_EQ(03777u, scratch.mode("d"));
+            EXPECT_EQ(1, File::erase(scratch("d/other"), 0));
+            EXPECT_EQ(03777u, scratch.mode("d"));
+            long oldMode = 0;
+            EXPECT_EQ(1, File::changeParentAccessMode(scratch("d/x"), 0777, &oldMode));
+            EXPECT_EQ(03555, oldMode & 07777);
+            ASSERT_EQ(0, rename(scratch("d"), scratch("moved")));
+            EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), 0711, &oldMode));
+            EXPECT_EQ(03777u, scratch.mode("moved"));  // for whoever works in it
+            EXPECT_EQ(1, File::changeParentAccessMode(scratch("moved/x"), oldMode, &oldMode));
+            EXPECT_EQ(0711, oldMode & 07777);
+            EXPECT_EQ(1, File::applyReadOnly(scratch("moved"), 0));
+            chmod(scratch.directory("d"), 0700);
+        };
+        EXPECT_EQ(1, File::erase(scratch("d/file"), 0));
+        EXPECT_EQ(0700u, scratch.mode("d"));  // another directory by now
+        EXPECT_EQ(0555u, scratch.mode("moved"));
+        File::liftReadOnly(scratch("moved"), 0);
+    }));
+}
+
+TEST(ParentModeTest, ComesBackWithTheLastOfTwoThreads) {
+    Scratch const scratch;
+    EXPECT_TRUE(test::asNobody([&] {
+        scratch.file("d/first");
+        scratch.file("d/last");
+        chmod(scratch("d"), 0550);
+        test::Gate lastIsInside;
+        test::Gate firstHasLeft;
+        std::thread last;
+        beforeUnlink = [&] {
+            beforeUnlink = [&] {
+                lastIsInside.open();
+                EXPECT_TRUE(firstHasLeft.wait());
+            };
+            chmod(scratch("d"), 0500);  // by another process that had opened it up too
+            last = std::thread([&] { EXPECT_EQ(1, File::erase(scratch("d/last"), 0)); });
+            EXPECT_TRUE(lastIsInside.wait());
+        };
+        EXPECT_EQ(1, File::erase(scratch("d/first"), 0));
+        EXPECT_EQ(0777u, scratch.mode("d"));
+        firstHasLeft.open();
+        last.join();
+        EXPECT_EQ(0550u, scratch.mode("d"));
+    }));
+}
+
+TEST(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
+    Scratch const scratch;
+    bool const isOthers = chown(scratch.directory("others"), test::NOBODY, 0) == 0;
+    chmod(scratch("others"), 02555);
+    EXPECT_TRUE(test::asNobody([&] {
+        chmod(scratch.directory("d"), 0750);
+        openedUp = 0;
+        auto const look = [&] { EXPECT_EQ(0750u, scratch.mode("d")); };
+        actAt(1612, 0, look);
+        File file(scratch("d/file"), UTF8);
+        EXPECT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+        EXPECT_EQ(1, file.write("x", 1));
+        EXPECT_EQ(1, file.close());
+        actAt(2034, 0, look);
+        EXPECT_TRUE(file.copy(scratch("d/copy"), 0));
+        actAt(1236, 0, look);
+        EXPECT_EQ(1, File::erase(scratch("d/copy"), 1));
+        utl::BlockingCall::install(nullptr);
+
+        chmod(scratch("d/file"), 0444);
+        chmod(scratch("d"), 0555);
+        EXPECT_FALSE(opens(scratch("d/file"), File::AS_IT_IS));  // the file refuses
+        scratch.link("d", "link");
+        EXPECT_FALSE(opens(scratch("link/new"), File::AS_IT_IS));
+        EXPECT_EQ(0, File::erase(scratch("link/file"), 1));
+        ASSERT_EQ(0, chdir(scratch("d")));
+        EXPECT_FALSE(opens("new", File::AS_IT_IS));
+        // The set-group-id bit could not come back.
+        EXPECT_NE(isOthers, opens(scratch("others/new"), File::AS_IT_IS));
+        EXPECT_EQ(isOthers ? 0u : 1u, openedUp);
+        EXPECT_EQ(02555u, scratch.mode("others"));
+        chmod(scratch("others"), 0700);
+        openedUp = 0;
+        EXPECT_EQ(1, File::erase(scratch("d"), 1));
+        EXPECT_LT(0u, openedUp);
+
+        chmod(scratch.file("unreadable/file"), 0);
+        chmod(scratch("unreadable"), 0300);
+        EXPECT_EQ(1, File::applyReadOnly(scratch("unreadable/file"), 0));
+        EXPECT_EQ(0555u, scratch.mode("unreadable/file"));
+        EXPECT_EQ(1, File::erase(scratch("unreadable/file"), 1));
+        chmod(scratch("unreadable"), 0700);
+    }));
+}
+
+TEST(ParentModeTest, ChangesForTheLongestPathAndNoLonger) {
+    Scratch const scratch;
+    std::string const longest(259 - std::string(scratch("/x")).size(), 'n');
+    chmod(scratch.directory(longest), 0700);
+    long oldMode = 0;
+    EXPECT_EQ(1, File::changeParentAccessMode(scratch(longest + "/x"), 0710, &oldMode));
+    EXPECT_EQ(S_IFDIR | 0700, oldMode);
+    EXPECT_EQ(0710u, scratch.mode(longest));
+    EXPECT_EQ(1, File::changeParentAccessMode(scratch(longest + "/x"), oldMode, nullptr));
+    EXPECT_EQ(0700u, scratch.mode(longest));
+    EXPECT_EQ(0, File::changeParentAccessMode(scratch(longest + "/x"), oldMode, nullptr));
+    for (char const* path : {scratch(longest + "/xy"), scratch("none/x"), "name", "/name"}) {
+        EXPECT_EQ(0, File::changeParentAccessMode(path, 0777, nullptr)) << path;
+    }
+    EXPECT_TRUE(opens(scratch(longest + "/x"), File::AS_IT_IS));
+    EXPECT_FALSE(opens(scratch(longest + "/xy"), File::AS_IT_IS));
+    EXPECT_EQ(1, File::erase(scratch(longest + "/x"), 0));
 }
 
 TEST(MakeDirectoriesTest, TouchesNothingThatIsThere) {
@@ -147,6 +295,32 @@ TEST(EraseTest, RefusesWhatIsReadOnlyOrOpenBeforeItHarmsIt) {
     EXPECT_FALSE(scratch.has("file"));
 }
 
+TEST(EraseTest, ThatFailsHalfWayLeavesWhatIsLeftAsItWas) {
+    Scratch const scratch;
+    scratch.file("d/gone/file");
+    chmod(scratch("d/gone/file"), 0444);
+    File held(scratch.file("d/stays/held"), UTF8);
+    ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+    chmod(scratch("d/stays/held"), 0440);
+    chmod(scratch("d/stays"), 0540);
+    ASSERT_EQ(0, ::link(scratch("d/gone/file"), scratch("kept")));
+    EXPECT_EQ(0, File::erase(scratch("d/gone"), 0));
+    EXPECT_EQ(0444u, scratch.mode("kept"));
+    EXPECT_EQ(1, File::erase(scratch("d/gone"), 1));
+    EXPECT_EQ(0777u, scratch.mode("kept"));
+    EXPECT_EQ(0, File::erase(scratch("d"), 1));
+    EXPECT_EQ(0440u, scratch.mode("d/stays/held"));
+    EXPECT_EQ(0540u, scratch.mode("d/stays"));
+    held.close();
+    EXPECT_EQ(1, File::erase(scratch("d"), 1));
+
+    scratch.file("e/sub/file");
+    for (char const* path : {"e/.", "e/..", "e/sub/..", "e/sub/./"}) {
+        EXPECT_EQ(0, File::erase(scratch(path), 1)) << path;
+    }
+    EXPECT_TRUE(scratch.has("e/sub/file"));
+}
+
 // A directory with links out of it, and one to it.
 struct TreeTest : ::testing::Test {
     TreeTest() {
@@ -163,6 +337,7 @@ struct TreeTest : ::testing::Test {
 TEST_F(TreeTest, EraseRemovesLinksAndNothingBehindThem) {
     scratch.link("nowhere", "in/dangling");
     unsigned const mode = scratch.mode("out/file");
+    EXPECT_EQ(1, File::erase(scratch("entry/sub"), 0));
     EXPECT_EQ(1, File::erase(scratch("entry/"), 1));
     EXPECT_FALSE(scratch.has("entry"));
     EXPECT_EQ("inside", scratch.content("in/file"));
@@ -180,6 +355,8 @@ TEST_F(TreeTest, SizeCountsFilesBehindLinksButNoDirectories) {
     EXPECT_TRUE(test::asNobody([&] {
         chmod(scratch.file("mine"), 0);
         EXPECT_EQ(-1, File::size(scratch("mine")));
+        chmod(scratch.directory("d/shut"), 0444);
+        EXPECT_EQ(0, File::size(scratch("d")));
     }));
 }
 
@@ -192,15 +369,64 @@ TEST_F(TreeTest, ReadOnlyAppliesToAllInsideAndIsLifted) {
     EXPECT_EQ(1, File::liftReadOnly(scratch("in"), 0));
     EXPECT_EQ(0777u, scratch.mode("in"));
     EXPECT_EQ(1, File::isReadOnly(scratch("in/sub")));
+    LogCapture const log;
+    ignoresModes = true;
+    EXPECT_EQ(0, File::applyReadOnly(scratch("in"), 0));
+    ignoresModes = false;
+    EXPECT_TRUE(log.has(std::string("applyReadOnly can't change ") + scratch("in")));
     EXPECT_EQ(1, File::liftReadOnly(scratch("in"), 1));
     EXPECT_EQ(0777u, scratch.mode("in/sub/file"));
 }
 
-TEST_F(TreeTest, ABackslashInANameIsNoWayOut) {
-    scratch.file("in/..\\out\\file");
+TEST_F(TreeTest, NothingLeadsOutThatOthersPutThereMeanwhile) {
+    auto const fails = [&](unsigned directoriesBefore, auto work, char const* name = "in/sub") {
+        actAt(1348, 2 * directoriesBefore, [&] {  // right before it is opened
+            rename(scratch(name), scratch("aside"));
+            scratch.link(scratch("out"), name);
+        });
+        EXPECT_FALSE(work());
+        utl::BlockingCall::install(nullptr);
+        EXPECT_EQ("outside", scratch.content("out/file"));
+        EXPECT_NE(0777u, scratch.mode("out/file"));
+        unlink(scratch(name));
+        EXPECT_EQ(0, rename(scratch("aside"), scratch(name)));
+    };
+    chmod(scratch("out/file"), 0640);
+    fails(1, [&] { return File::size(scratch("in")) != -1; });
+    fails(1, [&] { return File::liftReadOnly(scratch("in"), 1); });
+    fails(2, [&] { return File::copy(scratch("in"), scratch("copy"), 0); });
+    fails(
+        0, [&] { return File::erase(scratch("in"), 1); }, "in");
+    fails(1, [&] { return File::erase(scratch("in"), 1); });
+    // What is above a directory that has been moved is not where the walk came from.
+    actAt(1446, 2, [&] { rename(scratch("in/sub"), scratch("out/sub")); });
     EXPECT_EQ(0, File::erase(scratch("in"), 1));
-    EXPECT_EQ(-1, File::size(scratch("in")));
-    EXPECT_FALSE(File::copy(scratch("in"), scratch("copy"), 1));
+    utl::BlockingCall::install(nullptr);
+    EXPECT_EQ("outside", scratch.content("out/file"));
+    EXPECT_TRUE(scratch.has("out/sub"));
+}
+
+TEST_F(TreeTest, TakesNamesOfAnyBytesAndAnyDepth) {
+    scratch.file("in/..\\out\\file", "12");
+    scratch.file("in/\x95\\/\xFF\\", "345");
+    // Deeper than a path can say, and than descriptors are to be had.
+    EXPECT_TRUE(test::inChild([&] {
+        ASSERT_EQ(0, chdir(scratch("in")));
+        for (int depth = 0; depth < 300; ++depth) {
+            ASSERT_EQ(0, mkdir(std::string(200, 'n').c_str(), 0777));
+            ASSERT_EQ(0, chdir(std::string(200, 'n').c_str()));
+        }
+        symlink("/", "root");
+        rlimit const few = {16, 16};
+        setrlimit(RLIMIT_NOFILE, &few);
+        EXPECT_EQ(6 + 5 + 7 + 2 + 3, File::size(scratch("in")));
+        EXPECT_TRUE(File::copy(scratch("in"), scratch("copy"), 0));
+        EXPECT_EQ(1, File::applyReadOnly(scratch("in"), 1));
+        EXPECT_EQ(1, File::erase(scratch("in"), 1));
+        EXPECT_EQ(6 + 5 + 7 + 2 + 3, File::size(scratch("copy")));
+        EXPECT_EQ(1, File::erase(scratch("copy"), 0));
+    }));
+    EXPECT_FALSE(scratch.has("in") || scratch.has("copy"));
     EXPECT_EQ("outside", scratch.content("out/file"));
 }
 
@@ -227,8 +453,43 @@ TEST_F(TreeTest, CopyNeverNestsADirectoryInItself) {
     scratch.link("../in/sub/own", "other/sub");
     EXPECT_FALSE(File::copy(scratch("in"), scratch("other"), 0));
     EXPECT_FALSE(scratch.has("in/sub/own/own"));
+    actAt(1348, 2, [&] { rename(scratch("to"), scratch("in/to")); });
+    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 0));
+    utl::BlockingCall::install(nullptr);
     EXPECT_TRUE(File::copy(scratch("in"), scratch("inner"), 0));
     EXPECT_TRUE(File::copy(scratch("in"), scratch("in/"), 0));
+}
+
+TEST_F(TreeTest, CopyWritesIntoNothingThatIsALinkOrHeld) {
+    scratch.directory("to");
+    scratch.link("../out/file", "to/file");
+    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
+    EXPECT_EQ("outside", scratch.content("out/file"));
+    unlink(scratch("to/file"));
+    scratch.link("../out/new", "to/file");
+    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
+    EXPECT_FALSE(scratch.has("out/new"));
+    unlink(scratch("to/file"));
+    File held(scratch.file("to/file", "longer than that"), UTF8);
+    ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
+    EXPECT_FALSE(File::copy(scratch("in/file"), scratch("to/file"), 1));
+    EXPECT_EQ("longer than that", scratch.content("to/file"));
+    held.close();
+    EXPECT_TRUE(File::copy(scratch("in"), scratch("to"), 1));
+    EXPECT_EQ("insidethan that", scratch.content("to/file").erase(6, 1));
+}
+
+TEST(CopyTest, CarriesSetIdBitsOnlyToTheSameOwners) {
+    Scratch const scratch;
+    chmod(scratch.file("others", "text"), 06755);
+    EXPECT_TRUE(test::asNobody([&] {
+        chmod(scratch.file("own", "text"), 06755);
+        EXPECT_TRUE(File::copy(scratch("own"), scratch("own copy"), 0));
+        EXPECT_EQ(06755u, scratch.mode("own copy"));
+        EXPECT_TRUE(File::copy(scratch("others"), scratch("copy"), 0));
+    }));
+    EXPECT_EQ(getuid() == 0 ? 0755u : 06755u, scratch.mode("copy"));
 }
 
 TEST(CopyTest, OverwritesOnlyWhenAskedAndKeepsTheTail) {
@@ -237,8 +498,15 @@ TEST(CopyTest, OverwritesOnlyWhenAskedAndKeepsTheTail) {
     char const* const target = scratch.file("target", "longer");
     EXPECT_FALSE(File::copy(source, target, 0));
     EXPECT_EQ("longer", scratch.content("target"));
+    chmod(target, 0640);
+    actAt(2058, 0, [&] { EXPECT_TRUE(opens(source, File::AS_IT_IS)); });
     EXPECT_TRUE(File::copy(source, target, 1));
     EXPECT_EQ("newger", scratch.content("target"));
+    EXPECT_EQ(0640u, scratch.mode("target"));
+    actAt(2044, 1, [&] { EXPECT_EQ(1, File::erase(target, 0)); });
+    EXPECT_TRUE(File::copy(source, target, 1));
+    utl::BlockingCall::install(nullptr);
+    EXPECT_EQ("new", scratch.content("target"));
     EXPECT_FALSE(File::copy(source, scratch("source/x"), 1));
     EXPECT_FALSE(File::copy("/dev/zero", scratch("zeros"), 1));
     std::string const big(100000, 'b');
@@ -255,10 +523,50 @@ TEST(MoveTest, OverwritesNothingAndMakesTheWay) {
     EXPECT_EQ(0, File::move(from.c_str(), scratch.file("taken", "old")));
     EXPECT_EQ(0, File::move(from.c_str(), directory.c_str()));
     EXPECT_TRUE(log.has("rename Failed. errno[21] Source:" + from + "  Dest:" + directory));
+    EXPECT_EQ(0, File::move(from.c_str(), scratch.link("d", "link")));
+    EXPECT_TRUE(File::isDirectory(scratch("link")));
+    EXPECT_EQ(0, File::move(from.c_str(), scratch("a//to")));
+    EXPECT_EQ(0, File::move(scratch("\\from"), scratch("to")));
+    EXPECT_EQ(-1, File::size(scratch("\\from")));
+    {
+        File held(from.c_str(), UTF8);
+        ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+        EXPECT_EQ(0, File::move(from.c_str(), scratch("to")));
+    }
     EXPECT_EQ(1, File::move(from.c_str(), scratch("a\\b/to")));
     EXPECT_EQ("text", scratch.content("a/b/to"));
     EXPECT_EQ("old", scratch.content("taken"));
     EXPECT_EQ(0, File::move(from.c_str(), scratch("x")));
+}
+
+TEST(MoveTest, OverwritesNothingThatAppearsMeanwhileOnAnySystem) {
+    struct {
+        bool hasExclusiveRename;
+        bool hasLinks;
+    } const systems[] = {{true, true}, {false, true}, {false, false}};
+    for (auto const& system : systems) {
+        Scratch const scratch;
+        hasExclusiveRename = system.hasExclusiveRename;
+        hasLinks = system.hasLinks;
+        scratch.file("from", "text");
+        scratch.file("d/file", "text");
+        for (char const* source : {"from", "d"}) {
+            beforeRename = [&] { scratch.file("to", "appeared"); };
+            EXPECT_EQ(0, File::move(scratch(source), scratch("to")));
+            EXPECT_EQ("appeared", scratch.content("to"));
+            unlink(scratch("to"));
+        }
+        EXPECT_EQ(0, File::move(scratch("d"), scratch("d/in/itself")));
+        EXPECT_FALSE(scratch.has("d/in/itself"));
+        EXPECT_EQ(1, File::move(scratch("d"), scratch("to")));
+        EXPECT_EQ(1, File::move(scratch("from"), scratch("to2")));
+        EXPECT_EQ("text", scratch.content("to/file"));
+        EXPECT_EQ("text", scratch.content("to2"));
+        EXPECT_FALSE(scratch.has("d") || scratch.has("from"));
+        EXPECT_EQ(1, File::move(scratch("to"), scratch.directory("empty")));
+    }
+    hasExclusiveRename = true;
+    hasLinks = true;
 }
 
 struct ChildrenTest : ::testing::Test {
@@ -315,6 +623,8 @@ TEST_F(ChildrenTest, StopAtTheMostEntriesAndWithoutRoom) {
     EXPECT_EQ(2, File(scratch("d"), UTF8).children(&two, File::ALL_KINDS, nullptr, 2));
     EXPECT_EQ(-1, File::children(scratch("d"), &two, File::ALL_KINDS, nullptr, 0));
     EXPECT_EQ(2u, two.count());
+    EXPECT_EQ(6, File::children(scratch("d"), &entries, File::ALL_KINDS, nullptr, 0));
+    EXPECT_EQ(6u, entries.capacity());
 }
 
 }  // namespace

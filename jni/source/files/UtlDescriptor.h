@@ -14,13 +14,19 @@ class Descriptor {
 public:
     static constexpr int NO_DESCRIPTOR = -1;
 
-    explicit Descriptor(int descriptor) : mDescriptor(descriptor) {}
+    explicit Descriptor(int descriptor = NO_DESCRIPTOR) : mDescriptor(descriptor) {}
     ~Descriptor() { close(); }
     Descriptor(Descriptor const&) = delete;
     Descriptor& operator=(Descriptor const&) = delete;
 
     int get() const { return mDescriptor; }
     bool isOpen() const { return mDescriptor != NO_DESCRIPTOR; }
+
+    // Closes what it had and owns `descriptor` in its place.
+    void set(int descriptor) {
+        close();
+        mDescriptor = descriptor;
+    }
 
     // The caller owns it from here on.
     int release() {

@@ -5,10 +5,11 @@
 #include "UtlLog.h"
 
 #include "files/UtlDescriptor.h"
+#include "files/UtlEntry.h"
 #include "files/UtlFileCall.h"
+#include "files/UtlFileLock.h"
 #include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
-#include "files/UtlOpenedParent.h"
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlFileSystem.h"
@@ -19,9 +20,6 @@ namespace {
 
 constexpr long FAILED = -1;
 
-constexpr unsigned long PROBE_STATEMENT = 1480;
-constexpr unsigned long PROBE_EXCLUSIVE_STATEMENT = 1489;
-constexpr unsigned long PROBE_SHARED_STATEMENT = 1495;
 constexpr unsigned long OPEN_STATEMENT = 1612;
 constexpr unsigned long EMPTY_STATEMENT = 1631;
 constexpr unsigned long LOCK_STATEMENT = 1650;
@@ -54,22 +52,45 @@ bool empty(int descriptor) {
                                         }) == 0);
 }
 
-// A descriptor on `path` with its lock; none after a failure, which is logged.
-int openLocked(char const* path, int flags, unsigned creationMode, int lock) {
-    Descriptor file(watched("open", OPEN_STATEMENT,
-                            [=] { return platform::openFile(path, flags, creationMode); }));
-    if (!file.isOpen()) {
-        applog(LIBRARY_LOG, LEVEL_ERROR, "open() Failed. errno[%d] Path:%s", errno, path);
-        return Descriptor::NO_DESCRIPTOR;
-    }
-    int const locked = watched("open", LOCK_STATEMENT,
-                               [&] { return platform::lockFile(file.get(), lock | LOCK_NB); });
-    if (locked != 0) {
+// What is no file, and what would wait for somebody at its other end.
+bool canBeOpened(platform::FileStatus const& status) {
+    return !S_ISDIR(status.st_mode) && !S_ISFIFO(status.st_mode);
+}
+
+bool takeLock(int descriptor, int lock, char const* path) {
+    int const result = watched("open", LOCK_STATEMENT,
+                               [=] { return platform::lockFile(descriptor, lock | LOCK_NB); });
+    if (result != 0) {
         applog(LIBRARY_LOG, LEVEL_DEBUG, "Other process is opening. errno[%d] Path:%s", errno,
                path);
-        return Descriptor::NO_DESCRIPTOR;
     }
-    return file.release();
+    return result == 0;
+}
+
+// A descriptor on what `path` means, with its lock; none after a failure, which is logged where it
+// is no refusal.
+int openLocked(char const* path, int flags, int lock) {
+    Entry const entry = Entry::of(path);
+    for (int openings = 0; openings < MOST_OPENINGS; ++openings) {
+        Descriptor file(watched("open", OPEN_STATEMENT, [=] {
+            return openIn(entry, flags | platform::NO_WAITING, newFileMode());
+        }));
+        if (!file.isOpen()) {
+            applog(LIBRARY_LOG, LEVEL_ERROR, "open() Failed. errno[%d] Path:%s", errno, path);
+            return Descriptor::NO_DESCRIPTOR;
+        }
+        platform::FileStatus status;
+        if (!takeLock(file.get(), lock, path)) {
+            return Descriptor::NO_DESCRIPTOR;
+        }
+        if (stillMeans(entry, platform::Links::FOLLOWED, file.get(), &status)) {
+            bool const isReady = S_ISREG(status.st_mode) ||
+                                 (canBeOpened(status) && platform::letWait(file.get()) == 0);
+            return isReady ? file.release() : Descriptor::NO_DESCRIPTOR;
+        }
+    }
+    applog(LIBRARY_LOG, LEVEL_DEBUG, "Other process is opening. errno[%d] Path:%s", EAGAIN, path);
+    return Descriptor::NO_DESCRIPTOR;
 }
 
 // Does what a mode of open() asks for. Only the holder of the lock may: a refused open() must leave
@@ -111,23 +132,18 @@ File::~File() {
 
 int File::open(int mode, int access) {
     char const* const path = mPath.c_str();
-    if (isDirectory() || isOpened() || mode < AS_IT_IS || mode > EMPTY || access < READ ||
-        access > READ_WRITE) {
+    platform::FileStatus status;
+    bool const isThere = platform::pathStatus(path, &status);
+    if ((isThere && !canBeOpened(status)) || isOpened() || mode < AS_IT_IS || mode > EMPTY ||
+        access < READ || access > READ_WRITE) {
         return 0;
     }
+    mOpenedForWrite = access != READ;
     if (access == READ) {
-        mOpenedForWrite = 0;
-        bool const isReadable = mode != EMPTY && exists();
-        return isReadable && hold(openLocked(path, O_RDONLY, READABLE_BY_ALL, LOCK_SH), mode);
+        return mode != EMPTY && isThere && hold(openLocked(path, O_RDONLY, LOCK_SH), mode);
     }
-
-    mOpenedForWrite = 1;
-    if (!makeParent(path)) {
-        return 0;
-    }
-    OpenedParent const parent(path);
     int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | O_CREAT;
-    return hold(openLocked(path, flags, OPEN_TO_ALL, LOCK_EX), mode);
+    return makeParent(path) && hold(openLocked(path, flags, LOCK_EX), mode);
 }
 
 // Takes over what openLocked() returned.
@@ -145,7 +161,7 @@ int File::close() {
     if (!isOpened()) {
         return 0;
     }
-    if (mOpenedForWrite) {
+    if (mOpenedForWrite && !keepsModes()) {
         // By the descriptor: the path may be another file's by now.
         watched("close", CLOSE_MODE_STATEMENT,
                 [this] { return platform::changeMode(mHandle.get(), OPEN_TO_ALL); });
@@ -222,7 +238,6 @@ long File::write(void const* buffer, unsigned long length) {
     if (!isOpened()) {
         return FAILED;
     }
-    OpenedParent const parent(mPath.c_str());
     long written = FAILED;
     if (buffer != nullptr && length != 0) {
         written = platform::writeFile(mHandle.get(), buffer, length);
@@ -311,36 +326,13 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     if (path == nullptr) {
         return 0;
     }
-    if (sharedOnly != nullptr) {
-        *sharedOnly = false;
-    }
-    // Nobody has a FIFO or a device open through a File; a look into it is noticed at the other
-    // end.
     BasicString<char> const normal = withSlashes(path);
-    platform::FileStatus status;
-    if (!platform::pathStatus(normal.c_str(), &status) || !S_ISREG(status.st_mode)) {
-        return 0;
-    }
-
-    int const descriptor = watched("isOpened", PROBE_STATEMENT, [&] {
-        return platform::openFile(normal.c_str(), O_RDONLY | platform::NO_WAITING, 0);
-    });
-    SmartHandle<DestructCloseFile> probe;
-    if (descriptor == Descriptor::NO_DESCRIPTOR || !probe.set(descriptor)) {
-        return 0;
-    }
-    if (watched("isOpened", PROBE_EXCLUSIVE_STATEMENT,
-                [=] { return platform::lockFile(descriptor, LOCK_EX | LOCK_NB); }) == 0) {
-        platform::lockFile(descriptor, LOCK_UN);  // not while the probe is synced: others ask too
-        return 0;
-    }
-    bool const isShared = watched("isOpened", PROBE_SHARED_STATEMENT, [=] {
-                              return platform::lockFile(descriptor, LOCK_SH | LOCK_NB);
-                          }) == 0;
+    Descriptor const probe(openToAsk(Entry::of(normal.c_str()), platform::Links::FOLLOWED));
+    Holders const holders = probe.isOpen() ? askHolders(probe.get()) : Holders::NOBODY;
     if (sharedOnly != nullptr) {
-        *sharedOnly = isShared;
+        *sharedOnly = holders == Holders::READERS;
     }
-    return 1;
+    return holders != Holders::NOBODY;
 }
 
 int File::exists() const {

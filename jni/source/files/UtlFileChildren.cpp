@@ -1,9 +1,11 @@
 #include <fnmatch.h>
 
+#include <cstring>
+
 #include "UtlFile.h"
 #include "UtlString.h"
 
-#include "files/UtlFileCall.h"
+#include "files/UtlDirectoryNames.h"
 #include "files/UtlNormalPath.h"
 #include "platform/UtlDirectory.h"
 
@@ -12,32 +14,6 @@ namespace utl {
 namespace {
 
 constexpr char WILDCARDS[] = "*?[]";
-
-// What the watchdog hears about a call; for reading an entry, why the one before was passed over.
-enum Statement : unsigned long {
-    OPEN = 1348,
-    READ_FIRST = 1358,
-    READ_AFTER_DIRECTORY = 1367,
-    READ_AFTER_FILE = 1376,
-    READ_AFTER_OTHER_EXTENSION = 1387,
-    READ_AFTER_NO_EXTENSION = 1394,
-    READ_AFTER_SELF = 1402,
-    READ_AFTER_PARENT = 1407,
-    MATCH = 1415,
-    READ_AFTER_MISMATCH = 1419,
-    CLOSE_FAILED = 1430,
-    READ_AFTER_KEPT = 1443,
-    CLOSE = 1446,
-};
-
-template <typename Call>
-auto watchedStep(Statement statement, Call call) {
-    return watched("children", statement, call);
-}
-
-bool isSame(char const* a, char const* b) {
-    return compareStr(a, b, ALL) == 0;
-}
 
 // The first wildcard of `path`, by their order in WILDCARDS; nullptr without one.
 char const* findWildcard(char const* path) {
@@ -58,35 +34,35 @@ struct Filter {
     char pattern[PATH_SIZE];
 
     // READ_AFTER_KEPT, or why the entry is passed over.
-    Statement judge(char const* name, bool isDirectory) const;
+    Listing judge(char const* name, bool isDirectory) const;
+    bool matches(char const* name) const;
 };
 
-Statement Filter::judge(char const* name, bool isDirectory) const {
+Listing Filter::judge(char const* name, bool isDirectory) const {
     if (isDirectory && kind == File::FILES) {
-        return READ_AFTER_DIRECTORY;
+        return Listing::READ_AFTER_DIRECTORY;
     }
     if (!isDirectory && kind == File::DIRECTORIES) {
-        return READ_AFTER_FILE;
+        return Listing::READ_AFTER_FILE;
     }
     if (!isDirectory && extension != nullptr) {
         char own[PATH_SIZE];
         if (!File::extractExtension(own, sizeof own, name)) {
-            return READ_AFTER_NO_EXTENSION;
+            return Listing::READ_AFTER_NO_EXTENSION;
         }
         if (compareStrNoCase(own, extension, ALL) != 0) {
-            return READ_AFTER_OTHER_EXTENSION;
+            return Listing::READ_AFTER_OTHER_EXTENSION;
         }
     }
-    if (isSame(name, ".")) {
-        return READ_AFTER_SELF;
-    }
-    if (isSame(name, "..")) {
-        return READ_AFTER_PARENT;
-    }
-    bool const matches = pattern[0] == '\0' || watchedStep(MATCH, [=] {
-                                                   return fnmatch(pattern, name, FNM_PATHNAME);
-                                               }) == 0;
-    return matches ? READ_AFTER_KEPT : READ_AFTER_MISMATCH;
+    Listing const verdict = judgeName(name);
+    bool const isMismatch = verdict == Listing::READ_AFTER_KEPT && !matches(name);
+    return isMismatch ? Listing::READ_AFTER_MISMATCH : verdict;
+}
+
+bool Filter::matches(char const* name) const {
+    return pattern[0] == '\0' || watchedListing(Listing::MATCH, [=] {
+                                     return fnmatch(pattern, name, FNM_PATHNAME);
+                                 }) == 0;
 }
 
 // Deliberate: a slash behind the path as it was given. For "dir/" that makes two; callers cut what
@@ -120,28 +96,36 @@ bool takePattern(char (&pattern)[PATH_SIZE], char (&directory)[PATH_SIZE]) {
     return File::extractDirectoryPath(directory, PATH_SIZE, directory) == 1;
 }
 
+// Appends `count` entries, as far as there is room. An array that turns out to grow does so once.
+bool appendAll(File::Paths* entries, char const* directory, Names const& names,
+               unsigned long count) {
+    char const* name = names.data();
+    for (unsigned long i = 0; i < count; ++i) {
+        unsigned long const capacity = entries->capacity();
+        if (!append(entries, directory, name) ||
+            (entries->capacity() != capacity && !entries->resizeMax(count))) {
+            return false;
+        }
+        name += std::strlen(name) + 1;
+    }
+    return true;
+}
+
 int list(char const* path, Filter const& filter, unsigned long maxCount, File::Paths* entries) {
     platform::Directory directory;
-    if (!watchedStep(OPEN, [&] { return directory.open(path); })) {
+    if (!watchedListing(Listing::OPEN, [&] { return directory.open(path); })) {
         return -1;
     }
-    int count = 0;
-    Statement statement = READ_FIRST;
-    bool isComplete = false;
-    while (!isComplete && watchedStep(statement, [&] { return directory.next(); })) {
-        statement = filter.judge(directory.name(), directory.isDirectory());
-        if (statement == READ_AFTER_KEPT) {
-            if (!append(entries, path, directory.name())) {
-                watchedStep(CLOSE_FAILED, [&] { return directory.close(); });
-                return -1;
-            }
-            ++count;
-            isComplete = static_cast<unsigned long>(count) == maxCount;
-        }
-    }
-    bool const hasFailed = directory.hasFailed();
-    watchedStep(CLOSE, [&] { return directory.close(); });
-    return hasFailed ? -1 : count;
+    auto const judge = [&](platform::Directory const& read) {
+        return filter.judge(read.name(), read.isDirectory());
+    };
+    Names names;
+    unsigned long count = 0;
+    bool const isRead = readNames(&directory, judge, maxCount, &names, &count);
+    bool const isAppended = appendAll(entries, path, names, count);
+    watchedListing(isAppended ? Listing::CLOSE : Listing::CLOSE_FAILED,
+                   [&] { return directory.close(); });
+    return isRead && isAppended ? static_cast<int>(count) : -1;
 }
 
 }  // namespace
@@ -167,7 +151,7 @@ int File::children(char const* path, Paths* entries, int kind, char const* exten
         bool const isFile = filter.pattern[0] == '\0' && exists(directory);
         return isFile ? 0 : -1;
     }
-    return list(directory, filter, maxCount, entries);
+    return list(directory, filter, maxCount != 0 ? maxCount : NONE, entries);
 }
 
 int File::children(Paths* entries, int kind, char const* extension, unsigned long maxCount) const {

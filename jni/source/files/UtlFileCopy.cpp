@@ -1,21 +1,27 @@
 #include <errno.h>
 
+#include <cstring>
+
 #include "UtlFile.h"
 #include "UtlLog.h"
 #include "UtlString.h"
 
 #include "files/UtlDescriptor.h"
-#include "files/UtlDirectoryWalk.h"
+#include "files/UtlEntry.h"
 #include "files/UtlFileCall.h"
+#include "files/UtlFileLock.h"
 #include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
-#include "files/UtlOpenedParent.h"
+#include "files/UtlTreeWalk.h"
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlFileSystem.h"
 
 namespace utl {
 
 namespace {
+
+using platform::FileStatus;
+using platform::Links;
 
 constexpr unsigned long BLOCK_SIZE = 1024;
 
@@ -54,7 +60,7 @@ private:
     Statement const mClosing;
 };
 
-bool askSource(int descriptor, char const* path, platform::FileStatus* status) {
+bool askSource(int descriptor, char const* path, FileStatus* status) {
     bool const isKnown =
         watchedStep(STAT_SOURCE, [=] { return platform::descriptorStatus(descriptor, status); });
     if (!isKnown) {
@@ -64,22 +70,50 @@ bool askSource(int descriptor, char const* path, platform::FileStatus* status) {
     return isKnown;
 }
 
-// A new file gets the permission bits whatever the process's mask is.
-int createDestination(char const* path, unsigned mode, int overwrite) {
-    int const created = watchedStep(CREATE_DESTINATION, [=] {
-        return platform::openFile(path, O_WRONLY | O_CREAT | O_EXCL | platform::NO_WAITING, mode);
-    });
-    if (created != Descriptor::NO_DESCRIPTOR) {
-        watchedStep(MODE_DESTINATION, [=] { return platform::changeMode(created, mode); });
-        return created;
+// Whoever writes it may not be done.
+bool isBeingWritten(int descriptor) {
+    Holders const holders = askHolders(descriptor);
+    platform::lockFile(descriptor, LOCK_UN);  // a copy keeps nobody from what it reads
+    return holders == Holders::SOMEBODY;
+}
+
+// What a file is copied to.
+struct Target {
+    Entry entry;
+    Links links;
+    bool overwrites;
+};
+
+int createTarget(Target const& target, unsigned mode) {
+    int const flags = O_WRONLY | O_CREAT | O_EXCL | platform::NO_WAITING;
+    return watchedStep(CREATE_DESTINATION, [&] { return openIn(target.entry, flags, mode); });
+}
+
+// Deliberate: not truncated. Callers write the beginning of a longer file anew in this way.
+int openExisting(Target const& target, unsigned mode) {
+    int const flags = O_WRONLY | O_CREAT | platform::NO_WAITING |
+                      (target.links == Links::NOT_FOLLOWED ? O_NOFOLLOW : 0);
+    return watchedStep(OPEN_DESTINATION, [&] { return openIn(target.entry, flags, mode); });
+}
+
+// With a writer's lock; none when anybody has it open.
+int openTarget(Target const& target, unsigned mode, bool* isNew) {
+    for (int openings = 0; openings < MOST_OPENINGS; ++openings) {
+        Descriptor file(createTarget(target, mode));
+        *isNew = file.isOpen();
+        if (!*isNew && target.overwrites && errno == EEXIST) {
+            file.set(openExisting(target, mode));
+        }
+        FileStatus status;
+        if (!file.isOpen() ||
+            (platform::lockFile(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)) {
+            return Descriptor::NO_DESCRIPTOR;
+        }
+        if (stillMeans(target.entry, target.links, file.get(), &status)) {
+            return file.release();
+        }
     }
-    if (overwrite != 1 || errno != EEXIST) {
-        return Descriptor::NO_DESCRIPTOR;
-    }
-    // Deliberate: not truncated. Callers write the beginning of a longer file anew in this way.
-    return watchedStep(OPEN_DESTINATION, [=] {
-        return platform::openFile(path, O_WRONLY | O_CREAT | platform::NO_WAITING, mode);
-    });
+    return Descriptor::NO_DESCRIPTOR;
 }
 
 bool copyBytes(int source, int destination) {
@@ -99,49 +133,62 @@ bool copyBytes(int source, int destination) {
     }
 }
 
-bool copyFile(char const* source, char const* destination, int overwrite) {
-    char directory[PATH_SIZE];
-    if (!File::extractDirectoryPath(directory, sizeof directory, destination) ||
-        !File::makeDirectories(directory)) {
-        return false;
-    }
-    bool isShared = false;
-    platform::FileStatus status;
-    // A FIFO or a device need never come to an end.
-    if ((File::isOpened(source, &isShared) && !isShared) ||
-        !platform::pathStatus(source, &status) || !S_ISREG(status.st_mode)) {
-        return false;
-    }
-    OpenedParent const sourceParent(source);
-    CopyEnd const from(
-        watchedStep(OPEN_SOURCE,
-                    [=] { return platform::openFile(source, O_RDONLY | platform::NO_WAITING, 0); }),
-        CLOSE_SOURCE);
-    if (!from.isOpen() || !askSource(from.get(), source, &status)) {
-        return false;
-    }
-    OpenedParent const destinationParent(destination);
-    CopyEnd const to(createDestination(destination, status.st_mode & PERMISSIONS, overwrite),
-                     CLOSE_DESTINATION);
-    return to.isOpen() && copyBytes(from.get(), to.get());
+bool hasSameOwners(FileStatus const& source, int copy) {
+    FileStatus status;
+    return platform::descriptorStatus(copy, &status) && status.st_uid == source.st_uid &&
+           status.st_gid == source.st_gid;
 }
 
-bool isSame(platform::FileStatus const& a, platform::FileStatus const& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+// A new file gets its mode whatever the process's mask is, and last: writing takes bits away. The
+// set-id bits let others act for its owner and its group: not for any but those of the source.
+void copyMode(FileStatus const& source, int copy, bool isWhole) {
+    bool const mayActFor = isWhole && hasSameOwners(source, copy);
+    unsigned const bits = mayActFor ? CHANGEABLE_BITS : CHANGEABLE_BITS & ~SET_ID_BITS;
+    watchedStep(MODE_DESTINATION,
+                [&] { return platform::changeMode(copy, source.st_mode & bits); });
+}
+
+bool copyFile(Entry const& entry, Target const& target) {
+    FileStatus status;
+    // A FIFO or a device need never come to an end; opening one is noticed.
+    if (!platform::statusAt(entry.directory, entry.name, Links::FOLLOWED, &status) ||
+        !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    CopyEnd const from(watchedStep(OPEN_SOURCE,
+                                   [&] {
+                                       return platform::openFileAt(entry.directory, entry.name,
+                                                                   O_RDONLY | platform::NO_WAITING,
+                                                                   0);
+                                   }),
+                       CLOSE_SOURCE);
+    if (!from.isOpen() || !askSource(from.get(), entry.path, &status) || !S_ISREG(status.st_mode) ||
+        isBeingWritten(from.get())) {
+        return false;
+    }
+    bool isNew = false;
+    CopyEnd const to(openTarget(target, status.st_mode & PERMISSIONS, &isNew), CLOSE_DESTINATION);
+    if (!to.isOpen()) {
+        return false;
+    }
+    bool const isWhole = copyBytes(from.get(), to.get());
+    if (isNew && !keepsModes()) {
+        copyMode(status, to.get(), isWhole);
+    }
+    return isWhole;
 }
 
 // Whether `path` is `directory` or somewhere below it, by whatever links. True too when that cannot
 // be said.
-bool isBelow(char const* path, platform::FileStatus const& directory) {
-    char at[4 * PATH_SIZE];
-    formatStr(at, sizeof at, "%s", path);
-    platform::FileStatus status;
-    bool isKnown = platform::pathStatus(at, &status);
-    while (isKnown && !isSame(status, directory)) {
-        platform::FileStatus const below = status;
-        isKnown = combineStr(at, sizeof at, at, "/..", ALL, WHOLE) != NONE &&
-                  platform::pathStatus(at, &status);
-        if (isKnown && isSame(status, below)) {
+bool isBelow(char const* path, FileStatus const& directory) {
+    Descriptor at(platform::openDirectory(platform::WORKING_DIRECTORY, path, Links::FOLLOWED));
+    FileStatus status;
+    bool isKnown = at.isOpen() && platform::descriptorStatus(at.get(), &status);
+    while (isKnown && !platform::isSameFile(status, directory)) {
+        FileStatus const below = status;
+        at.set(platform::openDirectory(at.get(), "..", Links::NOT_FOLLOWED));
+        isKnown = at.isOpen() && platform::descriptorStatus(at.get(), &status);
+        if (isKnown && platform::isSameFile(status, below)) {
             return false;  // the root
         }
     }
@@ -150,13 +197,13 @@ bool isBelow(char const* path, platform::FileStatus const& directory) {
 
 // Whether the copy of the directory `source` would come to be inside it.
 bool wouldNest(char const* source, char const* destination) {
-    platform::FileStatus directory;
-    platform::FileStatus target;
+    FileStatus directory;
+    FileStatus target;
     if (!platform::pathStatus(source, &directory)) {
         return false;
     }
     if (platform::pathStatus(destination, &target)) {
-        return !isSame(target, directory) && isBelow(destination, directory);
+        return !platform::isSameFile(target, directory) && isBelow(destination, directory);
     }
     char existing[PATH_SIZE];
     storePart(existing, sizeof existing, destination, t_strlen(destination));
@@ -174,32 +221,60 @@ bool wouldNest(char const* source, char const* destination) {
     return isBelow(existing, directory);
 }
 
-bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite);
+class TreeCopy : public TreeVisitor {
+public:
+    // From `source`, without a separator at its end, to `target`, a directory.
+    TreeCopy(char const* source, char const* target, bool overwrites)
+        : mSource(source),
+          mTarget(target),
+          mOverwrites(overwrites),
+          mWay(openTree(platform::WORKING_DIRECTORY, target, Links::FOLLOWED)),
+          mRoot(mWay.status()) {}
 
-bool copyInto(char const* entry, char const* directory, int overwrite) {
-    if (isLinkToDirectory(entry)) {
-        return true;
+    bool isReady() const { return mWay.directory() != Descriptor::NO_DESCRIPTOR; }
+
+    bool take(Entry const& entry, FileStatus const& status) override {
+        FileStatus behind = status;
+        if (S_ISLNK(status.st_mode) &&
+            !platform::statusAt(entry.directory, entry.name, Links::FOLLOWED, &behind)) {
+            return false;
+        }
+        bool const leadsOut = S_ISDIR(behind.st_mode);
+        return leadsOut || copyFile(entry, {at(entry, nullptr), Links::NOT_FOLLOWED, mOverwrites});
     }
-    char name[PATH_SIZE];
-    char target[2 * PATH_SIZE];
-    if (!File::extractFileName(name, sizeof name, entry, 0)) {
+
+    bool enter(Entry const& entry, FileStatus const& status) override {
+        char path[4 * PATH_SIZE];
+        formatStr(path, sizeof path, "%s%s", mTarget, entry.path + std::strlen(mSource));
+        // Somebody may have moved the copy into what is copied.
+        return !platform::isSameFile(status, mRoot) &&
+               (makeDirectoryIn(at(entry, path), path) || errno == EEXIST) &&
+               mWay.enter(
+                   platform::openDirectory(mWay.directory(), entry.name, Links::NOT_FOLLOWED));
+    }
+
+    bool leave(Entry const&) override { return mWay.leave(); }
+
+private:
+    // Where what is copied from `entry` goes.
+    Entry at(Entry const& entry, char const* path) const {
+        return {mWay.directory(), entry.name, path, true};
+    }
+
+    char const* const mSource;
+    char const* const mTarget;
+    bool const mOverwrites;
+    DirectoryWay mWay;
+    FileStatus const mRoot;
+};
+
+bool copyTree(char const* from, char const* to, bool overwrites) {
+    if (wouldNest(from, to) || !File::makeDirectories(to)) {
         return false;
     }
-    formatStr(target, sizeof target, "%s/%s", directory, name);
-    return copyEntry(NormalPath(entry), NormalPath(target), overwrite);
-}
-
-bool copyEntry(NormalPath const& source, NormalPath const& destination, int overwrite) {
-    char const* const from = source.c_str();
-    char const* const to = destination.c_str();
-    if (!source.isValid() || !destination.isValid() || !File::exists(from)) {
-        return false;
-    }
-    if (!File::isDirectory(from)) {
-        return copyFile(from, to, overwrite);
-    }
-    return !wouldNest(from, to) && File::makeDirectories(to) &&
-           visitEntries(from, [=](char const* entry) { return copyInto(entry, to, overwrite); });
+    TreeCopy copy(from, to, overwrites);
+    return copy.isReady() &&
+           walkTree(openTree(platform::WORKING_DIRECTORY, from, Links::FOLLOWED), from, &copy);
 }
 
 }  // namespace
@@ -218,7 +293,14 @@ bool File::copy(char const* source, char const* destination, int overwrite) {
     if (compareStr(from.c_str(), to.c_str(), ALL) == 0) {
         return true;
     }
-    return copyEntry(from, to, overwrite);
+    if (isTree) {
+        return copyTree(from.c_str(), to.c_str(), overwrite == 1);
+    }
+    char directory[PATH_SIZE];
+    return extractDirectoryPath(directory, sizeof directory, to.c_str()) &&
+           makeDirectories(directory) &&
+           copyFile(Entry::of(from.c_str()),
+                    {Entry::of(to.c_str()), Links::FOLLOWED, overwrite == 1});
 }
 
 bool File::copy(char const* destination, int overwrite) const {

@@ -11,8 +11,9 @@
 #include "UtlString.h"
 
 #include "files/UtlDescriptor.h"
+#include "files/UtlEntry.h"
+#include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
-#include "files/UtlOpenedParent.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlFileSystem.h"
 #include "platform/UtlKernelThread.h"
@@ -143,8 +144,7 @@ int openDump(char const* path) {
         !File::makeDirectories(directory)) {
         return Descriptor::NO_DESCRIPTOR;
     }
-    OpenedParent const parent(file.c_str());
-    return platform::openFile(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0777);
+    return openIn(Entry::of(file.c_str()), O_WRONLY | O_CREAT | O_TRUNC, newFileMode());
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/UtlErrno.h"
 
 namespace utl {
 namespace platform {
@@ -11,6 +14,16 @@ bool Directory::open(char const* path) {
     do {
         mStream = opendir(path);
     } while (mStream == nullptr && errno == EINTR);
+    return mStream != nullptr;
+}
+
+bool Directory::open(int descriptor) {
+    int const own = fcntl(descriptor, F_DUPFD_CLOEXEC, 1);
+    mStream = own != -1 ? fdopendir(own) : nullptr;
+    if (own != -1 && mStream == nullptr) {
+        ErrnoGuard const guard;
+        ::close(own);
+    }
     return mStream != nullptr;
 }
 

@@ -15,8 +15,10 @@ public:
     Directory(Directory const&) = delete;
     Directory& operator=(Directory const&) = delete;
 
-    // No child process keeps it open.
+    // No child process keeps it open. One opened by its descriptor has entries of its own; the
+    // descriptor stays the caller's.
     bool open(char const* path);
+    bool open(int descriptor);
 
     // Goes to the next entry. False when there is none, or after a failure.
     bool next();

@@ -4,6 +4,10 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "platform/UtlErrno.h"
+
 namespace utl {
 namespace platform {
 
@@ -27,24 +31,116 @@ int liftFromZero() {
     return descriptor;
 }
 
+int renameUnlessTaken(char const* source, char const* destination) {
+#if defined(__ANDROID__) && __ANDROID_API__ < 30
+    // The call would end the process on systems whose filter does not know it.
+    (void)source;
+    (void)destination;
+    errno = ENOSYS;
+    return -1;
+#else
+    return renameat2(AT_FDCWD, source, AT_FDCWD, destination, RENAME_NOREPLACE);
+#endif
+}
+
+// A directory takes the place of an empty one only, so that what appears in it stays.
+int renameDirectoryStepwise(char const* source, char const* destination) {
+    if (mkdir(destination, 0700) != 0) {
+        return -1;
+    }
+    int const result = rename(source, destination);
+    if (result != 0) {
+        ErrnoGuard const guard;
+        rmdir(destination);
+    }
+    return result;
+}
+
+// For file systems without links: the name is taken first, and locked, so that no File uses it.
+int renameOverPlaceholder(char const* source, char const* destination) {
+    int const placeholder = openFile(destination, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (placeholder == -1) {
+        return -1;
+    }
+    flock(placeholder, LOCK_EX | LOCK_NB);
+    int const result = rename(source, destination);
+    ErrnoGuard const guard;
+    if (result != 0) {
+        unlink(destination);
+    }
+    close(placeholder);
+    return result;
+}
+
+int renameFileStepwise(char const* source, char const* destination) {
+    if (link(source, destination) != 0) {
+        bool const hasLinks = errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK;
+        return hasLinks ? -1 : renameOverPlaceholder(source, destination);
+    }
+    int const result = unlink(source);
+    if (result != 0) {
+        ErrnoGuard const guard;
+        unlink(destination);
+    }
+    return result;
+}
+
+int noFollow(Links links) {
+    return links == Links::NOT_FOLLOWED ? O_NOFOLLOW : 0;
+}
+
 }  // namespace
 
 bool pathStatus(char const* path, FileStatus* status) {
-    return repeatInterrupted([=] { return stat64(path, status); }) == 0;
+    return statusAt(WORKING_DIRECTORY, path, Links::FOLLOWED, status);
 }
 
-bool linkStatus(char const* path, FileStatus* status) {
-    return repeatInterrupted([=] { return lstat64(path, status); }) == 0;
+bool statusAt(int directory, char const* name, Links links, FileStatus* status) {
+    int const flags = links == Links::NOT_FOLLOWED ? AT_SYMLINK_NOFOLLOW : 0;
+    return repeatInterrupted([=] { return fstatat64(directory, name, status, flags); }) == 0;
 }
 
 bool descriptorStatus(int descriptor, FileStatus* status) {
-    return repeatInterrupted([=] { return fstat64(descriptor, status); }) == 0;
+    int const result = repeatInterrupted([=] { return fstat64(descriptor, status); });
+    // Before Linux 3.6 only the other call knows descriptors that were opened with O_PATH.
+    return result == 0 || (errno == EBADF && fstatat64(descriptor, "", status, AT_EMPTY_PATH) == 0);
+}
+
+bool isSameFile(FileStatus const& a, FileStatus const& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 int openFile(char const* path, int flags, unsigned mode) {
-    int const descriptor =
-        repeatInterrupted([=] { return open(path, flags | O_CLOEXEC | O_LARGEFILE, mode); });
+    return openFileAt(WORKING_DIRECTORY, path, flags, mode);
+}
+
+int openFileAt(int directory, char const* name, int flags, unsigned mode) {
+    int const descriptor = repeatInterrupted(
+        [=] { return openat(directory, name, flags | O_CLOEXEC | O_LARGEFILE, mode); });
     return descriptor == 0 ? liftFromZero() : descriptor;
+}
+
+int openDirectory(int directory, char const* name, Links links) {
+    int const flags = O_DIRECTORY | noFollow(links);
+    int const descriptor = openFileAt(directory, name, O_RDONLY | flags, 0);
+    bool const isUnreadable = descriptor == -1 && errno == EACCES;
+    return isUnreadable ? openFileAt(directory, name, O_PATH | flags, 0) : descriptor;
+}
+
+int openEntry(int directory, char const* name, Links links) {
+    FileStatus status;
+    int descriptor = -1;
+    // Needs no /proc when its mode is changed, but others may notice and it may be refused.
+    if (statusAt(directory, name, links, &status) &&
+        (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
+        descriptor = openFileAt(directory, name, O_RDONLY | NO_WAITING | noFollow(links), 0);
+    }
+    return descriptor != -1 ? descriptor : openFileAt(directory, name, O_PATH | noFollow(links), 0);
+}
+
+int letWait(int descriptor) {
+    int const flags = fcntl(descriptor, F_GETFL);
+    return flags == -1 ? -1 : fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
 }
 
 bool isWritable(int descriptor) {
@@ -81,28 +177,53 @@ int lockFile(int descriptor, int operation) {
     return repeatInterrupted([=] { return flock(descriptor, operation); });
 }
 
-int makeDirectory(char const* path, unsigned mode) {
-    return repeatInterrupted([=] { return mkdir(path, static_cast<mode_t>(mode)); });
+int makeDirectoryAt(int directory, char const* name, unsigned mode) {
+    return repeatInterrupted([=] { return mkdirat(directory, name, static_cast<mode_t>(mode)); });
 }
 
-int removeDirectory(char const* path) {
-    return repeatInterrupted([=] { return rmdir(path); });
+int removeDirectoryAt(int directory, char const* name) {
+    return repeatInterrupted([=] { return unlinkat(directory, name, AT_REMOVEDIR); });
 }
 
-int removeFile(char const* path) {
-    return repeatInterrupted([=] { return unlink(path); });
+int removeFileAt(int directory, char const* name) {
+    return repeatInterrupted([=] { return unlinkat(directory, name, 0); });
 }
 
 int renameFile(char const* source, char const* destination) {
     return repeatInterrupted([=] { return rename(source, destination); });
 }
 
-int changeMode(char const* path, unsigned mode) {
-    return repeatInterrupted([=] { return chmod(path, static_cast<mode_t>(mode)); });
+int renameToNew(char const* source, char const* destination) {
+    int const result = repeatInterrupted([=] { return renameUnlessTaken(source, destination); });
+    // Neither every kernel nor every file system has it.
+    if (result == 0 || (errno != ENOSYS && errno != EINVAL)) {
+        return result;
+    }
+    FileStatus status;
+    if (!statusAt(WORKING_DIRECTORY, source, Links::NOT_FOLLOWED, &status)) {
+        return -1;
+    }
+    return S_ISDIR(status.st_mode) ? renameDirectoryStepwise(source, destination)
+                                   : renameFileStepwise(source, destination);
 }
 
 int changeMode(int descriptor, unsigned mode) {
-    return repeatInterrupted([=] { return fchmod(descriptor, static_cast<mode_t>(mode)); });
+    int const result =
+        repeatInterrupted([=] { return fchmod(descriptor, static_cast<mode_t>(mode)); });
+    if (result == 0 || errno != EBADF) {
+        return result;
+    }
+    // One that was opened without permission to read. Its name there is the file, not a path to it.
+    char name[32];
+    snprintf(name, sizeof name, "/proc/self/fd/%d", descriptor);
+    return repeatInterrupted([=] { return chmod(name, static_cast<mode_t>(mode)); });
+}
+
+bool isInGroup(gid_t group) {
+    gid_t groups[64];
+    int const count = getgroups(64, groups);
+    return group == getegid() ||
+           (count > 0 && std::find(groups, groups + count, group) != groups + count);
 }
 
 }  // namespace platform
