@@ -3,12 +3,14 @@
 //     Array<int> ids(16, 0);  // never more than 16
 //     if (!ids.insertAt(ids.count(), id)) { ... }  // full
 //
-// Operations return 1 for done and 0 for refused, and change nothing when they refuse. An array is
-// used by one thread at a time.
+// Operations return 1 for done and 0 for refused, and change nothing when they refuse. Appending
+// takes the same time however long the array is; inserting and erasing elsewhere move the elements
+// behind, trivially copyable ones as a block. An array is used by one thread at a time.
 
 #ifndef UTL_ARRAY_H
 #define UTL_ARRAY_H
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <new>
@@ -33,12 +35,13 @@ public:
     static constexpr int FIXED = 0;
     static constexpr int GROWS = 1;
 
-    // Room for `capacity` elements. In growth mode GROWS an operation that needs more room takes
-    // exactly as much as it needs; in any other mode it is refused. Allocates; without memory the
-    // array has capacity 0.
+    // Room for `capacity` elements. In growth mode GROWS an operation that needs more makes the
+    // capacity exactly what it needs; in any other mode it is refused. Allocates; without memory
+    // the array has capacity 0.
     Array(unsigned long capacity, int growthMode)
         : mData(allocateElements<T>(capacity)),
           mCapacity(mData != nullptr ? capacity : 0),
+          mRoom(mCapacity),
           mGrowthMode(growthMode) {}
 
     // The elements of `src`, with room for `minCapacity` at the least.
@@ -80,21 +83,16 @@ public:
     }
 
     // Makes the capacity exactly `newCapacity`; elements that find no room are dropped. Allocates
-    // before it frees.
+    // before it frees, and neither when the memory is large enough and more than half of it used.
     int resizeMax(unsigned long newCapacity) {
         if (newCapacity == mCapacity) {
             return 1;
         }
-        T* const data = allocateElements<T>(newCapacity);
-        if (data == nullptr && newCapacity != 0) {
+        bool const staysInPlace = newCapacity <= mRoom && newCapacity > mRoom / 2;
+        if (!staysInPlace && !moveTo(newCapacity)) {
             return 0;
         }
-        mCount = mCount < newCapacity ? mCount : newCapacity;
-        for (unsigned long i = 0; i < mCount; ++i) {
-            data[i] = std::move(mData[i]);
-        }
-        delete[] mData;
-        mData = data;
+        setCount(std::min(mCount, newCapacity));
         mCapacity = newCapacity;
         return 1;
     }
@@ -105,7 +103,7 @@ public:
         if (&src == this) {
             return 1;
         }
-        unsigned long const wanted = n < src.mCount ? n : src.mCount;
+        unsigned long const wanted = std::min(n, src.mCount);
         if (!makeRoom(wanted)) {
             return 0;
         }
@@ -123,14 +121,12 @@ public:
             T const held(value);
             return insertAt(index, held);
         }
-        // Deliberate: growth by one element, not by doubling; a capacity that callers can read
-        // stays exactly what was needed.
+        // Deliberate: the capacity grows by one element; one that callers can read stays exactly
+        // what was needed. It is the memory behind it that grows in larger steps.
         if (!makeRoom(mCount + 1)) {
             return 0;
         }
-        for (unsigned long i = mCount; i > index; --i) {
-            mData[i] = std::move(mData[i - 1]);
-        }
+        std::move_backward(mData + index, mData + mCount, mData + mCount + 1);
         mData[index] = value;
         ++mCount;
         return 1;
@@ -149,18 +145,37 @@ public:
         if (index >= mCount) {
             return 0;
         }
-        unsigned long const following = mCount - index;
-        unsigned long const erased = n < following ? n : following;
+        unsigned long const erased = std::min(n, mCount - index);
         if (erased == 0) {
             return 1;
         }
-        for (unsigned long i = index; i < mCount - erased; ++i) {
-            mData[i] = std::move(mData[i + erased]);
-        }
+        std::move(mData + index + erased, mData + mCount, mData + index);
         return setCount(mCount - erased);
     }
 
 private:
+    // Takes the elements, as many as find room, to new memory. More than is needed where they are
+    // to grow, so that growing by one again and again does not move them each time; but just what
+    // is needed rather than none.
+    bool moveTo(unsigned long needed) {
+        unsigned long const ample = mRoom + mRoom / 2;  // cannot wrap: see allocateElements()
+        unsigned long room = needed > mRoom ? std::max(needed, ample) : needed;
+        T* data = allocateElements<T>(room);
+        if (data == nullptr && room != needed) {
+            room = needed;
+            data = allocateElements<T>(room);
+        }
+        if (data == nullptr && needed != 0) {
+            return false;
+        }
+        mCount = std::min(mCount, needed);
+        std::move(mData, mData + mCount, data);
+        delete[] mData;
+        mData = data;
+        mRoom = room;
+        return true;
+    }
+
     bool makeRoom(unsigned long needed) {
         return needed <= mCapacity || (mGrowthMode == GROWS && resizeMax(needed) != 0);
     }
@@ -172,9 +187,7 @@ private:
     }
 
     void assignFrom(Array const& src, unsigned long n) {
-        for (unsigned long i = 0; i < n; ++i) {
-            mData[i] = src.mData[i];
-        }
+        std::copy(src.mData, src.mData + n, mData);
         resetSlots(n, mCount);
         mCount = n;
     }
@@ -189,6 +202,7 @@ private:
     T* mData;
     unsigned long mCount = 0;
     unsigned long mCapacity;
+    unsigned long mRoom;  // elements in memory: mCapacity, or more than it tells
     int mGrowthMode;
 };
 

@@ -4,8 +4,10 @@
 //     sessions.insert(Pair<int, Session>(id, session), 0);
 //     if (Session* session = sessions.find(id)) { ... }
 //
-// Lookups are binary searches; inserting and erasing shift the later pairs, so a pointer to a value
-// is good until the map changes. A map is used by one thread at a time.
+// Lookups are binary searches. Inserting and erasing move all pairs behind the place, as Array
+// does: cheap for the keys at the end, and for maps of thousands of pairs that change elsewhere
+// there are better containers. A pointer to a value is good until the map changes. A map is used by
+// one thread at a time.
 
 #ifndef UTL_MAP_H
 #define UTL_MAP_H

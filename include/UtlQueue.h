@@ -62,8 +62,9 @@ public:
         return 1;
     }
 
-    // Removes `n` elements from the one at `index` on, or as many as there are.
-    int eraseAt(unsigned long index, unsigned long n) { return mRing.eraseAt(index, n); }
+    // Removes `n` elements from the one at `index` on, or as many as there are. Moves those before
+    // or those behind, whichever are fewer: none at either end.
+    int eraseAt(unsigned long index, unsigned long n) { return mRing.eraseWithFewMoves(index, n); }
 
     // Removes every element that `isCondemned` is true of. Their number.
     template <typename IsCondemned>

@@ -4,6 +4,7 @@
 #ifndef UTL_RING_ARRAY_H
 #define UTL_RING_ARRAY_H
 
+#include <algorithm>
 #include <type_traits>
 #include <utility>
 
@@ -39,7 +40,7 @@ public:
     T* stretch(unsigned long offset, unsigned long n, unsigned long* length) {
         unsigned long const slot = wrap(mHead + static_cast<long long>(offset));
         unsigned long const behind = mCapacity - slot;
-        *length = n < behind ? n : behind;
+        *length = std::min(n, behind);
         return mData + slot;
     }
 
@@ -73,15 +74,29 @@ public:
         if (index >= mCount) {
             return 0;
         }
-        unsigned long const following = mCount - index;
-        unsigned long const erased = n < following ? n : following;
+        unsigned long const erased = std::min(n, mCount - index);
         if (erased == 0) {
             return 1;
         }
-        for (unsigned long i = index; i < mCount - erased; ++i) {
-            at(i) = std::move(at(i + erased));
+        unsigned long const moved = mCount - index - erased;
+        for (unsigned long done = 0, length = 0; done < moved; done += length) {
+            T* const from = stretch(index + erased + done, moved - done, &length);
+            T* const to = stretch(index + done, length, &length);
+            std::move(from, from + length, to);
         }
         return setCount(mCount - erased);
+    }
+
+    // The same, but moves the earlier elements, and the head, where those are fewer.
+    int eraseWithFewMoves(unsigned long index, unsigned long n) {
+        if (index >= mCount || n == 0 || n > mCount - index || index >= mCount - index - n) {
+            return eraseAt(index, n);
+        }
+        for (unsigned long i = index; i > 0; --i) {
+            at(i - 1 + n) = std::move(at(i - 1));
+        }
+        dropFront(n);
+        return 1;
     }
 
     // Removes, in one pass, every group of `size` elements whose first index `isCondemned` is true

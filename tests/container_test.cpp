@@ -23,6 +23,7 @@ protected:
 
     unsigned below(unsigned long n) { return static_cast<unsigned>(mRandom() % n); }
     Handle anyHandle() { return Handle(mToken, &mToken.get()[below(100)]); }
+    int const* middle() const { return &mToken.get()[50]; }
     unsigned handles() const { return static_cast<unsigned>(mToken.use_count() - 1); }
 
 private:
@@ -41,7 +42,7 @@ TEST_P(ArrayTest, DoesWhatAPlainOneDoes) {
         unsigned long const size = plain.size();
         unsigned const index = below(size + 2);
         unsigned const n = below(9);
-        switch (below(5)) {
+        switch (below(6)) {
             case 0: {
                 unsigned const own = below(size + 1);  // mostly an element of its own
                 Handle const other = anyHandle();
@@ -65,7 +66,15 @@ TEST_P(ArrayTest, DoesWhatAPlainOneDoes) {
                 capacity = n;
                 plain.resize(std::min<unsigned long>(size, n));
                 break;
-            case 3:
+            case 3: {
+                Handle const value = anyHandle();
+                ASSERT_EQ(index < size, array.setAt(index, value) == 1);
+                if (index < size) {
+                    plain[index] = value;
+                }
+                break;
+            }
+            case 4:
                 ASSERT_EQ(1, array.copy(Array<Handle>(array), n));
                 plain.resize(std::min<unsigned long>(size, n));
                 break;
@@ -82,6 +91,29 @@ TEST_P(ArrayTest, DoesWhatAPlainOneDoes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(GrowthModes, ArrayTest, ::testing::Values(0, 1, 2));
+
+// Counted by where the elements lie: time in proportion to what is appended.
+TEST(GrowthTest, MovesAllElementsRarelyWhateverTheCapacityTells) {
+    constexpr unsigned long COUNT = 100000;
+    Array<unsigned long> array(1, Array<unsigned long>::GROWS);
+    unsigned moves = 0;
+    auto const movesWith = [&](auto change) {
+        unsigned long const* const before = array.data();
+        EXPECT_EQ(1, change());
+        moves += array.data() != before ? 1 : 0;
+    };
+    for (unsigned long i = 0; i < COUNT; ++i) {
+        movesWith([&] { return array.insertAt(i, i); });
+        ASSERT_EQ(i + 1, array.capacity());
+    }
+    for (unsigned long capacity = COUNT; capacity-- > 1;) {
+        movesWith([&] { return array.resizeMax(capacity); });
+        ASSERT_EQ(capacity, array.count());
+    }
+    EXPECT_EQ(0u, array[0]);
+    EXPECT_GT(100u, moves);
+    EXPECT_LT(30u, moves) << "memory is not given back";
+}
 
 // A program that has exceptions must not get one from the new expression.
 TEST(ContainerLimitTest, MoreThanThereCanBeIsNoMemory) {
@@ -115,6 +147,8 @@ TEST(MapTest, KeepsItsPairsInOrder) {
     EXPECT_EQ(0, map.eraseKey(2));
     EXPECT_EQ(1, map.eraseKey(1));
     EXPECT_EQ(&map[1].value(), map.find(5));
+    EXPECT_TRUE(map.getIndexFrom(5) == 1 && map.getIndexFrom(1) == NONE);
+    EXPECT_TRUE(map.setCount(3) == 0 && map.setCount(1) == 1 && map.find(5) == nullptr);
     EXPECT_EQ(nullptr, map.find(6));
     EXPECT_EQ(0, (Map<int, char>(0, 1).insert(1, 'g', 1)));  // has no pairs to search
 }
@@ -130,7 +164,7 @@ TEST_F(ContainerTest, QueueDoesWhatAPlainOneDoes) {
         auto const at = plain.begin() + begin;
         auto const end = at + std::min(n, size - begin);
         std::vector<Handle> group(10);
-        switch (below(4)) {
+        switch (below(5)) {
             case 0:
                 std::generate(group.begin(), group.end(), [this] { return anyHandle(); });
                 ASSERT_EQ(size + n <= 8, queue.enqueue(group.data(), n) == 1);
@@ -148,9 +182,24 @@ TEST_F(ContainerTest, QueueDoesWhatAPlainOneDoes) {
                 plain.erase(plain.begin(), taken);
                 break;
             }
+            case 3: {
+                unsigned const width = size % 2 == 0 ? 2 : 1;
+                auto const goes = [&](Handle const& element) { return element.get() > middle(); };
+                auto const goesAt = [&](unsigned long i) { return goes(plain[i]); };
+                std::deque<Handle> kept;
+                for (unsigned i = 0; i < size; ++i) {
+                    if (!goesAt(i - i % width)) {
+                        kept.push_back(plain[i]);
+                    }
+                }
+                ASSERT_EQ(size - kept.size(),
+                          width == 1 ? queue.eraseIf(goes) : queue.eraseGroupsIf(width, goesAt));
+                plain = kept;
+                break;
+            }
             default:
-                ASSERT_EQ(index < size, queue.eraseAt(index, n) == 1);
-                plain.erase(at, end);
+                ASSERT_EQ(index < size, queue.eraseAt(index, n < 9 ? n : ULONG_MAX) == 1);
+                plain.erase(at, n < 9 ? end : plain.end());
         }
         group.clear();
         ASSERT_EQ(plain.size(), queue.count());
@@ -163,17 +212,39 @@ TEST_F(ContainerTest, QueueDoesWhatAPlainOneDoes) {
     EXPECT_EQ(0, queue.peek(nullptr, 0, 1));
 }
 
+TEST(GrowthTest, ErasingNearAnEndOfAQueueLeavesTheOtherAlone) {
+    Queue<int> queue(5);
+    int const values[] = {0, 1, 2, 3, 4};
+    ASSERT_EQ(1, queue.enqueue(values, 5));
+    int const* const kept[] = {&queue[3], &queue[4]};
+    EXPECT_EQ(1, queue.eraseAt(1, 1) & queue.eraseAt(0, 1));
+    EXPECT_TRUE(&queue[1] == kept[0] && &queue[2] == kept[1] && queue[0] == 2);
+    int const* const front = &queue[0];
+    EXPECT_EQ(1, queue.eraseAt(1, 1));
+    EXPECT_TRUE(&queue[0] == front && queue[1] == 4);
+
+    RingArray<int> ring(5);
+    ring.setCount(5);
+    int const* const head = &ring[0];
+    EXPECT_EQ(1, ring.eraseAt(0, 2));
+    EXPECT_TRUE(&ring[0] == head && &ring.refRing(-1) == head + 4) << "the head stays";
+}
+
 TEST(RawMemoryTest, TouchesSoManyBytesAndNoneOfANullPointer) {
     char bytes[] = "abcdefgh";
     moveMemory(bytes + 1, bytes, 4);
+    moveMemory(bytes, nullptr, 1);
+    moveMemory(nullptr, bytes, 1);
+    zeroMemory(nullptr, 1);
     fillMemory(bytes, 2, 'x');
     EXPECT_EQ(bytes + 4, copyMemory(bytes + 4, "XYZ", 2));
     EXPECT_EQ(bytes, copyMemory(bytes, nullptr, 4));
     EXPECT_EQ(nullptr, copyMemory(nullptr, bytes, 4));
     EXPECT_EQ(NONE, clearStrBuffer<char>(nullptr, 4));
     EXPECT_EQ(1u, clearStrBuffer(bytes + 6, 1));
-    EXPECT_TRUE(compareMemory("xxbcXY\0h", bytes, sizeof bytes));
-    EXPECT_FALSE(compareMemory("xxbcX?", bytes, 6) || compareMemory(nullptr, bytes, 0));
+    zeroMemory(bytes + 3, 1);
+    EXPECT_TRUE(compareMemory("xxb\0XY\0h", bytes, sizeof bytes));
+    EXPECT_FALSE(compareMemory("xxb\0X?", bytes, 6) || compareMemory(nullptr, bytes, 0));
 }
 
 }  // namespace
