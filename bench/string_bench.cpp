@@ -62,7 +62,7 @@ void replaceStrBesidePlain(benchmark::State& state) {
             std::memcpy(buffer.data(), text.c_str(), text.size() + 1);
             return replaceStr(buffer.data(), buffer.size(), "-", "+++", WHOLE);
         },
-        [&] { return plain::replace(text, "-", "+++"); });
+        [&] { return plain::Buffer(buffer.size(), "").replace(text, "-", "+++", WHOLE); });
 }
 
 void replaceStrBesideStdString(benchmark::State& state) {

@@ -88,7 +88,8 @@ UTL_API unsigned long copyStrBase(CharT* dst, unsigned long size, CharT const* s
                                   unsigned long count, int trunc);
 
 // Stores `base`, which may be `dst` itself, followed by at most `count` bytes of `add`. NONE for a
-// null `base`, and for a null `add` unless `count` is 0.
+// null `base`, and for a null `add` unless `count` is 0. Measures `base`: to append piece by piece,
+// copyGeneral() at the last result less 1 is the cheaper way.
 template <typename CharT>
 UTL_API unsigned long combineStr(CharT* dst, unsigned long size, CharT const* base,
                                  CharT const* add, unsigned long count, int trunc);
@@ -149,6 +150,12 @@ UTL_API unsigned long t_strcspn(CharT const* s, CharT const* set);
 // The index of the first `pattern` at or after `offset`; `end` gets the index behind it. Without
 // one both are NONE; so is `end` for an empty pattern, which is found at the end of `s`. For null
 // and for an `offset` behind the end of `s`, NONE with `end` untouched.
+//
+//     for (unsigned long end = 0; findStr(text, ", ", end, &end) != NONE;) { ... }
+//
+// An `offset` costs a look at the text before it. A walk like this one, however long, does not pay
+// for that again and again: of an offset above 1024 that `*end` holds already, only the 1024 bytes
+// before are looked at. It must not be behind the end of `s` by more than that.
 template <typename CharT>
 UTL_API unsigned long findStr(CharT const* s, CharT const* pattern, unsigned long offset,
                               unsigned long* end);
@@ -214,6 +221,8 @@ public:
 
     // Never null. Good until the string is changed or destroyed.
     CharT const* c_str() const { return mText; }
+
+    // Known, unless the text is borrowed: that one is measured.
     unsigned long length() const;
     unsigned long capacity() const { return mCapacity; }
 
@@ -232,7 +241,8 @@ public:
     BasicString& operator+=(CharT const* s);
 
     // Makes the capacity `capacity`, at least 1, and cuts the text to it. At 1 the string shares
-    // the empty text.
+    // the empty text. The memory behind may be more than the capacity tells: text that grows a
+    // little at a time is not moved each time.
     int resizeMax(unsigned long capacity);
 
     // The number of matches of `pattern`, or of all `patterns` one after another, from `offset`
@@ -248,20 +258,27 @@ public:
     int replace(CharT const* from, CharT const* to, int trunc);
 
 private:
-    using Buffer = std::unique_ptr<CharT[]>;
+    struct Buffer {
+        std::unique_ptr<CharT[]> text;
+        unsigned long size = 0;  // the capacity or more
+    };
 
     int store(CharT const* s, unsigned long count, int trunc, unsigned long capacity);
     int append(CharT const* s, unsigned long count, int trunc, unsigned long capacity);
+    int cut(unsigned long maxBytes, unsigned long capacity, bool apart);
     template <typename Write>
     int edit(unsigned long capacity, bool apart, Write write);
+    Buffer allocate(unsigned long capacity) const;
     Buffer copyText(unsigned long capacity) const;
-    void adopt(Buffer buffer, unsigned long capacity);
+    void adopt(Buffer buffer, unsigned long length, unsigned long capacity);
     void shareEmpty();
+    unsigned long cutLength(unsigned long maxBytes) const;
     unsigned long capacityForText() const;
     bool holds(CharT const* s) const;
 
-    Buffer mOwned;  // null while mText is borrowed
+    Buffer mOwned;  // without a text while mText is borrowed
     CharT const* mText;
+    unsigned long mLength = 0;  // of an owned text; others may change a borrowed one
     unsigned long mCapacity;
     int mGrowMode;
 };

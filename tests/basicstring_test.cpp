@@ -146,6 +146,29 @@ TEST(BasicStringTest, EnumeratesPatternByPattern) {
     EXPECT_EQ(NONE, s.enumerate(nullptr, 0, &small, &count));
 }
 
+// For minutes, if each step measured or moved the text.
+TEST(BasicStringTest, LongTextsAreMadeOfSmallPieces) {
+    constexpr unsigned long LENGTH = 2000000;
+    String sum, combined(0, GROWS), resized(2, FIXED), roomy(LENGTH + 1, FIXED);
+    for (unsigned long i = 1; i <= LENGTH; ++i) {
+        sum += "x";
+        resized.resizeMax(i + 1);
+        ASSERT_EQ(3, combined.combine("x", ALL, WHOLE) + resized.combine("x", 1, TRUNCATE) +
+                         roomy.combine("x", ALL, WHOLE));
+        ASSERT_EQ(i, sum.length());
+        ASSERT_EQ(i + 1, combined.capacity());
+    }
+    EXPECT_EQ(std::string(LENGTH, 'x'), sum.c_str());
+    for (String const* const other : {&combined, &resized, &roomy}) {
+        EXPECT_STREQ(sum.c_str(), other->c_str());
+    }
+    for (unsigned long i = LENGTH; i > 1; --i) {
+        ASSERT_EQ(2, resized.resizeMax(i) + combined.copy(combined, i - 1, WHOLE));
+    }
+    expectString(resized, "x", 2);
+    expectString(combined, "x", LENGTH + 1);
+}
+
 TEST(BasicStringTest, WithoutMemoryIsEmptyOrUnchanged) {
     String s("abc", 0, GROWS);
     String borrowing;

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "support/FencedBuffer.h"
-#include "support/PlainStrings.h"
+#include "support/StringPairs.h"
 
 namespace utl {
 namespace {
@@ -50,88 +50,58 @@ TEST(FirstCharacterTest, IsMeasuredByItsBytes) {
     EXPECT_EQ(0UL, t_charlen<char>(nullptr));
 }
 
-TEST(NearCharIndexTest, MovesToTheBoundaryOnTheSideAskedFor) {
-    char const* const text = "a\xE3\x81\x82z";
-    EXPECT_EQ(1UL, getNearCharIndex(text, 3, 1));
-    EXPECT_EQ(4UL, getNearCharIndex(text, 2, 0));
-    EXPECT_EQ(4UL, getNearCharIndex(text, 4, 1));
-    EXPECT_EQ(5UL, getNearCharIndex(text, 99, 1));
-    EXPECT_EQ(NONE, getNearCharIndex("\x80", 1, 1));
+// What the comparisons with plain versions below leave out.
+TEST(StoringTest, ReturnsWhatItUsedAndLeavesTheRestAlone) {
+    struct {
+        char const* name;
+        unsigned long (*store)(char* dst);  // 6 bytes that hold "old"
+        unsigned long result;
+        char const* stored;  // null: nothing was written
+    } const cases[] = {
+    // clang-format off
+#define STORING(call, ...) {#call, [](char* d) { (void)d; return call; }, __VA_ARGS__}
+        STORING(copyStrBase(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9"),
+        STORING(copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, ""),
+        STORING(copyStr<char>(d, 6, nullptr, 0, WHOLE), NONE, nullptr),
+        STORING(copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr),
+        STORING(copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr),
+        STORING(copyGeneral<char>(d, 6, 5, nullptr, 0, ALL, WHOLE), NONE, nullptr),
+        STORING(copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr),
+        STORING(copyGeneral(d, 6, NONE, "x", 0, ALL, TRUNCATE), NONE, nullptr),
+        STORING(t_strncpy<char>(d, 6, nullptr, 3), 1, ""),
+        STORING(t_strncpy<char>(nullptr, 6, "abc", 3), NONE, nullptr),
+        STORING(combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr),
+        STORING(combineStr<char>(d, 6, d, nullptr, 0, WHOLE), 4, nullptr),
+        STORING(combineStr<char>(d, 6, d, nullptr, 1, WHOLE), NONE, nullptr),
+        STORING(formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42"),
+        STORING(formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12"),
+        STORING(formatStr(d, 6, "ab%cde", '\0'), 3, "ab"),
+        STORING(formatStr(d, 6, "%s", ""), 1, ""),
+        STORING(formatStr(d, 6, "%lc", static_cast<wint_t>(-1)), NONE, ""),
+        STORING(formatStr(d, 0, "%s", "a"), NONE, nullptr),
+        STORING(formatStr<char>(nullptr, 6, "%s", "a"), NONE, nullptr),
+        STORING(truncateStr<char>(nullptr, 3), NONE, nullptr),
+        STORING(getNearCharIndex<char>(nullptr, 0, 1), NONE, nullptr),
+        STORING(eraseStrSpan<char>(d, 6, nullptr, 0, 0, WHOLE), NONE, nullptr),
+        STORING(eraseStrSpan<char>(nullptr, 0, 0), NONE, nullptr),
+        STORING(reverseStr<char>(d, 6, nullptr, WHOLE), NONE, nullptr),
+        STORING(reverseStr(d, 0, "abc", WHOLE), 4, nullptr),
+        STORING(t_strrev(d, 0, "", TRUNCATE), NONE, nullptr),
+        STORING(t_strrev<char>(nullptr, 6, "abc", TRUNCATE), NONE, nullptr),
+        STORING(t_strrev<char>(d, 6, nullptr, WHOLE), 1, ""),
+        STORING(replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr),
+        STORING(replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr),
+        // clang-format on
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        test::FencedBuffer dst(6, "old");
+        EXPECT_EQ(c.result, c.store(dst.data()));
+        EXPECT_STREQ(c.stored == nullptr ? "old" : c.stored, dst.data());
+        EXPECT_EQ(c.stored == nullptr, dst.isUntouched());
+        EXPECT_TRUE(dst.fencesIntact());
+    }
 }
-
-// What a function that stores text does with a buffer of 6 bytes that holds the text "old".
-struct Storing {
-    char const* name;
-    unsigned long (*store)(char* dst);
-    unsigned long result;
-    char const* stored;  // null: nothing was written
-};
-
-class StoringTest : public ::testing::TestWithParam<Storing> {};
-
-TEST_P(StoringTest, StoresWholeCharactersAndNothingOutside) {
-    test::FencedBuffer dst(6, "old");
-    EXPECT_EQ(GetParam().result, GetParam().store(dst.data()));
-    EXPECT_STREQ(GetParam().stored == nullptr ? "old" : GetParam().stored, dst.data());
-    EXPECT_EQ(GetParam().stored == nullptr, dst.isUntouched());
-    EXPECT_TRUE(dst.fencesIntact());
-}
-
-constexpr auto nameOf = [](auto const& tested) { return std::string(tested.param.name); };
-
-// clang-format off
-#define STORING(name, call, ...) \
-    Storing{#name, []([[maybe_unused]] char* d) { return call; }, __VA_ARGS__}
-
-INSTANTIATE_TEST_SUITE_P(Copy, StoringTest, ::testing::Values(
-    STORING(FitsExactly, copyStr(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9"),
-    STORING(OneTooMany, copyStr(d, 3, "a\xC3\xA9", ALL, WHOLE), NONE, nullptr),
-    STORING(CutInsideTwoBytes, copyStr(d, 3, "a\xC3\xA9", ALL, TRUNCATE), 2, "a"),
-    STORING(CutInsideByteOrderMark, copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, ""),
-    STORING(RoomForTheTerminatorOnly, copyStr(d, 1, "ab", ALL, TRUNCATE), 1, ""),
-    STORING(NoBytes, copyStr(d, 6, "abc", 0, WHOLE), 0, nullptr),
-    STORING(NoBytesInTheMiddle, copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr),
-    STORING(SizeNeeded, copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr),
-    STORING(PositionOfTheLastByte, copyGeneral(d, 6, 5, "x", 0, ALL, WHOLE), NONE, nullptr),
-    STORING(EmptyBehindTheBuffer, copyGeneral(d, 6, 6, "", 0, ALL, WHOLE), NONE, nullptr),
-    STORING(PositionNone, copyGeneral(d, 6, NONE, "x", 0, ALL, TRUNCATE), NONE, nullptr),
-    STORING(FromBehindTheEnd, copyGeneral(d, 6, 0, "abc", 4, ALL, WHOLE), NONE, nullptr),
-    STORING(NoBoundary, copyGeneral(d, 6, 2, "\x81\x82\x83", 0, 2, WHOLE), NONE, nullptr),
-    STORING(NullSource, copyStr<char>(d, 6, nullptr, ALL, WHOLE), NONE, nullptr),
-    STORING(NullDestination, copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr),
-    STORING(LimitInsideACharacter, t_strncpy(d, 6, "a\xE3\x81\x82", 3), 2, "a"),
-    STORING(NoRoomForTheUncutBytes, t_strncpy(d, 3, "a\xE3\x81\x82", 3), NONE, nullptr)), nameOf);
-
-INSTANTIATE_TEST_SUITE_P(Combine, StoringTest, ::testing::Values(
-    STORING(ToACopy, combineStr(d, 6, "abc", "defg", 2, WHOLE), 6, "abcde"),
-    STORING(InPlaceAndCut, combineStr<char>(d, 6, d, "x\xC3\xA9", ALL, TRUNCATE), 5, "oldx"),
-    STORING(NoRoom, combineStr<char>(d, 6, d, "xyz", ALL, WHOLE), NONE, nullptr),
-    STORING(NullBase, combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr)), nameOf);
-
-INSTANTIATE_TEST_SUITE_P(Format, StoringTest, ::testing::Values(
-    STORING(FitsExactly, formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42"),
-    STORING(OneTooMany, formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12"),
-    STORING(TerminatorInside, formatStr(d, 6, "ab%cde", '\0'), 3, "ab"),
-    STORING(NoSize, formatStr(d, 0, "%s", "a"), NONE, nullptr)), nameOf);
-
-INSTANTIATE_TEST_SUITE_P(Erase, StoringTest, ::testing::Values(
-    STORING(InTheMiddle, eraseStrSpan(d, 6, "abcdef", 1, 3, WHOLE), 4, "aef"),
-    STORING(ToTheEnd, eraseStrSpan(d, 6, "abc", 2, ALL, WHOLE), 3, "ab"),
-    STORING(PositionBehindTheEnd, eraseStrSpan(d, 6, "abc", 4, 0, WHOLE), NONE, nullptr),
-    STORING(Cut, eraseStrSpan(d, 6, "abcdefg", 0, 1, TRUNCATE), 6, "bcdef"),
-    STORING(InPlace, eraseStrSpan(d, 1, 1), 3, "od")), nameOf);
-
-INSTANTIATE_TEST_SUITE_P(Reverse, StoringTest, ::testing::Values(
-    STORING(FitsExactly, reverseStr(d, 5, "a\xE3\x81\x82", WHOLE), 5, "\xE3\x81\x82\x61"),
-    STORING(CutInsideTheLast, reverseStr(d, 3, "a\xE3\x81\x82", TRUNCATE), 3, "\xE3\x81"),
-    STORING(NoSize, t_strrev(d, 0, "", TRUNCATE), NONE, nullptr)), nameOf);
-
-INSTANTIATE_TEST_SUITE_P(Replace, StoringTest, ::testing::Values(
-    STORING(Cut, replaceStr(d, 6, "l", "-+-+", TRUNCATE), 6, "o-+-+"),
-    STORING(NothingForSomethingDropsTheRest, replaceStr(d, 6, "l", "", WHOLE), 2, "o"),
-    STORING(NullPattern, replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr),
-    STORING(NullReplacement, replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr)), nameOf);
-// clang-format on
 
 TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
     std::string text(SCRATCH, 'x');
@@ -146,7 +116,7 @@ TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
     EXPECT_EQ(SCRATCH - 1, eraseStrSpan(&text[0], 5, 1));
 }
 
-// What the comparisons with plain versions below leave out.
+// Likewise.
 TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
     struct {
         char const* name;
@@ -159,13 +129,12 @@ TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
     } const cases[] = {
         {"empty pattern", findStr<char>, "abc", "", 1, 3, NONE},
         {"null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
-        {"token between", findToken<char>, ",,a\xC3\xA9;b", ",;", 0, 2, 5},
-        {"last token", findToken<char>, ",,a\xC3\xA9;b", ",;", 5, 6, 7},
-        {"wide delimiter", findToken<char>, "\xE3\x80\x80xy\xE3\x80\x80", "\xE3\x80\x80", 0, 3, 5},
-        {"delimiters only", findToken<char>, "a,,,", ",", 1, NONE, NONE},
-        {"ends before the offset", findReverseStr<char>, "abcabc", "bc", 4, 2, 0},
+        {"null pattern", findStr<char>, "abc", nullptr, 0, NONE, UNTOUCHED},
+        {"token of null", findToken<char>, nullptr, ",", 0, NONE, UNTOUCHED},
+        {"token by null", findToken<char>, "a", nullptr, 0, NONE, UNTOUCHED},
         {"empty pattern, reverse", findReverseStr<char>, "abc", "", 0, 3, 2},
         {"null text, reverse", findReverseStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
+        {"null pattern, reverse", findReverseStr<char>, "a", nullptr, 0, NONE, UNTOUCHED},
         {"first of two", findReverseChar<char>, "a/b/c", "/x", 4, 3, 2},
         {"byte order mark", findReverseChar<char>, "a", "\xEF\xBB\xBF", 1, NONE, UNTOUCHED},
         {"incomplete is empty", findReverseChar<char>, "abc", "\xC3", 2, 3, 2},
@@ -177,19 +146,58 @@ TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
         EXPECT_EQ(c.index, c.search(c.text, c.key, c.offset, nullptr)) << c.name;
     }
     EXPECT_EQ(3UL, t_strstr("abc", ""));
+    EXPECT_EQ(3UL, t_strstr<char>("abc", nullptr));
+    EXPECT_EQ(NONE, t_strstr<char>(nullptr, "abc"));
+    EXPECT_EQ(0UL, t_strlen<char>(nullptr));
+    EXPECT_EQ(0UL, t_strspn<char>(nullptr, "a") + t_strspn<char>("a", nullptr));
+    EXPECT_EQ(0UL, t_strcspn<char>(nullptr, "a"));
+    EXPECT_EQ(1UL, t_strcspn<char>("a", nullptr));
 }
 
-TEST(SpanTest, MalformedCharacterEndsTheSet) {
-    EXPECT_EQ(1UL, t_strspn("abc", "a\xC3z"));
-    EXPECT_EQ(1UL, t_strspn("a\x80", "a\x80"));
-    EXPECT_EQ(2UL, t_strcspn("a\x80z", "z"));
-    EXPECT_EQ(3UL, t_strcspn("abz", "\x80z"));
+// For minutes, if each step counted the text off from its start.
+TEST(LongTextTest, IsWalkedThroughStepByStep) {
+    constexpr unsigned long STEPS = 2000000;
+    std::string text;
+    for (unsigned long i = 0; i < STEPS; ++i) {
+        text += "a,";
+    }
+    unsigned long steps = 0;
+    for (unsigned long end = 0; findStr<char>(text.c_str(), ",", end, &end) != NONE; ++steps) {
+    }
+    EXPECT_EQ(STEPS, steps);
+    for (unsigned long end = 0; findToken<char>(text.c_str(), ",", end, &end) != NONE; --steps) {
+    }
+    EXPECT_EQ(0UL, steps);
+
+    // What a step itself has cut off is noticed.
+    text[5000] = '\0';
+    for (unsigned long const end : {5001UL, 5000UL + 1024}) {
+        unsigned long found = end;
+        EXPECT_EQ(NONE, findStr<char>(text.c_str(), ",", end, &found));
+        EXPECT_EQ(NONE, findToken<char>(text.c_str(), ",", end, &found));
+        EXPECT_EQ(end, found);
+    }
+}
+
+// For minutes, if each character were compared with each of the set.
+TEST(LongTextTest, IsSearchedForManyCharacters) {
+    std::string set, text;
+    for (unsigned c = 0x4E00; c < 0x9E00; ++c) {
+        set += {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 0x3F)),
+                static_cast<char>(0x80 | (c & 0x3F))};
+    }
+    for (int i = 0; i < 100; ++i) {
+        text += set;
+    }
+    EXPECT_EQ(text.size(), t_strspn((text + "z").c_str(), set.c_str()));
+    text.assign(text.size(), 'a');
+    EXPECT_EQ(text.size(), t_strcspn((text + "\u4E00").c_str(), set.c_str()));
 }
 
 TEST(CompareStrNoCaseTest, FoldsLettersOfBothWidths) {
     EXPECT_EQ(0, compareStrNoCase("aBc\xEF\xBC\xA1", "AbC\xEF\xBD\x81", ALL));
     EXPECT_LT(compareStrNoCase("_", "A", ALL), 0);
-    EXPECT_EQ(0, compareStrNoCase<char>(nullptr, "", ALL));
+    EXPECT_EQ(0, compareStrNoCase<char>(nullptr, "", ALL) | compareStr<char>("", nullptr, ALL));
 }
 
 TEST(CompareStrNoCaseTest, NeedsNoScratchMemory) {
@@ -230,80 +238,58 @@ TEST(WorkingBufferTest, KeepsThreadsApartInTheSameSlots) {
 }
 
 // The library's functions beside the plain ones, on random text, well-formed or not.
-class PlainFormTest : public ::testing::Test {
-protected:
-    static constexpr int ROUNDS = 30000;
-
-    unsigned long pick(unsigned long below) { return mRandom() % below; }
-
-    std::string text(unsigned long maxPieces) {
-        static char const* const PIECES[] = {"a", "b", "A", "\xC3\xA9", "\xE3\x81\x82",
-                                             "\xEF\xBC\xA0", "\xEF\xBC\xA1", "\xEF\xBD\x81",
-                                             "\xEF\xBB\xBF", "\xF0\x9F\x98\x80",
-                                             // The malformed ones.
-                                             "\x80", "\xE3\x81", "\xC0\x80", "\xFF"};
+TEST(PlainFormTest, DoesTheSame) {
+    static char const* const PIECES[] = {"a",
+                                         "b",
+                                         "A",
+                                         "\xC3\xA9",
+                                         "\xE3\x81\x82",
+                                         "\xEF\xBC\xA0",
+                                         "\xEF\xBC\xA1",
+                                         "\xEF\xBD\x81",
+                                         "\xEF\xBB\xBF",
+                                         "\xF0\x9F\x98\x80",
+                                         "\xF0\xA0\x80\x80",
+                                         "\x80",
+                                         "\xE3\x81",
+                                         "\xC0\x80",
+                                         "\xFF"};  // the last four malformed
+    std::mt19937 random(20240607);
+    auto const pick = [&](unsigned long below) { return random() % below; };
+    auto const makeText = [&](unsigned long maxPieces) {
         unsigned long const pieces = std::size(PIECES) - (pick(2) == 0 ? 4 : 0);
-        std::string result;
+        std::string text;
         for (unsigned long i = pick(maxPieces + 1); i > 0; --i) {
-            result += PIECES[pick(pieces)];
+            text += PIECES[pick(pieces)];
         }
-        return result;
-    }
-
-    // Text to look for in `s`: often a piece of it.
-    std::string key(std::string const& s) {
-        return pick(2) == 0 ? text(3) : s.substr(pick(s.size() + 1), pick(6));
-    }
-
-    // Has `tested` work on `size` bytes that hold `text`.
-    template <typename Tested>
-    void expectText(plain::Text const& expected, unsigned long size, std::string const& text,
-                    Tested tested) {
-        test::FencedBuffer dst(size, text);
-        bool const fits = expected && expected->size() < size;
-        ASSERT_EQ(fits ? expected->size() + 1 : NONE, tested(dst.data()));
-        EXPECT_TRUE(dst.fencesIntact());
-        if (fits) {
-            EXPECT_EQ(*expected, dst.data());
+        return text;
+    };
+    // To look for in `s`: often a piece of it.
+    auto const makeKey = [&](std::string const& s) {
+        return pick(2) == 0 ? makeText(3) : s.substr(pick(s.size() + 1), pick(6));
+    };
+    for (int round = 0; round < 30000; ++round) {
+        test::StringInput in = {};
+        in.s = makeText(12);
+        in.held = "-" + makeText(12);
+        in.key = makeKey(in.held);
+        in.other = makeText(3);
+        in.size = pick(40);
+        in.pos = pick(in.s.size() + 2);
+        in.dstPos = pick(in.held.size() + 1);
+        in.count = pick(4) == 0 ? ALL : pick(in.s.size() + 2);
+        in.trunc = static_cast<int>(pick(3));
+        char const* difference = test::findStoringDifference(in);
+        if (difference == nullptr) {
+            in.key = makeKey(in.s);
+            in.held = in.s.substr(0, pick(9)) + makeText(1);
+            in.other = makeText(pick(2) == 0 ? 3 : 60);
+            difference = test::findSearchingDifference(in);
         }
-    }
-
-private:
-    std::mt19937 mRandom{20240607};
-};
-
-TEST_F(PlainFormTest, StoresTheSameText) {
-    for (int round = 0; round < ROUNDS && !HasFailure(); ++round) {
-        std::string const s = "-" + text(12), k = key(s), to = text(3);
-        unsigned long const size = 1 + pick(40), room = s.size() + 1 + pick(10);
-        SCOPED_TRACE(::testing::PrintToString(s) + ::testing::PrintToString(k));
-        plain::Text const reversed = plain::reverse(s);
-
-        expectText(reversed, size, "",
-                   [&](char* dst) { return reverseStr(dst, size, s.c_str(), WHOLE); });
-        expectText(reversed ? reversed->substr(0, size - 1) : reversed, size, "",
-                   [&](char* dst) { return reverseStr(dst, size, s.c_str(), TRUNCATE); });
-        expectText(plain::replace(s, k, to), room, s,
-                   [&](char* dst) { return replaceStr(dst, room, k.c_str(), to.c_str(), WHOLE); });
-        expectText(plain::truncate(s, size), room, s,
-                   [&](char* dst) { return truncateStr(dst, size); });
-    }
-}
-
-TEST_F(PlainFormTest, FindsTheSamePlacesAndComparesTheSame) {
-    auto const sign = [](int order) { return (order > 0) - (order < 0); };
-    for (int round = 0; round < ROUNDS && !HasFailure(); ++round) {
-        std::string const s = text(12), k = key(s), other = s.substr(0, pick(9)) + text(1);
-        unsigned long const n = pick(s.size() + 2);
-        SCOPED_TRACE(::testing::PrintToString(s) + ::testing::PrintToString(k));
-        unsigned long end = UNTOUCHED, plainEnd = UNTOUCHED;
-        EXPECT_EQ(plain::find(s, k, n, &plainEnd), findStr(s.c_str(), k.c_str(), n, &end));
-        EXPECT_EQ(plainEnd, end);
-        EXPECT_EQ(plain::findReverse(s, k, n, &plainEnd),
-                  findReverseStr(s.c_str(), k.c_str(), n, &end));
-        EXPECT_EQ(plainEnd, end);
-        EXPECT_EQ(sign(plain::compareNoCase(s, other, n)),
-                  sign(compareStrNoCase(s.c_str(), other.c_str(), n)));
+        ASSERT_EQ(nullptr, difference)
+            << ::testing::PrintToString(in.s) << ::testing::PrintToString(in.held)
+            << ::testing::PrintToString(in.key) << ::testing::PrintToString(in.other) << in.size
+            << " " << in.pos << " " << in.dstPos << " " << in.count << " " << in.trunc;
     }
 }
 

@@ -15,7 +15,7 @@ LAYERS = [
     {"platform", "UtlRawMemory"},
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},
-    {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8",
+    {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8", "UtlCharacterSet",
      "UtlCharTable", "UtlCharTableData"},
     {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",

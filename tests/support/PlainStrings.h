@@ -5,7 +5,6 @@
 #define UTL_TESTS_SUPPORT_PLAIN_STRINGS_H
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +35,84 @@ inline Text truncate(std::string const& s, unsigned long maxBytes) {
     }
     return s.substr(0, pos);
 }
+
+inline unsigned long nearIndex(std::string const& s, unsigned long index, int mode) {
+    Text const start = truncate(s, index);
+    if (!start || mode == 1 || start->size() >= std::min<unsigned long>(index, s.size())) {
+        return start ? start->size() : NONE;
+    }
+    return start->size() + utl::t_charlen(s.c_str() + start->size());
+}
+
+// A buffer that text is stored in, one piece behind the other.
+class Buffer {
+public:
+    Buffer(unsigned long size, std::string const& text) : mSize(size), mText(text) {}
+
+    // Of what failed or only asked, not said.
+    Text const& text() const { return mText; }
+
+    unsigned long copy(unsigned long dstPos, Text const& src, unsigned long srcPos,
+                       unsigned long count, int trunc) {
+        if (count == 0) {
+            return dstPos;
+        }
+        if (!src || src->size() < srcPos) {
+            return fail();
+        }
+        std::string const rest = src->substr(srcPos);
+        unsigned long n = std::min<unsigned long>(rest.size(), count);
+        if (mSize == 0) {
+            return dstPos + 1 + n;
+        }
+        if (!mText || dstPos >= mSize || dstPos > mText->size()) {
+            return fail();
+        }
+        unsigned long const room = mSize - dstPos - 1;
+        if (trunc == utl::TRUNCATE) {
+            Text const cut = room > 0 ? truncate(rest, std::min(n, room)) : "";
+            n = cut ? cut->size() : NONE;
+        }
+        if (n > room) {
+            return fail();
+        }
+        while (room > 0 && !startsCharacter(rest.c_str()[n])) {
+            if (n-- == 0) {
+                return fail();
+            }
+        }
+        *mText = mText->substr(0, dstPos) + rest.substr(0, n);
+        return mText->size() + 1;
+    }
+
+    // `base` unless it is what the buffer holds.
+    unsigned long combine(Text const& base, bool isHeld, std::string const& add,
+                          unsigned long count, int trunc) {
+        unsigned long const used = isHeld ? mText->size() + 1 : copy(0, base, 0, NONE, trunc);
+        return used == NONE || count == 0 ? used : copy(used - 1, add, 0, count, trunc);
+    }
+
+    unsigned long erase(std::string const& src, unsigned long pos, unsigned long count, int trunc) {
+        if (src.size() < pos) {
+            return fail();
+        }
+        unsigned long const used = pos > 0 ? copy(0, src, 0, pos, trunc) : 1;
+        unsigned long const tail = pos + std::min<unsigned long>(count, src.size() - pos);
+        return used == NONE ? NONE : copy(used - 1, src, tail, NONE, trunc);
+    }
+
+    unsigned long replace(std::string const& src, std::string const& from, std::string const& to,
+                          int trunc);
+
+private:
+    unsigned long fail() {
+        mText = {};
+        return NONE;
+    }
+
+    unsigned long mSize;
+    Text mText;
+};
 
 inline Text reverse(std::string const& s) {
     std::string reversed;
@@ -75,6 +152,28 @@ inline unsigned long find(std::string const& s, std::string const& pattern, unsi
     return NONE;
 }
 
+// The index of the first character of `s` that is in `set`, or that is not.
+inline unsigned long span(std::string const& s, std::string const& set, bool isMember) {
+    unsigned long pos = 0;
+    while (pos < s.size()) {
+        unsigned long const bytes = utl::t_charlen(s.c_str() + pos);
+        bool isFound = false;
+        for (unsigned long at = 0; bytes != NONE && at < set.size() && !isFound;) {
+            unsigned long const length = utl::t_charlen(set.c_str() + at);
+            if (length == NONE) {
+                break;
+            }
+            isFound = s.compare(pos, bytes, set, at, length) == 0;
+            at += length;
+        }
+        if (isFound == isMember) {
+            break;
+        }
+        pos += bytes != NONE ? bytes : 1;
+    }
+    return pos;
+}
+
 inline unsigned long findReverse(std::string const& s, std::string const& pattern,
                                  unsigned long offset, unsigned long* end) {
     if (pattern.empty()) {
@@ -93,22 +192,40 @@ inline unsigned long findReverse(std::string const& s, std::string const& patter
     return at == NONE ? NONE : last - at;
 }
 
-inline std::string replace(std::string const& s, std::string const& from, std::string const& to) {
-    std::string result;
+inline unsigned long findToken(std::string const& s, std::string const& delimiters,
+                               unsigned long offset, unsigned long* end) {
+    if (s.size() < offset) {
+        return NONE;
+    }
+    unsigned long const start = offset + span(s.substr(offset), delimiters, false);
+    bool const isFound = start < s.size();
+    *end = isFound ? start + span(s.substr(start), delimiters, true) : NONE;
+    return isFound ? start : NONE;
+}
+
+inline unsigned long Buffer::replace(std::string const& src, std::string const& from,
+                                     std::string const& to, int trunc) {
     unsigned long pos = 0;
+    unsigned long used = 1;
     unsigned long end = NONE;
-    while (!from.empty()) {
-        unsigned long const match = find(s, from, pos, &end);
+    while (!from.empty() && used != NONE) {
+        unsigned long const match = find(src, from, pos, &end);
         if (match == NONE) {
             break;
         }
-        result += s.substr(pos, match - pos) + to;
+        used = match > pos ? copy(used - 1, src, pos, match - pos, trunc) : used;
+        used = used != NONE ? copy(used - 1, to, 0, NONE, trunc) : NONE;
         if (to.empty()) {
-            return result;
+            return used;
         }
         pos = end;
     }
-    return result + s.substr(pos);
+    return used != NONE ? copy(used - 1, src, pos, NONE, trunc) : NONE;
+}
+
+inline int compare(std::string const& a, std::string const& b, unsigned long n) {
+    int const order = a.substr(0, n).compare(b.substr(0, n));
+    return (order > 0) - (order < 0);
 }
 
 inline int compareNoCase(std::string const& a, std::string const& b, unsigned long n) {
@@ -116,7 +233,7 @@ inline int compareNoCase(std::string const& a, std::string const& b, unsigned lo
     std::vector<char> right(b.size() + 1);
     utl::convertAttrib(left.data(), left.size(), a.c_str(), utl::LOWER_UPPER_PAIR, 1, 0);
     utl::convertAttrib(right.data(), right.size(), b.c_str(), utl::LOWER_UPPER_PAIR, 1, 0);
-    return std::strncmp(left.data(), right.data(), std::min<unsigned long>(n, left.size()));
+    return compare(left.data(), right.data(), n);
 }
 
 }  // namespace plain

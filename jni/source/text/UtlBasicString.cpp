@@ -12,13 +12,6 @@
 namespace utl {
 namespace {
 
-// The length of `s` cut to at most `maxBytes` on a character; text without a boundary, which is
-// malformed, is cut away.
-unsigned long cutLength(char const* s, unsigned long maxBytes) {
-    unsigned long const length = utf8::cutBack(s, utf8::boundedLength(s, maxBytes));
-    return length != NONE ? length : 0;
-}
-
 unsigned long countMatches(char const* s, char const* pattern, unsigned long offset) {
     unsigned long matches = 0;
     for (char const* rest = s + offset;; ++matches) {
@@ -59,17 +52,18 @@ template <typename CharT>
 BasicString<CharT>::BasicString(unsigned long size, int growMode) : BasicString() {
     mGrowMode = growMode;
     unsigned long const capacity = std::max(size, 1UL);
-    Buffer buffer(new (std::nothrow) CharT[capacity]());
-    if (buffer != nullptr) {
-        adopt(std::move(buffer), capacity);
+    Buffer buffer = allocate(capacity);
+    if (buffer.text != nullptr) {
+        clearStrBuffer(buffer.text.get(), capacity);
+        adopt(std::move(buffer), 0, capacity);
     }
 }
 
 template <typename CharT>
 BasicString<CharT>::BasicString(CharT const* s, unsigned long size, int growMode)
     : BasicString(std::max(t_strlen(s) + 1, size), growMode) {
-    if (s != nullptr && mOwned != nullptr) {
-        copyStr(mOwned.get(), mCapacity, s, ALL, WHOLE);
+    if (s != nullptr && mOwned.text != nullptr) {
+        mLength = copyStr(mOwned.text.get(), mCapacity, s, ALL, WHOLE) - 1;  // there is room
     }
 }
 
@@ -96,18 +90,18 @@ BasicString<CharT>& BasicString<CharT>::operator=(BasicString const& other) {
 // there. The capacity is what the copy would have taken.
 template <typename CharT>
 BasicString<CharT>& BasicString<CharT>::operator=(BasicString&& other) noexcept {
-    unsigned long const needed = other.length() + 1;
-    if (other.mOwned == nullptr || needed <= mCapacity) {
+    unsigned long const length = other.length();
+    if (other.mOwned.text == nullptr || length < mCapacity) {
         return *this = other.mText;
     }
-    adopt(std::move(other.mOwned), needed);
+    adopt(std::move(other.mOwned), length, length + 1);
     other.shareEmpty();
     return *this;
 }
 
 template <typename CharT>
 unsigned long BasicString<CharT>::length() const {
-    return t_strlen(mText);
+    return mOwned.text != nullptr ? mLength : t_strlen(mText);
 }
 
 template <typename CharT>
@@ -127,11 +121,7 @@ int BasicString<CharT>::copy(BasicString const& other, unsigned long count, int 
     if (count >= length()) {
         return 1;
     }
-    return edit(capacityForText(), false, [count](CharT* text, unsigned long) {
-        unsigned long const kept = cutLength(text, count);
-        text[kept] = '\0';
-        return kept;
-    });
+    return cut(count, capacityForText(), false);
 }
 
 template <typename CharT>
@@ -140,10 +130,11 @@ int BasicString<CharT>::copyShallow(CharT const* s) {
         return 0;
     }
     if (holds(s)) {
-        moveMemory(mOwned.get(), s, t_strlen(s) + 1);
+        mLength = t_strlen(s);
+        moveMemory(mOwned.text.get(), s, mLength + 1);
         return 1;
     }
-    mOwned.reset();
+    mOwned = {};
     mText = s;
     return 1;
 }
@@ -178,12 +169,8 @@ int BasicString<CharT>::resizeMax(unsigned long capacity) {
         shareEmpty();
         return 1;
     }
-    Buffer buffer = copyText(capacity);
-    if (buffer == nullptr) {
-        return 0;
-    }
-    adopt(std::move(buffer), capacity);
-    return 1;
+    // What uses no more than half of its memory gives that back.
+    return cut(capacity - 1, capacity, capacity <= mOwned.size / 2);
 }
 
 template <typename CharT>
@@ -236,9 +223,12 @@ int BasicString<CharT>::replace(CharT const* from, CharT const* to, int trunc) {
         unsigned long const change = t_strlen(to) - t_strlen(from);
         capacity = std::max(capacity, length() + 1 + countMatches(mText, from, 0) * change);
     }
-    return edit(capacity, holds(from) || holds(to), [=](CharT* text, unsigned long size) {
-        return replaceStr(text, size, from, to, trunc);
+    bool const apart = capacity != mCapacity || holds(from) || holds(to);
+    int const result = edit(capacity, apart, [=](CharT* text, unsigned long size) {
+        return std::max(replaceStr(text, size, from, to, trunc), 1UL);  // 0 for a copy of nothing
     });
+    mLength = t_strlen(mText);  // what finds no room may be there in part
+    return result;
 }
 
 // Makes the text the first `count` bytes of `s`.
@@ -261,52 +251,93 @@ int BasicString<CharT>::append(CharT const* s, unsigned long count, int trunc,
     if (count == 0 || *s == '\0') {
         return 1;
     }
-    return edit(capacity, false, [=](CharT* text, unsigned long size) {
-        return combineStr<CharT>(text, size, text, s, count, trunc);
+    return edit(capacity, false, [=, end = length()](CharT* text, unsigned long size) {
+        return copyGeneral<CharT>(text, size, end, s, 0, count, trunc);
     });
 }
 
-// Has `write` change the text, in place if it is in a buffer of its own with that capacity, and
-// else (or if `apart` is set) in a new buffer. The old one is still there while `write` reads from
-// it, and stays if `write` returns NONE.
+// Cuts the text to at most `maxBytes`.
+template <typename CharT>
+int BasicString<CharT>::cut(unsigned long maxBytes, unsigned long capacity, bool apart) {
+    return edit(capacity, apart, [end = cutLength(maxBytes)](CharT* text, unsigned long) {
+        text[end] = '\0';
+        return end + 1;
+    });
+}
+
+// Has `write` change the text, in place if there is memory of its own for that capacity, and else
+// (or if `apart` is set) in a new buffer. The old one is still there while `write` reads from it,
+// and stays if `write` returns NONE; what else it returns is the bytes of the text.
 template <typename CharT>
 template <typename Write>
 int BasicString<CharT>::edit(unsigned long capacity, bool apart, Write write) {
-    if (mOwned != nullptr && capacity == mCapacity && !apart) {
-        return write(mOwned.get(), capacity) != NONE;
+    if (mOwned.text != nullptr && capacity <= mOwned.size && !apart) {
+        unsigned long const used = write(mOwned.text.get(), capacity);
+        if (used == NONE) {
+            return 0;
+        }
+        mLength = used - 1;
+        mCapacity = capacity;
+        return 1;
     }
     Buffer buffer = copyText(capacity);
-    if (buffer == nullptr || write(buffer.get(), capacity) == NONE) {
+    unsigned long const used = buffer.text != nullptr ? write(buffer.text.get(), capacity) : NONE;
+    if (used == NONE) {
         return 0;
     }
-    adopt(std::move(buffer), capacity);
+    adopt(std::move(buffer), used - 1, capacity);
     return 1;
 }
 
-// A new buffer with the text, cut to it; null without memory.
+// A new buffer for `capacity` bytes, without a text if there is no memory. More than that where the
+// text is to grow, so that adding to it a little at a time does not move it each time; but just
+// what is needed rather than none.
+template <typename CharT>
+typename BasicString<CharT>::Buffer BasicString<CharT>::allocate(unsigned long capacity) const {
+    unsigned long const ample = mOwned.size + mOwned.size / 2;
+    Buffer buffer;
+    buffer.size = capacity > mOwned.size ? std::max(capacity, ample) : capacity;
+    buffer.text.reset(new (std::nothrow) CharT[buffer.size]);
+    if (buffer.text == nullptr && buffer.size != capacity) {
+        buffer.size = capacity;
+        buffer.text.reset(new (std::nothrow) CharT[capacity]);
+    }
+    return buffer;
+}
+
+// The same with the text in it, cut to that.
 template <typename CharT>
 typename BasicString<CharT>::Buffer BasicString<CharT>::copyText(unsigned long capacity) const {
-    Buffer buffer(new (std::nothrow) CharT[capacity]);
-    if (buffer != nullptr) {
-        unsigned long const length = cutLength(mText, capacity - 1);
-        copyMemory(buffer.get(), mText, length);
-        buffer[length] = '\0';
+    Buffer buffer = allocate(capacity);
+    if (buffer.text != nullptr) {
+        unsigned long const kept = cutLength(capacity - 1);
+        copyMemory(buffer.text.get(), mText, kept);
+        buffer.text[kept] = '\0';
     }
     return buffer;
 }
 
 template <typename CharT>
-void BasicString<CharT>::adopt(Buffer buffer, unsigned long capacity) {
+void BasicString<CharT>::adopt(Buffer buffer, unsigned long length, unsigned long capacity) {
     mOwned = std::move(buffer);
-    mText = mOwned.get();
+    mText = mOwned.text.get();
+    mLength = length;
     mCapacity = capacity;
 }
 
 template <typename CharT>
 void BasicString<CharT>::shareEmpty() {
-    mOwned.reset();
+    mOwned = {};
     mText = &EMPTY_CHAR;
     mCapacity = 1;
+}
+
+// What is left when the text is cut to at most `maxBytes` on a character; nothing of one without a
+// boundary, which is malformed.
+template <typename CharT>
+unsigned long BasicString<CharT>::cutLength(unsigned long maxBytes) const {
+    unsigned long const kept = utf8::cutBack(mText, std::min(length(), maxBytes));
+    return kept != NONE ? kept : 0;
 }
 
 // A borrowed text may be longer than the capacity allows.
@@ -319,7 +350,7 @@ unsigned long BasicString<CharT>::capacityForText() const {
 template <typename CharT>
 bool BasicString<CharT>::holds(CharT const* s) const {
     std::less<CharT const*> const before;
-    return mOwned != nullptr && !before(s, mText) && before(s, mText + mCapacity);
+    return mOwned.text != nullptr && !before(s, mText) && before(s, mText + mOwned.size);
 }
 
 template <typename CharT>

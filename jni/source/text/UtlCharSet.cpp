@@ -104,12 +104,7 @@ private:
 
 // A character of `bytes` bytes, at most 3.
 unsigned short unitOf(char const* s, unsigned long bytes) {
-    unsigned const lead = static_cast<unsigned char>(s[0]);
-    unsigned unit = bytes == 1 ? lead : bytes == 2 ? lead & 0x1F : lead & 0x0F;
-    for (unsigned long i = 1; i < bytes; ++i) {
-        unit = unit << 6 | (static_cast<unsigned char>(s[i]) & 0x3F);
-    }
-    return static_cast<unsigned short>(unit);  // 16 bits at most
+    return static_cast<unsigned short>(utf8::codePoint(s, bytes));  // 16 bits at most
 }
 
 unsigned short unitFromBytes(unsigned high, unsigned low) {

@@ -7,6 +7,7 @@
 #include "UtlCharTable.h"
 #include "UtlRawMemory.h"
 
+#include "text/UtlCharacterSet.h"
 #include "text/UtlUtf8.h"
 
 namespace utl {
@@ -20,17 +21,15 @@ void setEnd(unsigned long* end, unsigned long value) {
     }
 }
 
-// Whether the text begins with a character of `set`, as far as that is well-formed.
-bool beginsWithOneOf(char const* text, char const* set) {
-    unsigned long bytes = utf8::charBytes(set);
-    while (bytes != 0 && bytes != NONE) {
-        if (std::strncmp(text, set, bytes) == 0) {
-            return true;
-        }
-        set += bytes;
-        bytes = utf8::charBytes(set);
-    }
-    return false;
+// Whether the text has `offset` bytes. To count them off from the start in every step of a walk
+// through a long text would take time with the square of its length, and nothing tells more cheaply
+// that no terminator has come there since. So a caller who hands back the `end` of the step before
+// is believed; the bytes right before it are looked at for what a step may itself have cut off.
+bool reaches(char const* s, unsigned long offset, unsigned long const* end) {
+    constexpr unsigned long RECOUNTED = 1024;
+    bool const isWalk = offset > RECOUNTED && end != nullptr && *end == offset;
+    unsigned long const from = isWalk ? offset - RECOUNTED : 0;
+    return utf8::boundedLength(s + from, offset - from) == offset - from;
 }
 
 bool fitsWorkingBuffer(char const* s) {
@@ -149,11 +148,7 @@ unsigned long t_strspn(CharT const* s, CharT const* set) {
     if (s == nullptr || set == nullptr) {
         return 0;
     }
-    unsigned long length = 0;
-    while (beginsWithOneOf(s + length, set)) {
-        length += utf8::charBytes(s + length);
-    }
-    return length;
+    return CharacterSet(set).findFirst(s, false);
 }
 
 template <typename CharT>
@@ -161,18 +156,13 @@ unsigned long t_strcspn(CharT const* s, CharT const* set) {
     if (s == nullptr || set == nullptr) {
         return t_strlen(s);
     }
-    unsigned long index = 0;
-    while (s[index] != '\0' && !beginsWithOneOf(s + index, set)) {
-        unsigned long const bytes = utf8::charBytes(s + index);
-        index += bytes != NONE ? bytes : 1;
-    }
-    return index;
+    return CharacterSet(set).findFirst(s, true);
 }
 
 template <typename CharT>
 unsigned long findStr(CharT const* s, CharT const* pattern, unsigned long offset,
                       unsigned long* end) {
-    if (s == nullptr || pattern == nullptr || utf8::boundedLength(s, offset) < offset) {
+    if (s == nullptr || pattern == nullptr || !reaches(s, offset, end)) {
         return NONE;
     }
     setEnd(end, NONE);
@@ -196,7 +186,7 @@ unsigned long findStr(CharT const* s, CharT const* pattern, unsigned long offset
 template <typename CharT>
 unsigned long findToken(CharT const* s, CharT const* delimiters, unsigned long offset,
                         unsigned long* end) {
-    if (s == nullptr || delimiters == nullptr || utf8::boundedLength(s, offset) < offset) {
+    if (s == nullptr || delimiters == nullptr || !reaches(s, offset, end)) {
         return NONE;
     }
     unsigned long const start = offset + t_strspn(s + offset, delimiters);

@@ -6,6 +6,8 @@
 
 #include <string.h>
 
+#include <cstdint>
+
 #include "UtlApi.h"
 
 namespace utl {
@@ -55,6 +57,16 @@ inline unsigned long charBytes(char const* s) {
     }
     unsigned long const bytes = bytesFromLead(*s);
     return bytes != 0 && isValid(s, bytes) ? bytes : NONE;
+}
+
+// The number of a valid character of `bytes` bytes.
+inline std::uint32_t codePoint(char const* s, unsigned long bytes) {
+    std::uint32_t const lead = static_cast<unsigned char>(s[0]);
+    std::uint32_t value = bytes == 1 ? lead : lead & (0x7Fu >> bytes);
+    for (unsigned long i = 1; i < bytes; ++i) {
+        value = value << 6 | (static_cast<unsigned char>(s[i]) & 0x3Fu);
+    }
+    return value;
 }
 
 // Whether the text is valid characters only.
