@@ -18,7 +18,8 @@
 // names and 256 thread names. Off, there is room for one of each, and what asks for the figures, or
 // prints or resets them, returns at once.
 //
-// Recording does not allocate, so that any allocation function may report.
+// Recording does not allocate, so that any allocation function may report, and costs the same
+// however many allocations are live.
 
 #ifndef UTL_MEMORY_H
 #define UTL_MEMORY_H
@@ -36,8 +37,13 @@ class StaticLock;
 // Any thread may call any operation.
 //
 // The print operations write to the system log if `toLog` is 1 and, if `path` is not null, to that
-// file: it is made anew, with its directories, and blocks as files do. A file that cannot be made
-// is left out. They return true, unless something else is said.
+// file: it is made anew, with its directories. A file that cannot be made is left out, and so is a
+// pipe that nobody reads; one whose reader takes nothing for five seconds gets no more. They return
+// true, unless something else is said.
+//
+// They show what was recorded when they were called, less what is released before they come to it.
+// Nobody waits for them: recording goes on, and of two that go to one file at once the messages are
+// mixed there.
 class UTL_API Memory {
 public:
     // Live allocations, and the highest that either figure has been.
@@ -86,7 +92,8 @@ public:
     // For an `operation` of 0, records that the calling thread has allocated `bytes` at `address`,
     // in line `line` of the file `fileId`, which may be NONE; for any other, that it has released
     // `address` there. Releasing null is nothing. An allocation that finds no room and a release of
-    // what was not recorded change nothing and are printed, to the log and to descriptor 0.
+    // what was not recorded change nothing and are printed: to the log, and to descriptor 0 if that
+    // has room at once. The latest record of an address is the one that is released.
     void updateManagement(int operation, void* address, unsigned long bytes, unsigned long fileId,
                           int line);
 
@@ -127,8 +134,8 @@ public:
     // Does nothing.
     void printGlobalMemoryStatus(char const* title);
 
-    // Prints one message: to the system log if `toLog` is 1, and to `fd` unless it is -1. A message
-    // of 1024 bytes or more is dropped.
+    // Prints one message: to the system log if `toLog` is 1, and to `fd` unless it is -1, for which
+    // it waits five seconds at the most. A message of 1024 bytes or more is dropped.
     void printMessage(int toLog, int fd, char const* format, ...) UTL_PRINTF_FORMAT(4, 5);
 
 private:
@@ -137,7 +144,7 @@ private:
 
     void recordAllocation(DetailHeapInfo const& info);
     void recordRelease(std::uintptr_t address, unsigned long fileId, int line);
-    void printDetails(int toLog, int fd, char const* title, std::uint64_t firstSerial);
+    void printDetails(int toLog, char const* path, char const* title, std::uint64_t firstSerial);
 
     static Memory* mpTheObject;  // guarded by mInstantiationSyncObject
 

@@ -61,6 +61,7 @@ LOCAL_SRC_FILES := \
     source/files/UtlOpenedDirectory.cpp \
     source/files/UtlReadAhead.cpp \
     source/files/UtlTreeWalk.cpp \
+    source/memory/UtlDumpOutput.cpp \
     source/memory/UtlMemory.cpp \
     source/threads/UtlThread.cpp \
     source/threads/UtlThreadManager.cpp \

@@ -61,6 +61,7 @@ TEST(BitStreamTest, OnlyAUsableBufferIsTakenOver) {
     stream.writeBitToUint8(1, 7, 2);
     EXPECT_EQ(2u, stream.getBitStreamSize());
     EXPECT_TRUE(stream.setBitStream(&bytes[1], 1));
+    EXPECT_EQ(&bytes[1], stream.getBitStreamAddress());
     EXPECT_EQ("0/0", stateOf(stream));
 }
 

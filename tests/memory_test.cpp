@@ -5,19 +5,27 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "UtlThreadManager.h"
 
+#include "memory/UtlHeapListing.h"
+#include "memory/UtlHeapTable.h"
 #include "support/LogCapture.h"
 #include "support/Process.h"
 
@@ -111,6 +119,31 @@ TEST_F(MemoryTest, DropsAMessageOf1024Bytes) {
     EXPECT_EQ("", logged());
 }
 
+// A full pipe is not waited for by an allocation, one without a reader raises a signal, and a full
+// disk refuses for good.
+TEST_F(MemoryTest, LeavesAloneWhatTakesNothing) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    dup2(ends[1], STDIN_FILENO);
+    fcntl(STDIN_FILENO, F_SETFL, O_NONBLOCK);
+    char page[4096] = {};
+    while (write(STDIN_FILENO, page, sizeof page) > 0) {
+    }
+    fcntl(STDIN_FILENO, F_SETFL, 0);
+    release(0x3000);
+    EXPECT_NE("", logged());
+
+    EXPECT_LT(0, read(ends[0], page, sizeof page));
+    close(ends[0]);
+    int const disk = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    errno = ERANGE;
+    for (int const fd : {disk, ends[1]}) {
+        Memory::get()->printMessage(0, fd, "text");
+        close(fd);
+    }
+    EXPECT_EQ(ERANGE, errno);
+}
+
 TEST_F(MemoryTest, KnowsTheThreadsOfTheManager) {
     ThreadManager::get();  // registers a thread of its own
     Memory::get()->initializeManagementTable();
@@ -131,6 +164,7 @@ TEST_F(MemoryTest, AnswersNothingWhileSwitchedOff) {
          {&Memory::printUsedHeap, &Memory::printUsedHeapDetail, &Memory::printMarkedHeapDetail}) {
         EXPECT_EQ("", dumped(print));
     }
+    Memory::get()->printGlobalMemoryStatus("title");
     Memory::get()->resetUsedHeap();  // does nothing: the table is still full
     EXPECT_EQ("", logged());
     allocate(0x1000, 10);
@@ -208,6 +242,9 @@ TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
     EXPECT_STREQ("reused", memory->getThreadName(2));
     EXPECT_STREQ("other", memory->getThreadName(3));
     EXPECT_STREQ("", memory->getThreadName(0));
+    memory->resetUsedHeap();
+    EXPECT_STREQ("", memory->getThreadName(3));
+    EXPECT_EQ(0u, memory->getFileId("new"));
 }
 
 TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {
@@ -221,6 +258,66 @@ TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {
     EXPECT_EQ(descriptors, test::openDescriptors());
     EXPECT_EQ(written("old"), written("a/b/new"));
     EXPECT_EQ(4 * written("old").size(), logged().size());
+}
+
+TEST_F(MemoryTest, NobodyWaitsForADumpIntoAFullPipe) {
+    std::string const pipe = directory / "pipe";
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    EXPECT_TRUE(Memory::get()->printUsedHeap(0, pipe.c_str()));  // which nobody reads
+    int const reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    for (std::uintptr_t i = 1; i <= 1000; ++i) {
+        allocate(i, 1);
+    }
+    std::atomic<bool> hasEnded{false};
+    std::thread dump([&] {
+        Memory::get()->printUsedHeapDetail(0, pipe.c_str());
+        hasEnded = true;
+    });
+    int filled = 0;
+    EXPECT_TRUE(
+        test::comesTrue([&] { return ioctl(reader, FIONREAD, &filled) == 0 && filled > 60000; }));
+    release(1000);
+    allocate(2000, 1);
+    EXPECT_NE("", dumped(&Memory::printUsedHeapDetail));
+    EXPECT_FALSE(hasEnded);
+    close(reader);
+    dump.join();
+}
+
+// Beside an ordered map; with memory for all rows, and with none.
+TEST(HeapListingTest, ListsByAddressWhatIsLiveTheLatestFirst) {
+    static HeapTable<256> table;
+    static platform::StaticLock lock(platform::LockOrder::HEAP_TABLE);
+    std::map<std::pair<std::uintptr_t, std::int64_t>, std::uint64_t> live;
+    std::mt19937 random(6);
+    for (std::uint64_t serial = 1; serial <= 3000; ++serial) {
+        std::uintptr_t const address = 16 * (random() % 150);
+        auto const latest = live.lower_bound({address, INT64_MIN});
+        bool const isKnown = latest != live.end() && latest->first.first == address;
+        Memory::DetailHeapInfo removed = {};
+        if (random() % 5 < 3) {
+            bool const hasRoom = live.size() < 256;
+            ASSERT_EQ(hasRoom, table.add({serial, address, 1, 1, 1, 1}));
+            if (hasRoom) {
+                live[{address, -static_cast<std::int64_t>(serial)}] = serial;
+            }
+        } else {
+            ASSERT_EQ(isKnown, table.remove(address, &removed));
+            ASSERT_EQ(isKnown ? latest->second : 0, removed.serial);
+            isKnown ? live.erase(latest) : latest;
+        }
+        ASSERT_EQ(live.size(), table.count());
+    }
+    for (unsigned long const expected : {live.size(), NONE / sizeof(Memory::DetailHeapInfo) - 2}) {
+        HeapListing<HeapTable<256> > listing(table, lock, 1000, 2900, expected);
+        for (auto const& [key, serial] : live) {
+            if (serial >= 1000 && serial < 2900) {
+                Memory::DetailHeapInfo const* const row = listing.next();
+                ASSERT_TRUE(row != nullptr && row->serial == serial);
+            }
+        }
+        EXPECT_EQ(nullptr, listing.next());
+    }
 }
 
 TEST_F(MemoryTest, ThreadsReportWhileAnotherPrints) {

@@ -23,7 +23,7 @@ LAYERS = [
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",
      "UtlBitStream"},
     {"files", "UtlFile"},
-    {"UtlMemory"},
+    {"memory", "UtlMemory"},
     {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
      "UtlTimerInfo", "UtlMsgDrivenThread", "UtlSharedTimer", "UtlTimer", "UtlThreadWatchdog"},
     {"Utl"},

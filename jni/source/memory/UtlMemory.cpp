@@ -1,23 +1,22 @@
 #include "UtlMemory.h"
 
 #include <stdarg.h>
-#include <stdio.h>
 
 #include <algorithm>
 #include <new>
 
 #include "UtlFile.h"
-#include "UtlRawMemory.h"
 #include "UtlString.h"
 
 #include "files/UtlDescriptor.h"
 #include "files/UtlEntry.h"
 #include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
-#include "platform/UtlErrno.h"
+#include "memory/UtlDumpOutput.h"
+#include "memory/UtlHeapListing.h"
+#include "memory/UtlHeapTable.h"
 #include "platform/UtlFileSystem.h"
 #include "platform/UtlKernelThread.h"
-#include "platform/UtlLogSink.h"
 #include "platform/UtlStaticLock.h"
 
 namespace utl {
@@ -26,78 +25,45 @@ namespace {
 
 #ifdef UTL_HEAP_ACCOUNTING
 constexpr bool IS_ENABLED = true;
-constexpr unsigned long MAX_DETAILS = 65536;
-constexpr unsigned long MAX_FILE_NAMES = 1024;
+constexpr std::uint32_t MAX_DETAILS = 65536;
+constexpr std::uint32_t MAX_FILE_NAMES = 1024;
 constexpr unsigned long MAX_THREAD_NAMES = 256;
 #else
 constexpr bool IS_ENABLED = false;
-constexpr unsigned long MAX_DETAILS = 1;
-constexpr unsigned long MAX_FILE_NAMES = 1;
+constexpr std::uint32_t MAX_DETAILS = 1;
+constexpr std::uint32_t MAX_FILE_NAMES = 1;
 constexpr unsigned long MAX_THREAD_NAMES = 1;
 #endif
 
 constexpr int ALLOCATION = 0;
-constexpr int TO_LOG = 1;
 constexpr int WARNING_DESCRIPTOR = 0;
-constexpr char LOG_TAG[] = "UtlMemory";
 constexpr char WARNING_RULE[] =
     "!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n";
 
 // All that follows is static and never destroyed: the accounting must not allocate, and a thread
-// may be registered or report a release while another one ends it or the process exits.
-platform::StaticLock dumpLock(
-    platform::LockOrder::HEAP_DUMP);  // one dump at a time opens, writes and closes its file
+// may be registered or report a release while another one ends it or the process exits. Nothing is
+// printed with the lock held.
 platform::StaticLock tableLock(platform::LockOrder::HEAP_TABLE);
 alignas(Memory) unsigned char place[sizeof(Memory)];
 
 // Guarded by tableLock. The tables are zero at load and take up memory only as they fill.
-char messageBuffer[1024];
+using Details = HeapTable<MAX_DETAILS>;
 Memory::ProcessHeapInfo processHeapInfo;
-Memory::DetailHeapInfo detailTable[MAX_DETAILS];  // by address, ascending
-unsigned long detailCount = 0;
+Details details;
 std::uint64_t nextSerial = 1;
 std::uint64_t markSerial = 0;  // 0 for never marked
 Memory::FileNameInfo fileNames[MAX_FILE_NAMES];
-unsigned long fileNameCount = 0;
+HashChains<MAX_FILE_NAMES> fileChains;
+std::uint32_t fileNameCount = 0;
 Memory::ThreadNameInfo threadNames[MAX_THREAD_NAMES];
 unsigned long threadNameCount = 0;
 
-// The first entry at `address`, or where one belongs.
-Memory::DetailHeapInfo* findDetail(std::uintptr_t address) {
-    return std::lower_bound(detailTable, detailTable + detailCount, address,
-                            [](Memory::DetailHeapInfo const& info, std::uintptr_t wanted) {
-                                return info.address < wanted;
-                            });
-}
-
-// Moves all entries from `from` on.
-void moveDetails(Memory::DetailHeapInfo* to, Memory::DetailHeapInfo const* from) {
-    Memory::DetailHeapInfo const* const end = detailTable + detailCount;
-    moveMemory(to, from, static_cast<unsigned long>(end - from) * sizeof *from);
-}
-
-bool addDetailHeapInfo(Memory::DetailHeapInfo const& info) {
-    if (detailCount == MAX_DETAILS) {
-        return false;
+std::uint32_t hashOf(char const* name) {
+    std::uint32_t hash = 2166136261u;
+    for (; *name != '\0'; ++name) {
+        hash = (hash ^ static_cast<unsigned char>(*name)) * 16777619u;
     }
-    Memory::DetailHeapInfo* const position = findDetail(info.address);
-    moveDetails(position + 1, position);
-    *position = info;
-    ++detailCount;
-    ++nextSerial;
-    return true;
-}
-
-bool eraseDetailHeapInfo(std::uintptr_t address, unsigned long* useBytes) {
-    Memory::DetailHeapInfo* const position = findDetail(address);
-    if (position == detailTable + detailCount || position->address != address) {
-        return false;
-    }
-    *useBytes = position->useBytes;
-    moveDetails(position, position + 1);
-    --detailCount;
-    detailTable[detailCount] = Memory::INITIAL_DETAIL_HEAP_INFO;
-    return true;
+    return hash;
 }
 
 void countAllocation(unsigned long bytes) {
@@ -112,9 +78,38 @@ void countRelease(unsigned long bytes) {
     processHeapInfo.UseCount -= processHeapInfo.UseCount != 0 ? 1 : 0;
 }
 
-bool isMarked() {
+// Gives the record its serial. False when there is no room for it.
+bool record(Memory::DetailHeapInfo info) {
     platform::StaticGuard const guard(tableLock);
-    return markSerial != 0;
+    info.serial = nextSerial;
+    bool const hasRoom = details.add(info);
+    if (hasRoom) {
+        ++nextSerial;
+        countAllocation(info.useBytes);
+    }
+    return hasRoom;
+}
+
+// Removes the latest record of `address`. False when there is none.
+bool release(std::uintptr_t address) {
+    platform::StaticGuard const guard(tableLock);
+    Memory::DetailHeapInfo removed;
+    bool const isKnown = details.remove(address, &removed);
+    if (isKnown) {
+        countRelease(removed.useBytes);
+    }
+    return isKnown;
+}
+
+// The caller holds tableLock. The latest first: the kernel gives the ids of finished threads to
+// others.
+Memory::ThreadNameInfo const* findThreadName(int threadId) {
+    for (unsigned long i = threadNameCount; i > 0; --i) {
+        if (threadNames[i - 1].threadId == threadId) {
+            return &threadNames[i - 1];
+        }
+    }
+    return nullptr;
 }
 
 // Whole if it fits, whatever its bytes are, and else cut at a whole character.
@@ -123,20 +118,31 @@ bool storeName(char* dst, unsigned long size, char const* name) {
            copyStr(dst, size, name, ALL, TRUNCATE) != NONE;
 }
 
-// Writes all of it, or up to the first error: nobody could be told of one.
-void writeTo(int fd, char const* text, long size) {
-    while (size > 0) {
-        long const written = platform::writeFile(fd, text, static_cast<unsigned long>(size));
-        if (written <= 0) {
-            return;
-        }
-        text += written;
-        size -= written;
-    }
+std::uint64_t markedSerial() {
+    platform::StaticGuard const guard(tableLock);
+    return markSerial;
 }
 
-// The file that a dump goes to besides the log; NO_DESCRIPTOR when there is none. To be called
-// without tableLock: making directories reports to the watchdog, under locks of its own.
+// Those of now, from that serial on.
+HeapListing<Details> listDetails(std::uint64_t firstSerial) {
+    platform::StaticGuard const guard(tableLock);
+    return HeapListing<Details>(details, tableLock, firstSerial, nextSerial, details.count());
+}
+
+// Copies: a reset may give the places of names to others.
+Memory::FileNameInfo copyFileName(unsigned long fileId) {
+    platform::StaticGuard const guard(tableLock);
+    return fileId < fileNameCount ? fileNames[fileId] : Memory::FileNameInfo{};
+}
+
+Memory::ThreadNameInfo copyThreadName(int threadId) {
+    platform::StaticGuard const guard(tableLock);
+    Memory::ThreadNameInfo const* const info = findThreadName(threadId);
+    return info != nullptr ? *info : Memory::ThreadNameInfo{};
+}
+
+// The file that a dump goes to besides the log; NO_DESCRIPTOR when there is none, as for a pipe
+// that nobody reads. Two dumps may go to one file at once: each message stays whole.
 int openDump(char const* path) {
     NormalPath const file(path);
     char directory[PATH_SIZE];
@@ -144,7 +150,8 @@ int openDump(char const* path) {
         !File::makeDirectories(directory)) {
         return Descriptor::NO_DESCRIPTOR;
     }
-    return openIn(Entry::of(file.c_str()), O_WRONLY | O_CREAT | O_TRUNC, newFileMode());
+    return openIn(Entry::of(file.c_str()),
+                  O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | platform::NO_WAITING, newFileMode());
 }
 
 }  // namespace
@@ -185,63 +192,58 @@ bool Memory::enabledHeapManagement() {
 void Memory::updateManagement(int operation, void* address, unsigned long bytes,
                               unsigned long fileId, int line) {
     auto const addressValue = reinterpret_cast<std::uintptr_t>(address);
-    platform::StaticGuard const guard(tableLock);
     if (operation == ALLOCATION) {
-        recordAllocation({nextSerial, addressValue, bytes, platform::threadId(), fileId,
+        recordAllocation({0, addressValue, bytes, platform::threadId(), fileId,
                           static_cast<std::uint32_t>(line)});
     } else if (address != nullptr) {
         recordRelease(addressValue, fileId, line);
     }
 }
 
-// The caller holds tableLock.
+// Deliberate, here and below: warnings go to descriptor 0 too; a process that is started from a
+// terminal shows them there. An allocation does not wait for that.
 void Memory::recordAllocation(DetailHeapInfo const& info) {
-    if (addDetailHeapInfo(info)) {
-        countAllocation(info.useBytes);
+    if (record(info)) {
         return;
     }
-    // Deliberate: warnings go to descriptor 0 too; a process that is started from a terminal shows
-    // them there.
-    printMessage(TO_LOG, WARNING_DESCRIPTOR, "!!!! DetailHeapInfo management over on allocation\n");
-    printMessage(
-        TO_LOG, WARNING_DESCRIPTOR,
+    DumpOutput output(DumpOutput::TO_LOG, WARNING_DESCRIPTOR, DumpOutput::NO_WAITING);
+    output.print("!!!! DetailHeapInfo management over on allocation\n");
+    output.print(
         "MaxCount:%u, Address:0x%08lx, UseBytes:%10lu, ThreadId:%10d, Line:%8ld, File:%s, \n",
         static_cast<unsigned>(MAX_DETAILS), static_cast<unsigned long>(info.address), info.useBytes,
         info.threadId, static_cast<long>(static_cast<std::int32_t>(info.line)),
-        getFileName(info.fileId));
+        copyFileName(info.fileId).path);
 }
 
-// The caller holds tableLock.
 void Memory::recordRelease(std::uintptr_t address, unsigned long fileId, int line) {
-    unsigned long bytes;
-    if (eraseDetailHeapInfo(address, &bytes)) {
-        countRelease(bytes);
+    if (release(address)) {
         return;
     }
-    printMessage(TO_LOG, WARNING_DESCRIPTOR, "%s", WARNING_RULE);
-    printMessage(TO_LOG, WARNING_DESCRIPTOR,
-                 "!!!! DetailHeapInfo release address is not in under management\n");
-    printMessage(TO_LOG, WARNING_DESCRIPTOR,
-                 "Address:0x%08lx, ThreadId:%10d, Line:%8ld, File:%s, \n",
+    DumpOutput output(DumpOutput::TO_LOG, WARNING_DESCRIPTOR, DumpOutput::NO_WAITING);
+    output.print("%s", WARNING_RULE);
+    output.print("!!!! DetailHeapInfo release address is not in under management\n");
+    output.print("Address:0x%08lx, ThreadId:%10d, Line:%8ld, File:%s, \n",
                  static_cast<unsigned long>(address), platform::threadId(), static_cast<long>(line),
-                 getFileName(fileId));
-    printMessage(TO_LOG, WARNING_DESCRIPTOR, "%s", WARNING_RULE);
+                 copyFileName(fileId).path);
+    output.print("%s", WARNING_RULE);
 }
 
 unsigned long Memory::getFileId(char const* path) {
     if (!IS_ENABLED || path == nullptr) {
         return NONE;
     }
+    std::uint32_t const hash = hashOf(path);
     platform::StaticGuard const guard(tableLock);
-    for (unsigned long id = 0; id < fileNameCount; ++id) {
-        if (compareStr(fileNames[id].path, path, ALL) == 0) {
-            return id;
-        }
+    std::uint32_t const known = *fileChains.find(
+        hash, [=](std::uint32_t id) { return compareStr(fileNames[id].path, path, ALL) == 0; });
+    if (known != 0) {
+        return known - 1;
     }
     if (fileNameCount == MAX_FILE_NAMES ||
         !storeName(fileNames[fileNameCount].path, sizeof fileNames->path, path)) {
         return NONE;
     }
+    fileChains.add(hash, fileNameCount);
     return fileNameCount++;
 }
 
@@ -269,13 +271,8 @@ char const* Memory::getFileName(unsigned long fileId) const {
 
 char const* Memory::getThreadName(int threadId) const {
     platform::StaticGuard const guard(tableLock);
-    // The latest first: the kernel gives the ids of finished threads to others.
-    for (unsigned long i = threadNameCount; i > 0; --i) {
-        if (threadNames[i - 1].threadId == threadId) {
-            return threadNames[i - 1].name;
-        }
-    }
-    return &EMPTY_CHAR;
+    ThreadNameInfo const* const info = findThreadName(threadId);
+    return info != nullptr ? info->name : &EMPTY_CHAR;
 }
 
 void Memory::mark() {
@@ -299,25 +296,22 @@ bool Memory::printUsedHeap(int toLog, char const* path) {
     if (!IS_ENABLED) {
         return true;
     }
-    platform::StaticGuard const dumpGuard(dumpLock);
+    ProcessHeapInfo info;
+    getUsedHeapOfProcess(&info);
     Descriptor const file(openDump(path));
-    platform::StaticGuard const guard(tableLock);
-    printMessage(toLog, file.get(),
-                 "---- ProcessHeap ----\n"
-                 "     UseBytes,      UseCount,      MaxBytes,      MaxCount, \n");
-    printMessage(toLog, file.get(), "%13lu, %13lu, %13lu, %13lu, \n", processHeapInfo.UseBytes,
-                 processHeapInfo.UseCount, processHeapInfo.MaxBytes, processHeapInfo.MaxCount);
+    DumpOutput output(toLog, file.get(), DumpOutput::WAIT_MS);
+    output.print(
+        "---- ProcessHeap ----\n"
+        "     UseBytes,      UseCount,      MaxBytes,      MaxCount, \n");
+    output.print("%13lu, %13lu, %13lu, %13lu, \n", info.UseBytes, info.UseCount, info.MaxBytes,
+                 info.MaxCount);
     return true;
 }
 
 bool Memory::printUsedHeapDetail(int toLog, char const* path) {
-    if (!IS_ENABLED) {
-        return true;
+    if (IS_ENABLED) {
+        printDetails(toLog, path, "---- ProcessDetailHeap ----", 1);
     }
-    platform::StaticGuard const dumpGuard(dumpLock);
-    Descriptor const file(openDump(path));
-    platform::StaticGuard const guard(tableLock);
-    printDetails(toLog, file.get(), "---- ProcessDetailHeap ----", 0);
     return true;
 }
 
@@ -325,32 +319,30 @@ bool Memory::printMarkedHeapDetail(int toLog, char const* path) {
     if (!IS_ENABLED) {
         return true;
     }
-    if (!isMarked()) {
+    std::uint64_t const firstSerial = markedSerial();
+    if (firstSerial == 0) {
         return false;
     }
-    platform::StaticGuard const dumpGuard(dumpLock);
-    Descriptor const file(openDump(path));
-    platform::StaticGuard const guard(tableLock);
-    printDetails(toLog, file.get(), "---- ProcessDetailHeap (Marked) ----", markSerial);
+    printDetails(toLog, path, "---- ProcessDetailHeap (Marked) ----", firstSerial);
     return true;
 }
 
-// The caller holds tableLock.
-void Memory::printDetails(int toLog, int fd, char const* title, std::uint64_t firstSerial) {
-    printMessage(toLog, fd,
-                 "%s\n       No.,       Serial,    Address,   UseBytes,   ThreadId, "
-                 "ThreadName                        ,     Line, File, \n",
-                 title);
+void Memory::printDetails(int toLog, char const* path, char const* title,
+                          std::uint64_t firstSerial) {
+    Descriptor const file(openDump(path));
+    DumpOutput output(toLog, file.get(), DumpOutput::WAIT_MS);
+    output.print(
+        "%s\n       No.,       Serial,    Address,   UseBytes,   ThreadId, "
+        "ThreadName                        ,     Line, File, \n",
+        title);
+    HeapListing<Details> listing = listDetails(firstSerial);
     unsigned long row = 0;
-    for (unsigned long i = 0; i < detailCount; ++i) {
-        DetailHeapInfo const& info = detailTable[i];
-        if (info.serial >= firstSerial) {
-            printMessage(toLog, fd, "%10lu, %12llu, 0x%08lx, %10lu, %10d, %-34s, %8lu, %s, \n",
-                         ++row, static_cast<unsigned long long>(info.serial),
-                         static_cast<unsigned long>(info.address), info.useBytes, info.threadId,
-                         getThreadName(info.threadId), static_cast<unsigned long>(info.line),
-                         getFileName(info.fileId));
-        }
+    while (DetailHeapInfo const* const info = listing.next()) {
+        output.print("%10lu, %12llu, 0x%08lx, %10lu, %10d, %-34s, %8lu, %s, \n", ++row,
+                     static_cast<unsigned long long>(info->serial),
+                     static_cast<unsigned long>(info->address), info->useBytes, info->threadId,
+                     copyThreadName(info->threadId).name, static_cast<unsigned long>(info->line),
+                     copyFileName(info->fileId).path);
     }
 }
 
@@ -364,9 +356,9 @@ void Memory::resetUsedHeap() {
 void Memory::initializeManagementTable() {
     platform::StaticGuard const guard(tableLock);
     processHeapInfo = {};
-    detailTable[0] = INITIAL_DETAIL_HEAP_INFO;
-    detailCount = 0;
+    details.clear();
     nextSerial = 1;
+    fileChains.clear();
     fileNameCount = 0;
     threadNameCount = 0;
 }
@@ -377,21 +369,10 @@ void Memory::printMessage(int toLog, int fd, char const* format, ...) {
     if (format == nullptr) {
         return;
     }
-    platform::ErrnoGuard const errnoGuard;  // whoever allocates looks at it afterwards
-    platform::StaticGuard const guard(tableLock);
     va_list arguments;
     va_start(arguments, format);
-    int const length = vsnprintf(messageBuffer, sizeof messageBuffer, format, arguments);
+    DumpOutput(toLog, fd, DumpOutput::WAIT_MS).printList(format, arguments);
     va_end(arguments);
-    if (length < 0 || static_cast<unsigned long>(length) >= sizeof messageBuffer) {
-        return;
-    }
-    if (toLog == TO_LOG) {
-        __android_log_print(platform::LOG_PRIORITY_INFO, LOG_TAG, "%s", messageBuffer);
-    }
-    if (fd != Descriptor::NO_DESCRIPTOR) {
-        writeTo(fd, messageBuffer, length);
-    }
 }
 
 }  // namespace utl

@@ -24,7 +24,6 @@ enum class LockOrder {
     REGISTRY,        // its threads
     MEMORY,          // there is a heap accounting
     TIMER_HANDLERS,  // the handlers of timer signals
-    HEAP_DUMP,       // one dump at a time
     PARENT_MODES,    // the directories that are opened up
     HEAP_TABLE,
     COUNTERS,  // the stopwatches by number
