@@ -15,6 +15,7 @@
 #include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/Process.h"
+#include "support/Sanitizer.h"
 
 namespace {
 
@@ -41,11 +42,7 @@ void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
 }
 
 // A sanitizer's malloc must stay the only one: there, the forms above are all that is counted.
-#if !defined(__has_feature)
-#define __has_feature(name) 0
-#endif
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && \
-    !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer)
+#if !UTL_SANITIZED
 void* malloc(std::size_t size) noexcept {
     static auto const next = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));
     ++allocations;

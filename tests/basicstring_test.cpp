@@ -3,18 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <new>
 #include <string>
 
 namespace {
 
-bool memoryIsOut = false;
+std::size_t largestRequest = SIZE_MAX;  // that is granted
 
 }  // namespace
 
 // The form that the library allocates with.
 void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
-    return memoryIsOut ? nullptr : ::operator new[](size);
+    return size <= largestRequest ? ::operator new[](size) : nullptr;
 }
 
 namespace utl {
@@ -176,7 +177,7 @@ TEST(BasicStringTest, WithoutMemoryIsEmptyOrUnchanged) {
     Array<String> moved(3, Array<String>::FIXED);
     moved.setCount(2);
     moved[1] = "moved";
-    memoryIsOut = true;
+    largestRequest = 0;
 
     expectString(String("abc", 50, GROWS), "", 1);
     expectString("abc" + s, "", 1);
@@ -194,7 +195,12 @@ TEST(BasicStringTest, WithoutMemoryIsEmptyOrUnchanged) {
     moved.eraseAt(0, 1);
     expectString(moved[0], "moved", 6);
 
-    memoryIsOut = false;
+    // As much as is needed, if not more.
+    largestRequest = 5;
+    EXPECT_EQ(1, s.combine("d", ALL, WHOLE));
+    Array<char> array(4, Array<char>::GROWS);
+    EXPECT_TRUE(array.setCount(4) == 1 && array.insertAt(4, 'e') == 1);
+    largestRequest = SIZE_MAX;
 }
 
 }  // namespace

@@ -106,6 +106,7 @@ TEST(SjisTest, OneCharacterTellsWhatItTook) {
     expect("\x85\x40z", 2, "\0"s, 0, 1);
     expect("\x82", 1, "\0"s, 0, 1);
     expect("\xB1z", 1, "\uFF71", 0xFF71, 1);
+    expect("\x81\x4Cz", 2, "\u00B4", 0x00B4, 1);
     expect("\xA0z", 1, "\xA0", 0x00A0, 2);
     expect("", 1, "\0"s, 0, 2);
 }
@@ -172,11 +173,12 @@ TEST(DcharTest, UnitsUpToAZeroBecomeBytes) {
     EXPECT_EQ(NONE, convertStrFromDcharToUint8(dst.data(), 3, src, ALL, 2));
     EXPECT_EQ(4UL, convertStrFromDcharToUint8(dst.data(), 0, src, ALL, 2));
     EXPECT_EQ(2UL, convertStrFromDcharToUint8(dst.data(), 5, src, 1, 2));
+    EXPECT_EQ(0UL, convertStrFromDcharToUint8(dst.data(), 5, src, 0, 2));
     EXPECT_EQ((Bytes{0x34, 0x12, 0x00, 0xFF, FENCE}), dst);
 }
 
 TEST(DcharTest, BytesBecomeUnitsZerosIncluded) {
-    unsigned char const src[] = {0x12, 0x34, 0x00, 0x00, 0xAB, 0xCD};
+    unsigned char const src[] = {0x12, 0x34, 0x00, 0x00, 0xAB, 0xCD, 0x56, 0x78};
     Units dst(4, FENCE);
     EXPECT_EQ(3UL, convertBinFromUint8ToDchar(dst.data(), 3, src, 6, 1));
     EXPECT_EQ((Units{0x1234, 0x0000, 0xABCD, FENCE}), dst);

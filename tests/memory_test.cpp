@@ -206,8 +206,11 @@ TEST_F(MemoryTest, DumpsShowFiguresAndDetailsByAddressAndThoseSinceTheMark) {
     EXPECT_EQ(marked + "         1" + last, dumped(&Memory::printMarkedHeapDetail));
 
     memory->resetUsedHeap();
-    allocate(0x1000, 1);  // the mark is still there, but serials have begun anew
+    allocate(0x1000, 1, 0);  // the mark is still there, but serials and files have begun anew
     EXPECT_EQ(marked, dumped(&Memory::printMarkedHeapDetail));
+    EXPECT_EQ("---- ProcessDetailHeap ----" + columns + "         1,            1, 0x00001000, " +
+                  "         1, " + id + ",                                   ,       12, , \n",
+              dumped(&Memory::printUsedHeapDetail));
     Memory::destroy();
     EXPECT_FALSE(Memory::get()->printMarkedHeapDetail(1, nullptr));
 }
@@ -223,7 +226,9 @@ TEST_F(MemoryTest, FileNamesAreNumberedUntilTheTableIsFull) {
     EXPECT_EQ(NONE, memory->getFileId("one more"));
     EXPECT_EQ(77u, memory->getFileId("77"));
     memory->resetUsedHeap();
-    EXPECT_STREQ("", memory->getFileName(77));
+    EXPECT_STREQ("", memory->getFileName(0));
+    EXPECT_EQ(0u, memory->getFileId("77"));
+    EXPECT_FALSE(memory->getUsedHeapOfProcess(nullptr));
 }
 
 TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
@@ -236,15 +241,16 @@ TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
     for (int i = 2; i < 256; ++i) {
         memory->registerThreadName(i, "other");
     }
-    memory->registerThreadName(2, "reused");
+    memory->registerThreadName(2, "\xFF");
     memory->registerThreadName(3, "no room");
     EXPECT_EQ(std::string(127, 'n'), memory->getThreadName(1));
-    EXPECT_STREQ("reused", memory->getThreadName(2));
+    EXPECT_STREQ("\xFF", memory->getThreadName(2));
     EXPECT_STREQ("other", memory->getThreadName(3));
     EXPECT_STREQ("", memory->getThreadName(0));
     memory->resetUsedHeap();
     EXPECT_STREQ("", memory->getThreadName(3));
-    EXPECT_EQ(0u, memory->getFileId("new"));
+    memory->registerThreadName(1, std::string(127, 'n').c_str());
+    EXPECT_EQ(std::string(127, 'n'), memory->getThreadName(1));
 }
 
 TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {

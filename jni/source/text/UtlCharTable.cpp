@@ -92,15 +92,7 @@ unsigned long RowIndex::find(char const* text) const {
 // The low byte of the first code point; NONE for a text that does not begin with a character.
 unsigned long RowIndex::slotOf(char const* text) {
     unsigned long const bytes = utf8::charBytes(text);
-    if (bytes == 0 || bytes == NONE) {
-        return NONE;
-    }
-    unsigned const last = static_cast<unsigned char>(text[bytes - 1]);
-    if (bytes == 1) {
-        return last;
-    }
-    unsigned const upper = static_cast<unsigned char>(text[bytes - 2]);
-    return (upper << 6 | (last & 0x3F)) & 0xFF;
+    return bytes != 0 && bytes != NONE ? utf8::codePoint(text, bytes) & 0xFF : NONE;
 }
 
 using Character = char[5];  // of up to four bytes, with a terminator
