@@ -515,16 +515,18 @@ void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
 
 // The check timer stands still while nobody is watched: a process that only waits sleeps.
 void ThreadWatchdog::restUnlessNeeded() {
+    int timerId;
     {
         TableGuard const guard(tableLock);
         expectCheckLocked();
-        mIsResting = !hasWatchedLocked() && mWatchTimerId != -1;
+        timerId = mWatchTimerId;
+        mIsResting = !hasWatchedLocked() && timerId != -1;
         if (!mIsResting) {
             return;
         }
     }
     // Whoever begins to be watched from here on queues the start that follows.
-    mThread->restTimer(mWatchTimerId);
+    mThread->restTimer(timerId);
 }
 
 }  // namespace utl
