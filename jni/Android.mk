@@ -26,6 +26,7 @@ LOCAL_SRC_FILES := \
     source/platform/UtlKernelThread.cpp \
     source/platform/UtlKernelTimer.cpp \
     source/platform/UtlMutex.cpp \
+    source/platform/UtlOutput.cpp \
     source/platform/UtlPipe.cpp \
     source/memory/UtlRawMemory.cpp \
     source/foundation/UtlSyncObject.cpp \

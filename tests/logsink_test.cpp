@@ -338,7 +338,7 @@ TEST(LogSinkTest, ProgramsMayCallItThemselves) {
     }));
 }
 
-TEST(LogSinkTest, LoggingIsNoCancellationPoint) {
+TEST(LogSinkTest, LoggingAndWritingAreNoCancellationPoints) {
     test::Scratch const scratch;
     EXPECT_TRUE(withStandardError(makePipe, [&](int) {
         utl::File file(scratch("lines"), utl::File::UTF8);
@@ -348,6 +348,7 @@ TEST(LogSinkTest, LoggingIsNoCancellationPoint) {
             pthread_cancel(pthread_self());
             applog(-1, 3, "to standard error");
             applog(-1, 3, &file, "to a file too");
+            EXPECT_EQ(10, file.writeText("and a text", 10, 0));
             hasLogged = true;
         });
         cancelled.join();

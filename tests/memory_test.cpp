@@ -314,7 +314,8 @@ TEST(HeapListingTest, ListsByAddressWhatIsLiveTheLatestFirst) {
         }
         ASSERT_EQ(live.size(), table.count());
     }
-    for (unsigned long const expected : {live.size(), NONE / sizeof(Memory::DetailHeapInfo) - 2}) {
+    for (unsigned long const expected :
+         {static_cast<unsigned long>(live.size()), NONE / sizeof(Memory::DetailHeapInfo) - 2}) {
         HeapListing<HeapTable<256> > listing(table, lock, 1000, 2900, expected);
         for (auto const& [key, serial] : live) {
             if (serial >= 1000 && serial < 2900) {

@@ -4,9 +4,7 @@
 #ifndef UTL_DESCRIPTOR_H
 #define UTL_DESCRIPTOR_H
 
-#include <unistd.h>
-
-#include "platform/UtlErrno.h"
+#include "platform/UtlFileSystem.h"
 
 namespace utl {
 
@@ -38,8 +36,7 @@ public:
     // Leaves errno as it is.
     void close() {
         if (isOpen()) {
-            platform::ErrnoGuard const guard;
-            ::close(release());
+            platform::closeFile(release());
         }
     }
 

@@ -1,7 +1,5 @@
 #include "UtlCountingPointer.h"
 
-#include <unistd.h>
-
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
@@ -34,7 +32,7 @@ bool DestructCloseFile::operator()(int descriptor) const {
     platform::ErrnoGuard const guard;
     bool const isLost = platform::isWritable(descriptor) && platform::syncFile(descriptor) != 0;
     int const cause = errno;
-    close(descriptor);
+    platform::closeFile(descriptor);
     if (isLost) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "fsync Failed. errno[%d]", cause);
     }

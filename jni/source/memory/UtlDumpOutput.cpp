@@ -1,59 +1,19 @@
 #include "memory/UtlDumpOutput.h"
 
 #include <errno.h>
-#include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <stdio.h>
-#include <time.h>
-
-#include <algorithm>
 
 #include "files/UtlDescriptor.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlErrno.h"
-#include "platform/UtlFileSystem.h"
 #include "platform/UtlLogSink.h"
+#include "platform/UtlOutput.h"
 
 namespace utl {
 
 namespace {
 
 constexpr char LOG_TAG[] = "UtlMemory";
-
-// Keeps from the calling thread what a write may raise: SIGPIPE, and SIGTTOU, with which a terminal
-// stops processes in the background.
-class SignalsHeld {
-public:
-    SignalsHeld() {
-        sigset_t held;
-        sigemptyset(&held);
-        sigaddset(&held, SIGPIPE);
-        sigaddset(&held, SIGTTOU);
-        pthread_sigmask(SIG_BLOCK, &held, &mBefore);
-        sigset_t pending;
-        sigpending(&pending);
-        mIsProgramsPending = sigismember(&pending, SIGPIPE) == 1;
-    }
-    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
-    SignalsHeld(SignalsHeld const&) = delete;
-    SignalsHeld& operator=(SignalsHeld const&) = delete;
-
-    // Takes back the SIGPIPE that a write has raised; the program's own stays.
-    void consumePipeSignal() const {
-        sigset_t pipeSignal;
-        sigemptyset(&pipeSignal);
-        sigaddset(&pipeSignal, SIGPIPE);
-        timespec const atOnce = {0, 0};
-        if (!mIsProgramsPending) {
-            sigtimedwait(&pipeSignal, nullptr, &atOnce);
-        }
-    }
-
-private:
-    sigset_t mBefore;
-    bool mIsProgramsPending;
-};
 
 }  // namespace
 
@@ -80,33 +40,18 @@ void DumpOutput::printList(char const* format, va_list arguments) {
     }
 }
 
-// A message fits into the room that poll() knows of: no write waits, not even on a descriptor that
-// may, and none stores a part.
 bool DumpOutput::write(char const* text, unsigned long size) const {
-    SignalsHeld const held;
-    long written;
+    std::uint32_t const begin = platform::monotonicTick();
+    ssize_t written;
     do {
-        if (!awaitRoom()) {
-            return false;
-        }
-        written = platform::writeFile(mDescriptor, text, size);
-    } while (written == -1 && errno == EAGAIN);  // another writer was faster
-    if (written == -1 && errno == EPIPE) {
-        held.consumePipeSignal();
-    }
-    return written == static_cast<long>(size);
+        written = platform::writeAtOnce(mDescriptor, text, size);
+    } while (written == -1 && (errno == EINTR || (errno == EAGAIN && awaitRoom(begin))));
+    return written == static_cast<ssize_t>(size);
 }
 
-bool DumpOutput::awaitRoom() const {
-    std::uint32_t const begin = platform::monotonicTick();
-    std::uint32_t waited = 0;
-    int ready;
-    do {
-        pollfd output = {mDescriptor, POLLOUT, 0};
-        ready = poll(&output, 1, static_cast<int>(mWaitMs - waited));
-        waited = std::min(platform::monotonicTick() - begin, mWaitMs);
-    } while (ready == -1 && errno == EINTR && waited < mWaitMs);
-    return ready == 1;  // for an error too, of which the write tells
+bool DumpOutput::awaitRoom(std::uint32_t begin) const {
+    std::uint32_t const waited = platform::monotonicTick() - begin;
+    return waited < mWaitMs && platform::awaitRoom(mDescriptor, mWaitMs - waited);
 }
 
 }  // namespace utl

@@ -31,7 +31,7 @@ public:
 
 private:
     bool write(char const* text, unsigned long size) const;
-    bool awaitRoom() const;
+    bool awaitRoom(std::uint32_t begin) const;
 
     bool const mIsLogged;
     int mDescriptor;

@@ -1,7 +1,8 @@
 #include "messaging/UtlWakePipe.h"
 
 #include <errno.h>
-#include <unistd.h>
+
+#include "platform/UtlFileSystem.h"
 
 namespace utl {
 
@@ -20,8 +21,8 @@ WakePipe::WakePipe() {
 
 WakePipe::~WakePipe() {
     if (isOpen()) {
-        close(mEnds.read);
-        close(mEnds.write);
+        platform::closeFile(mEnds.read);
+        platform::closeFile(mEnds.write);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include "platform/UtlCancellation.h"
+
 namespace utl {
 namespace platform {
 
@@ -39,6 +41,7 @@ void sleepFor(unsigned long milliseconds) {
     timespec interval;
     interval.tv_sec = static_cast<time_t>(milliseconds / 1000);
     interval.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    NoCancellation const noCancellation;
     nanosleep(&interval, nullptr);
 }
 

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/UtlErrno.h"
+#include "platform/UtlFileSystem.h"
 
 namespace utl {
 namespace platform {
@@ -21,8 +21,7 @@ bool Directory::open(int descriptor) {
     int const own = fcntl(descriptor, F_DUPFD_CLOEXEC, 1);
     mStream = own != -1 ? fdopendir(own) : nullptr;
     if (own != -1 && mStream == nullptr) {
-        ErrnoGuard const guard;
-        ::close(own);
+        closeFile(own);
     }
     return mStream != nullptr;
 }

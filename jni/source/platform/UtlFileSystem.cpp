@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
 
 namespace utl {
@@ -15,6 +16,7 @@ namespace {
 
 template <typename Call>
 auto repeatInterrupted(Call call) {
+    NoCancellation const noCancellation;
     auto result = call();
     while (result == -1 && errno == EINTR) {
         result = call();
@@ -25,9 +27,7 @@ auto repeatInterrupted(Call call) {
 // Gives the file behind descriptor 0 another number: 0 stands for "none".
 int liftFromZero() {
     int const descriptor = fcntl(0, F_DUPFD_CLOEXEC, 1);
-    int const cause = errno;
-    close(0);
-    errno = cause;
+    closeFile(0);
     return descriptor;
 }
 
@@ -68,7 +68,7 @@ int renameOverPlaceholder(char const* source, char const* destination) {
     if (result != 0) {
         unlink(destination);
     }
-    close(placeholder);
+    closeFile(placeholder);
     return result;
 }
 
@@ -136,6 +136,12 @@ int openEntry(int directory, char const* name, Links links) {
         descriptor = openFileAt(directory, name, O_RDONLY | NO_WAITING | noFollow(links), 0);
     }
     return descriptor != -1 ? descriptor : openFileAt(directory, name, O_PATH | noFollow(links), 0);
+}
+
+void closeFile(int descriptor) {
+    NoCancellation const noCancellation;
+    ErrnoGuard const guard;
+    close(descriptor);
 }
 
 int letWait(int descriptor) {

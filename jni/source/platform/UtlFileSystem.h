@@ -1,7 +1,7 @@
-// Internal. The calls of the file system: sizes and positions of 64 bits on every target, and no
-// call that ends early because of a signal. All return -1 with errno for failure, if nothing else
-// is said. Where there is a `directory`, that is the descriptor of the one that `name` is looked up
-// in.
+// Internal. The calls of the file system: sizes and positions of 64 bits on every target, no call
+// that ends early because of a signal, and none in which a thread is cancelled. All return -1 with
+// errno for failure, if nothing else is said. Where there is a `directory`, that is the descriptor
+// of the one that `name` is looked up in.
 
 #ifndef UTL_PLATFORM_FILE_SYSTEM_H
 #define UTL_PLATFORM_FILE_SYSTEM_H
@@ -41,6 +41,9 @@ int openDirectory(int directory, char const* name, Links links);
 
 // A descriptor on whatever is there, for descriptorStatus() and changeMode(). Nobody notices.
 int openEntry(int directory, char const* name, Links links);
+
+// Leaves errno as it is.
+void closeFile(int descriptor);
 
 // What was opened with NO_WAITING waits from now on when it is read and written.
 int letWait(int descriptor);

@@ -8,7 +8,7 @@
 #include <cstddef>
 
 #include "platform/UtlCancellation.h"
-#include "platform/UtlStandardError.h"
+#include "platform/UtlOutput.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ bool awaitRoom() {
     }
     std::uint32_t const heldUp = LogTurn::heldUpFor();
     output.isStuck = heldUp >= LONGEST_HOLD_UP_MS ||
-                     !utl::platform::awaitRoomInStandardError(LONGEST_HOLD_UP_MS - heldUp);
+                     !utl::platform::awaitRoom(STDERR_FILENO, LONGEST_HOLD_UP_MS - heldUp);
     return !output.isStuck;
 }
 
@@ -56,7 +56,7 @@ bool awaitRoom() {
 bool writeWhole(char const* text, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
-        ssize_t const written = utl::platform::writeToStandardError(text + done, size - done);
+        ssize_t const written = utl::platform::writeAtOnce(STDERR_FILENO, text + done, size - done);
         if (written > 0) {
             done += static_cast<std::size_t>(written);
             output.isStuck = false;

@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/UtlFileSystem.h"
+
 namespace utl {
 namespace platform {
 
@@ -15,10 +17,8 @@ bool openPipe(PipeEnds* ends) {
         return false;
     }
     if (fcntl(fds[1], F_SETFL, O_NONBLOCK) != 0) {
-        int const cause = errno;
-        close(fds[0]);
-        close(fds[1]);
-        errno = cause;
+        closeFile(fds[0]);
+        closeFile(fds[1]);
         return false;
     }
     ends->read = fds[0];

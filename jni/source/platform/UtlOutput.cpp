@@ -1,23 +1,27 @@
-#include "platform/UtlStandardError.h"
+#include "platform/UtlOutput.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
+#include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
+#include "platform/UtlFileSystem.h"
 
 namespace utl {
 namespace platform {
 
 namespace {
 
+constexpr int NO_WAIT = 0x8;      // RWF_NOWAIT
 constexpr int NO_SIGNAL = 0x100;  // RWF_NOSIGNAL, since Linux 6.18
 
 // Keeps from the calling thread what a write may raise: SIGPIPE, and SIGTTOU, with which a terminal
@@ -65,43 +69,51 @@ bool isUnknownToTheKernel(ssize_t result) {
     return result == -1 && (errno == EOPNOTSUPP || errno == EINVAL || errno == ENOSYS);
 }
 
-ssize_t writeWithFlags(char const* text, std::size_t size, int flags) {
+ssize_t writeWithFlags(int descriptor, char const* text, std::size_t size, int flags) {
+#ifdef __ANDROID__
+    // The call would end the process on systems whose filter does not know it.
+    (void)descriptor, (void)text, (void)size, (void)flags;
+    errno = ENOSYS;
+    return -1;
+#else
     iovec const piece = {const_cast<char*>(text), size};
-    return pwritev2(STDERR_FILENO, &piece, 1, -1, flags);
+    return pwritev2(descriptor, &piece, 1, -1, flags);
+#endif
 }
 
 // A description of our own may be one that does not block.
-ssize_t writeReopened(char const* text, std::size_t size) {
+ssize_t writeReopened(int descriptor, char const* text, std::size_t size) {
+    char name[32];
+    snprintf(name, sizeof name, "/proc/self/fd/%d", descriptor);
     // Appending, should the program have put a file there in this moment.
-    int const fd = open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
+    int const own = open(name, O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (own < 0) {
         errno = EOPNOTSUPP;
         return -1;
     }
-    ssize_t const written = write(fd, text, size);
-    ErrnoGuard const guard;
-    close(fd);
+    ssize_t const written = write(own, text, size);
+    closeFile(own);
     return written;
 }
 
 // Where the process may not open it, after a change of its user, or has no descriptor left. This
 // can wait if another process takes the room in between.
-ssize_t writeIfReady(char const* text, std::size_t size) {
-    if (!awaitRoomInStandardError(0)) {
+ssize_t writeIfReady(int descriptor, char const* text, std::size_t size) {
+    if (!awaitRoom(descriptor, 0)) {
         errno = EAGAIN;
         return -1;
     }
-    return write(STDERR_FILENO, text, size);
+    return write(descriptor, text, size);
 }
 
-ssize_t writeWithSignalsHeld(char const* text, std::size_t size) {
+ssize_t writeWithSignalsHeld(int descriptor, char const* text, std::size_t size) {
     SignalsHeld const held;
-    ssize_t written = writeWithFlags(text, size, RWF_NOWAIT);
+    ssize_t written = writeWithFlags(descriptor, text, size, NO_WAIT);
     if (isUnknownToTheKernel(written)) {
-        written = writeReopened(text, size);
+        written = writeReopened(descriptor, text, size);
     }
     if (isUnknownToTheKernel(written)) {
-        written = writeIfReady(text, size);
+        written = writeIfReady(descriptor, text, size);
     }
     if (written == -1 && errno == EPIPE) {
         held.consumePipeSignal();
@@ -111,28 +123,31 @@ ssize_t writeWithSignalsHeld(char const* text, std::size_t size) {
 
 }  // namespace
 
-ssize_t writeToStandardError(char const* text, std::size_t size) {
+ssize_t writeAtOnce(int descriptor, char const* text, std::size_t size) {
+    NoCancellation const noCancellation;
     // Asked each time: the program may put something else there whenever it likes.
     struct stat status;
-    if (fstat(STDERR_FILENO, &status) != 0) {
+    if (fstat(descriptor, &status) != 0) {
         return -1;
     }
     switch (status.st_mode & S_IFMT) {
         case S_IFSOCK:
-            return send(STDERR_FILENO, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+            return send(descriptor, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
         case S_IFIFO: {
-            ssize_t const written = writeWithFlags(text, size, RWF_NOWAIT | NO_SIGNAL);
-            return isUnknownToTheKernel(written) ? writeWithSignalsHeld(text, size) : written;
+            ssize_t const written = writeWithFlags(descriptor, text, size, NO_WAIT | NO_SIGNAL);
+            return isUnknownToTheKernel(written) ? writeWithSignalsHeld(descriptor, text, size)
+                                                 : written;
         }
         case S_IFCHR:
-            return writeWithSignalsHeld(text, size);
+            return writeWithSignalsHeld(descriptor, text, size);
         default:  // a file, which has no reader to wait for
-            return write(STDERR_FILENO, text, size);
+            return write(descriptor, text, size);
     }
 }
 
-bool awaitRoomInStandardError(std::uint32_t milliseconds) {
-    pollfd output = {STDERR_FILENO, POLLOUT, 0};
+bool awaitRoom(int descriptor, std::uint32_t milliseconds) {
+    NoCancellation const noCancellation;
+    pollfd output = {descriptor, POLLOUT, 0};
     int const ready = poll(&output, 1, static_cast<int>(milliseconds));
     // After a signal nobody knows, and where a reader has gone there is no waiting: a write tells.
     return ready > 0 || (ready == -1 && errno == EINTR);
