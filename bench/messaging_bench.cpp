@@ -1,180 +1,142 @@
-// The message-driven thread beside a plain queue thread: a mutex, a condition variable and a deque.
-// Each benchmark does the same with both in turn and reports the nanoseconds that one message takes
-// with the library and, as a multiple of that, with the peer.
+// A message-driven thread beside the loops of others: messages that are posted as fast as they are
+// taken, wake-ups of a loop that sleeps, and round trips.
 
 #include <benchmark/benchmark.h>
 
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
+#include <algorithm>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "Loops.h"
 #include "UtlLog.h"
-#include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
 namespace {
 
-using namespace utl;
-using Clock = std::chrono::steady_clock;
-using Payload = std::array<unsigned char, 64>;
+using namespace bench;
 
-constexpr unsigned long ROOM = 1000;  // messages
-
-class PayloadMsg : public Msg {
-public:
-    PayloadMsg() : Msg(0x8001) {}
-
-protected:
-    void storeDataTo(MsgDataBroker* broker) const override { broker->set(mBytes.data(), 64); }
-    void restoreDataFrom(MsgDataBroker& broker) override { broker.get(mBytes.data(), 64); }
-
-private:
-    Payload mBytes = {};
-};
-
-class Own : public ThreadMsgListener {
-public:
-    Own() { mThread.start(this, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0); }
-    ~Own() override { mThread.stop(1, 0); }
-
-    bool post() { return mThread.postMsg(PayloadMsg()) == 1; }
-    void send() { mThread.sendMsgSync(PayloadMsg()); }
-
-    int receiveMsg(int, ThreadRawMsg& raw) override {
-        PayloadMsg msg;
-        benchmark::DoNotOptimize(msg.restoreFrom(raw));
-        ++arrived;
-        return 0;
-    }
-
-    std::atomic<long> arrived{0};
-
-private:
-    MsgDrivenThread mThread{sizeof(Payload), ROOM, "bench", 0};
-};
-
-class Peer {
-public:
-    ~Peer() {
-        {
-            std::lock_guard<std::mutex> const guard(mMutex);
-            mIsStopped = true;
-        }
-        mFilled.notify_one();
-        mThread.join();
-    }
-
-    bool post() {
-        std::lock_guard<std::mutex> const guard(mMutex);
-        if (mQueue.size() == ROOM) {
-            return false;
-        }
-        mQueue.emplace_back();
-        mFilled.notify_one();
-        return true;
-    }
-
-    // Nobody else posts meanwhile.
-    void send() {
-        post();
-        std::unique_lock<std::mutex> guard(mMutex);
-        long const wanted = ++mSent;
-        mServed.wait(guard, [&] { return arrived == wanted; });
-    }
-
-    std::atomic<long> arrived{0};
-
-private:
-    void run() {
-        std::unique_lock<std::mutex> guard(mMutex);
-        for (;;) {
-            mFilled.wait(guard, [this] { return mIsStopped || !mQueue.empty(); });
-            if (mIsStopped) {
-                return;
-            }
-            Payload const payload = mQueue.front();
-            mQueue.pop_front();
-            guard.unlock();
-            benchmark::DoNotOptimize(payload);
-            guard.lock();
-            ++arrived;
-            mServed.notify_all();
+// A sender that finds the queue full yields and tries again.
+template <typename Loop>
+void postAll(Loop& loop, long count) {
+    typename Loop::Sender sender(loop);
+    for (long i = 0; i < count; ++i) {
+        while (!sender.post()) {
+            std::this_thread::yield();
         }
     }
-
-    std::mutex mMutex;
-    std::condition_variable mFilled;
-    std::condition_variable mServed;
-    std::deque<Payload> mQueue;
-    long mSent = 0;
-    bool mIsStopped = false;
-    std::thread mThread{[this] { run(); }};
-};
-
-// Calls `work` with both sides in turn, each time for `messages` messages.
-template <typename Work>
-void compare(benchmark::State& state, long messages, Work work) {
-    Own own;
-    Peer peer;
-    double seconds[2] = {};
-    for (auto _ : state) {
-        Clock::time_point const begin = Clock::now();
-        work(own);
-        Clock::time_point const middle = Clock::now();
-        work(peer);
-        seconds[0] += std::chrono::duration<double>(middle - begin).count();
-        seconds[1] += std::chrono::duration<double>(Clock::now() - middle).count();
-    }
-    double const all = static_cast<double>(messages) * static_cast<double>(state.iterations());
-    state.counters["utl_ns"] = 1e9 * seconds[0] / all;
-    state.counters["peer/utl"] = seconds[1] / seconds[0];
 }
 
-void postAndDeliver(benchmark::State& state) {
-    long const senders = state.range(0);
-    long const each = 20000 / senders;
-    compare(state, senders * each, [=](auto& side) {
-        long const wanted = side.arrived + senders * each;
+template <typename Loop>
+void post(benchmark::State& state, long senders) {
+    constexpr long MESSAGES = 100000;
+    Loop loop;
+    long posted = 0;
+    for (auto _ : state) {
         std::vector<std::thread> threads;
-        for (long i = 0; i < senders; ++i) {
-            threads.emplace_back([&side, each] {
-                for (long sent = 0; sent < each; ++sent) {
-                    while (!side.post()) {
-                        std::this_thread::yield();
-                    }
-                }
-            });
+        for (long i = 1; i < senders; ++i) {
+            threads.emplace_back([&] { postAll(loop, MESSAGES / senders); });
         }
+        postAll(loop, MESSAGES / senders);
         for (std::thread& thread : threads) {
             thread.join();
         }
-        while (side.arrived < wanted) {
-            std::this_thread::yield();
-        }
-    });
+        posted += MESSAGES;
+        loop.await(posted);
+    }
+    state.SetItemsProcessed(posted);
 }
-BENCHMARK(postAndDeliver)->Arg(1)->Arg(4)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-void roundTrip(benchmark::State& state) {
-    constexpr long TRIPS = 1000;
-    compare(state, TRIPS, [](auto& side) {
-        for (long i = 0; i < TRIPS; ++i) {
-            side.send();
+// One iteration is the median of many; the 99th of a hundred stands beside it.
+template <typename Measure>
+void latency(benchmark::State& state, Measure measure) {
+    constexpr int SAMPLES = 2000;
+    double late = 0;
+    for (auto _ : state) {
+        std::vector<std::int64_t> times;
+        for (int i = 0; i < SAMPLES; ++i) {
+            times.push_back(measure());
         }
+        std::sort(times.begin(), times.end());
+        state.SetIterationTime(static_cast<double>(times[SAMPLES / 2]) / 1e9);
+        late += static_cast<double>(times[SAMPLES * 99 / 100]) / 1e9;
+    }
+    state.counters["p99"] = benchmark::Counter(late, benchmark::Counter::kAvgIterations);
+}
+
+template <typename Loop>
+void wakeUp(benchmark::State& state) {
+    Loop loop;
+    loop.measuresArrival = true;
+    typename Loop::Sender sender(loop);
+    long posted = 0;
+    latency(state, [&] {
+        std::this_thread::sleep_for(std::chrono::microseconds(60));  // the loop is asleep again
+        std::int64_t const begin = now();
+        sender.post();
+        loop.await(++posted);
+        return loop.arrivedAt.load(std::memory_order_relaxed) - begin;
     });
 }
-BENCHMARK(roundTrip)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+template <typename Loop>
+void roundTrip(benchmark::State& state) {
+    Loop loop;
+    typename Loop::Sender sender(loop);
+    latency(state, [&] {
+        std::int64_t const begin = now();
+        sender.send();
+        return now() - begin;
+    });
+}
+
+template <typename Loop>
+void registerPosting() {
+    for (long const senders : {1, 4}) {
+        std::string const name = "messaging/post, " + std::to_string(senders) +
+                                 (senders == 1 ? " sender/" : " senders/") + Loop::NAME;
+        benchmark::RegisterBenchmark(name.c_str(), post<Loop>, senders)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+    }
+    benchmark::RegisterBenchmark((std::string("messaging/wake-up/") + Loop::NAME).c_str(),
+                                 wakeUp<Loop>)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMicrosecond);
+}
+
+template <typename Loop>
+void registerRoundTrip() {
+    benchmark::RegisterBenchmark((std::string("messaging/synchronous send/") + Loop::NAME).c_str(),
+                                 roundTrip<Loop>)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kMicrosecond);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     setAllFilterLevel(0);  // a full queue is part of the run
+    registerPosting<Utl>();
+    registerPosting<Pipe>();
+    registerRoundTrip<Utl>();
+    registerRoundTrip<Pipe>();
+#ifdef UTL_BENCH_UV
+    registerPosting<Uv>();
+#endif
+#ifdef UTL_BENCH_BOOST
+    registerPosting<Asio>();
+    registerRoundTrip<Asio>();
+#endif
+#ifdef UTL_BENCH_GLIB
+    registerPosting<Glib>();
+#endif
+#ifdef UTL_BENCH_LOOPER
+    registerPosting<AndroidLooper>();
+#endif
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-    ThreadManager::destroy();
+    utl::ThreadManager::destroy();
 }

@@ -84,7 +84,7 @@ public:
     void stopAll(int noWait);
     void restartAll(int noWait);
 
-    // Stops and forgets a timer. With `noWait` 0 false for an unknown one.
+    // Stops and forgets a timer. False for an unknown one.
     bool eraseTimer(int timerId, int noWait);
 
     // Takes effect at the timer's next expiry or start. False for an unknown one.

@@ -206,7 +206,8 @@ private:
     bool registerStarted(int id, ThreadEntry const& entry);
     void announce(int id, int watchdogMode, unsigned long aliveTimeMs,
                   WatchdogTimerListener* listener, char const* name);
-    bool unregister(int id, Event const* stopEvent);
+    static void retryWatchdog();
+    bool eraseEntry(int id, Event const* stopEvent);
     void releaseEntry(int id, Event const* stopEvent);
     void endThread(StartRequest const& request);
     bool hasRoom(unsigned long entryMax) const;

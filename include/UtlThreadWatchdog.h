@@ -115,7 +115,7 @@ public:
     // Ends the thread and waits for it. Does nothing on that thread itself.
     void shutdown();
 
-    // False when the check cannot be set anew; it is not made at all then. Blocks until a listener
+    // False when the check cannot be set anew; it goes on as it was then. Blocks until a listener
     // that is being called has returned.
     bool setWatchInterval(unsigned long intervalMs);
 
@@ -159,7 +159,7 @@ private:
 
     bool forget(int id);
     int awaitReturn(int id, Deadline const& deadline);
-    bool isCallUnderWay(int id) const;
+    bool isCallUnderWay(int id, unsigned* call) const;
     void becomeChild();
 
     bool isInitialized() const;
@@ -189,6 +189,7 @@ private:
     Map<int, WatchdogInfo> mInfos;
     int mCalledId = 0;  // whose listener is being called while mHasReturned is off
     Event mHasReturned{1, 0};
+    std::atomic<unsigned> mCalls{0};  // how often one has begun and returned
 };
 
 }  // namespace utl

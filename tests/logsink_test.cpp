@@ -262,6 +262,21 @@ TEST(LogSinkTest, ReaderThatHasStoppedOrGoneNeitherHoldsUpNorKills) {
     hasDescriptors = true;
 }
 
+// A file that may not grow raises a signal of its own.
+TEST(LogSinkTest, FileThatIsFullKillsNobody) {
+    test::Scratch const scratch;
+    EXPECT_TRUE(test::inChild([&] {
+        int const file = open(scratch("full"), O_RDWR | O_CREAT, 0600);
+        dup2(file, STDERR_FILENO);
+        rlimit const one = {1, 1};
+        setrlimit(RLIMIT_FSIZE, &one);
+        rawlog(-1, 3, "cut");
+        rawlog(-1, 3, "lost");
+        char text[8];
+        EXPECT_EQ(1, pread(file, text, sizeof text, 0));
+    }));
+}
+
 TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
     EXPECT_TRUE(withStandardError(makePipe, [](int reader) {
         test::FakeClock clock(1000);

@@ -53,14 +53,16 @@ void runTogether(unsigned count, std::function<void()> const& work) {
 TEST_F(ThreadManagerTest, WhatCouldNotBeMadeAtFirstIsMadeGood) {
     EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
     ThreadManager::destroy();
+    ThreadManager* kept;
     {
         test::NoDescriptors const limit;
-        ASSERT_NE(nullptr, manager());
-        EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
-        EXPECT_FALSE(manager()->isRegisteredWatchdog(0));
+        kept = manager();
+        ASSERT_NE(nullptr, kept);
+        EXPECT_TRUE(kept->entryCaller(1, LONG_ALIVE, nullptr, "me"));
+        EXPECT_FALSE(kept->isRegisteredWatchdog(0));
     }
-    EXPECT_TRUE(manager()->entryCaller(1, LONG_ALIVE, nullptr, "me"));
-    EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
+    EXPECT_TRUE(kept->entryCaller(1, LONG_ALIVE, nullptr, "me"));
+    EXPECT_TRUE(kept->isRegisteredWatchdog(0));
 }
 
 TEST_F(ThreadManagerTest, NobodyNeedsOneToReadTheTimeOrToSleep) {

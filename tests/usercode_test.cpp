@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "UtlLog.h"
+#include "UtlMemory.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -84,6 +85,11 @@ constexpr Call CALLS[] = {
      [](Leaving&) {
          test::replaceNextLine(leave);
          applog(1, 1, "a line");
+     }},
+    {"SinkOfTheHeapAccounting", "__android_log_print",
+     [](Leaving&) {
+         test::replaceNextLine(leave);
+         Memory::get()->printMessage(1, -1, "a line");
      }},
     {"OnTime", "TimerListener::onTime\\(leaving\\)",
      [](Leaving& leaving) {

@@ -239,6 +239,26 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
+// A thread that works for longer than it may, and then ends while its listener is being called.
+TEST_F(WatchdogTest, AStopOfALoopKeepsItsLimit) {
+    struct Busy : ThreadMsgListener {
+        int receiveMsg(int, ThreadRawMsg&) override { return done.wait() ? 0 : -1; }
+        test::Gate done;
+    } busy;
+    test::Gate entered;
+    test::Gate released;
+    Alarm alarm([&](int, Map<int, WatchdogInfo> const&) { entered.open(), released.wait(); });
+    MsgDrivenThread loop(4, 4, "loop", 0);
+    EXPECT_EQ(0, loop.start(&busy, 1, 1, &alarm, 1, 0, ThreadPriority::NORMAL, 0));
+    EXPECT_TRUE(loop.startWatchdog() && loop.postMsg(0x8001) == 1);
+    EXPECT_TRUE(entered.wait());
+    busy.done.open();
+    EXPECT_EQ(TIMED_OUT, loop.stop(1, 20));
+    EXPECT_EQ(-1, loop.stop(0, 0));
+    EXPECT_FALSE(alarm.calls.count());
+    released.open();
+}
+
 INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest,
                          ::testing::Values(
                              [](Worker& worker) {
@@ -338,7 +358,10 @@ TEST_F(WatchdogTest, KnowsWhereAThreadIsAndWhereItLastCalledWhatMayBlock) {
 }
 
 TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {
+    Alarm alarm;
+    watchMe(1, &alarm);
     EXPECT_FALSE(manager()->setWatchdogWatchInterval(BEYOND_TIMERS));
+    EXPECT_TRUE(alarm.calls.waitFor(1));  // the check goes on as it was
     ThreadWatchdog watchdog(4);
     EXPECT_FALSE(watchdog.initialize(BEYOND_TIMERS));
     EXPECT_TRUE(comesToThreads(1));  // the manager's own

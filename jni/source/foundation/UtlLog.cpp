@@ -41,6 +41,11 @@ char processTag[LOG_NAME_SIZE];  // guarded by the turn to write
 
 }  // namespace
 
+void writeToSink(int priority, char const* tag, char const* text) {
+    callUserCode("__android_log_print", processTag,
+                 [=] { __android_log_print(priority, tag, "%s", text); });
+}
+
 bool LogLine::admit(int type, int level, char const* format) {
     mLevel = clampLogLevel(level);
     mNameLength = admitToLog(type, mLevel, mText);
@@ -71,13 +76,11 @@ void LogLine::composeRaw(char const* format, va_list arguments) {
 
 void LogLine::write() const {
     platform::LogTurn const turn;
-    callUserCode("__android_log_print", processTag, [this] {
-        LevelOutput const& output = LEVELS[mLevel];
-        if (output.isSystemError) {
-            __android_log_print(output.priority, SYSTEM_ERROR_TAG, "%s", mText);
-        }
-        __android_log_print(output.priority, processTag, "%s", mText);
-    });
+    LevelOutput const& output = LEVELS[mLevel];
+    if (output.isSystemError) {
+        writeToSink(output.priority, SYSTEM_ERROR_TAG, mText);
+    }
+    writeToSink(output.priority, processTag, mText);
 }
 
 void LogLine::cutAt(unsigned long position) {

@@ -25,6 +25,9 @@ constexpr int LEVEL_INFORMATION = 2;
 constexpr int LEVEL_DETAIL = 3;
 constexpr int LEVEL_DEBUG = 4;
 
+// Hands a message to the system log. The caller has the turn to write.
+void writeToSink(int priority, char const* tag, char const* text);
+
 class LogLine {
 public:
     // False when the type's filter drops the message or there is no format: there is no line then.

@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "files/UtlDescriptor.h"
+#include "foundation/UtlLogLine.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlLogSink.h"
@@ -32,7 +33,8 @@ void DumpOutput::printList(char const* format, va_list arguments) {
         return;
     }
     if (mIsLogged) {
-        __android_log_print(platform::LOG_PRIORITY_INFO, LOG_TAG, "%s", message);
+        platform::LogTurn const turn;
+        writeToSink(platform::LOG_PRIORITY_INFO, LOG_TAG, message);
     }
     if (mDescriptor != Descriptor::NO_DESCRIPTOR &&
         !write(message, static_cast<unsigned long>(length))) {

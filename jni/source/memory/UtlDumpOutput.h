@@ -1,5 +1,5 @@
 // Internal. Where the heap accounting prints to: the system log, a descriptor, or both. Takes no
-// lock and no memory, and leaves errno as it is: allocation functions print here.
+// memory, and leaves errno as it is: allocation functions print here.
 
 #ifndef UTL_DUMP_OUTPUT_H
 #define UTL_DUMP_OUTPUT_H

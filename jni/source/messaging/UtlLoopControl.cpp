@@ -44,8 +44,9 @@ LoopControl* LoopControl::current() {
 LoopControl::Access::Access(LoopControl& loop) : mLoop(loop), mIsTaken(true) {
     mLoop.mMutex.lock();
     while (mLoop.mIsExclusive && current() != &mLoop) {
+        unsigned const turn = mLoop.mExclusiveTurns.load();
         mLoop.mMutex.unlock();
-        LoopWait const wait(mLoop);
+        LoopWait const wait(mLoop, mLoop.mExclusiveTurns, turn);
         if (wait.isRefused()) {
             mIsTaken = false;
             return;
@@ -195,6 +196,7 @@ void LoopControl::beginExclusive() {
 
 void LoopControl::endExclusiveLocked() {
     mIsExclusive = false;
+    mExclusiveTurns.fetch_add(1);
     mIsShared.setOn();
 }
 

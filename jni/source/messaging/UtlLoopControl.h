@@ -198,6 +198,7 @@ private:
     std::atomic<bool> mIsAsleep{false};  // set with the mutex held
     bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
     bool mIsExclusive = false;
+    Turns mExclusiveTurns{0};
     Event mIsShared{1, 0};  // the opposite, for who waits
 
     // Keeps what the loop looks at for each entry out of the cache line that senders write to.
@@ -210,7 +211,7 @@ private:
     bool mIsServed = false;
     Event mIsAnswered{0, 0};
 
-    LoopControl const* mWaitsFor = nullptr;  // guarded by the lock of all waits
+    LoopWait::Edge mWaitsFor;  // guarded by the lock of all waits
 };
 
 template <typename Publish>

@@ -14,7 +14,8 @@ platform::StaticLock waitsLock(platform::LockOrder::LOOP_WAITS);
 
 }  // namespace
 
-LoopWait::LoopWait(LoopControl& awaited) : mWaiter(LoopControl::current()) {
+LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
+    : mWaiter(LoopControl::current()) {
     if (mWaiter == nullptr) {
         return;
     }
@@ -22,12 +23,12 @@ LoopWait::LoopWait(LoopControl& awaited) : mWaiter(LoopControl::current()) {
         platform::StaticGuard const guard(waitsLock);
         // Who is waited for is alive: the waiting thread is inside one of its operations.
         for (LoopControl const* loop = &awaited; loop != nullptr && !mIsRefused;
-             loop = loop->mWaitsFor) {
+             loop = next(*loop)) {
             mIsRefused = loop == mWaiter;
         }
         mOuter = mWaiter->mWaitsFor;
         if (!mIsRefused) {
-            mWaiter->mWaitsFor = &awaited;
+            mWaiter->mWaitsFor = {&awaited, turns, turn};
         }
     }
     if (mIsRefused) {
@@ -46,8 +47,15 @@ LoopWait::~LoopWait() {
 void LoopWait::end(LoopControl* waiter) {
     if (waiter != nullptr) {
         platform::StaticGuard const guard(waitsLock);
-        waiter->mWaitsFor = nullptr;
+        waiter->mWaitsFor = {};
     }
+}
+
+// The one that its thread waits for.
+LoopControl const* LoopWait::next(LoopControl const& loop) {
+    Edge const& edge = loop.mWaitsFor;
+    bool const isOver = edge.turns != nullptr && edge.turns->load() != edge.turn;
+    return isOver ? nullptr : edge.loop;
 }
 
 }  // namespace utl

@@ -11,15 +11,26 @@
 #ifndef UTL_LOOP_WAIT_H
 #define UTL_LOOP_WAIT_H
 
+#include <atomic>
+
 namespace utl {
 
 class LoopControl;
+
+// Something that the thread of a loop is in again and again, and that others wait for the end of:
+// how often it has begun and ended.
+using Turns = std::atomic<unsigned>;
 
 class LoopWait {
 public:
     // The calling thread is about to wait for what the thread of `awaited` does. A refusal is
     // logged with the names of both.
-    explicit LoopWait(LoopControl& awaited);
+    explicit LoopWait(LoopControl& awaited) : LoopWait(awaited, nullptr, 0) {}
+
+    // The same for the end of one `turn` only: once that is over, the calling thread stands in
+    // nobody's way, although it may not run yet.
+    LoopWait(LoopControl& awaited, Turns const& turns, unsigned turn)
+        : LoopWait(awaited, &turns, turn) {}
     ~LoopWait();
     LoopWait(LoopWait const&) = delete;
     LoopWait& operator=(LoopWait const&) = delete;
@@ -31,8 +42,20 @@ public:
     static void end(LoopControl* waiter);
 
 private:
+    friend class LoopControl;
+
+    // What the thread of a loop waits for.
+    struct Edge {
+        LoopControl const* loop = nullptr;
+        Turns const* turns = nullptr;
+        unsigned turn = 0;
+    };
+
+    LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn);
+    static LoopControl const* next(LoopControl const& loop);
+
     LoopControl* const mWaiter;  // nullptr for a thread without a loop
-    LoopControl const* mOuter = nullptr;
+    Edge mOuter;
     bool mIsRefused = false;
 };
 

@@ -99,6 +99,7 @@ private:
     int executeTimerRequest(ThreadCtlMsg const& ctl);
     int executeStartTimerLocked(int userId);
     int executeStopTimerLocked(int userId);
+    bool removeSystemTimerLocked(TimerInfo* info);
     bool eraseTimerByTimerInfoLocked(TimerInfo* info);
     void eraseAllTimerLocked();
 

@@ -210,13 +210,17 @@ int MsgDrivenThread::Loop::finishTimeoutLocked(int userId) {
     return mControl->timers().restart(info) ? 0 : -1;  // the next interval begins now
 }
 
+bool MsgDrivenThread::Loop::removeSystemTimerLocked(TimerInfo* info) {
+    return info->systemTimerId == TimerInfo::NO_SYSTEM_TIMER || mControl->timers().remove(info);
+}
+
 bool MsgDrivenThread::Loop::eraseTimerByTimerInfoLocked(TimerInfo* info) {
     int const systemTimerId = info->systemTimerId;
+    if (!removeSystemTimerLocked(info)) {
+        return false;
+    }
     if (systemTimerId == TimerInfo::NO_SYSTEM_TIMER) {
         return true;
-    }
-    if (!mControl->timers().remove(info)) {
-        return false;
     }
     // Deliberate: the entries hold user ids and are compared with the kernel's id. Expiries of this
     // timer that wait are still delivered; one that is hit by chance is lost, and its timer must
@@ -235,11 +239,11 @@ bool MsgDrivenThread::Loop::eraseTimerByTimerInfoLocked(TimerInfo* info) {
 }
 
 void MsgDrivenThread::Loop::eraseAllTimerLocked() {
-    // Deliberate: the index goes on after a successful stop has moved the later timers down, so
-    // every second one is passed over. Those lose their entries below, and their kernel timers to
-    // the next who needs one.
+    // Deliberate: every one that follows one whose kernel timer was deleted is passed over. Those
+    // lose their entries below, and their kernel timers to the next who needs one.
+    bool isPassedOver = false;
     for (unsigned long i = 0; i < mTimers.count(); ++i) {
-        executeStopTimerLocked(mTimers[i].key());
+        isPassedOver = !isPassedOver && removeSystemTimerLocked(&mTimers[i].value());
     }
     for (unsigned long i = 0; i < mTimers.count(); ++i) {
         TimerInfo& info = mTimers[i].value();

@@ -14,17 +14,6 @@ namespace utl {
 
 using TimerTable = Map<int, TimerInfo>;
 
-// The user's id of the timer that has this id in the kernel, or -1.
-inline int toUserTimerId(TimerTable const& timers, int systemTimerId) {
-    for (unsigned long i = 0; systemTimerId != TimerInfo::NO_SYSTEM_TIMER && i < timers.count();
-         ++i) {
-        if (timers[i].value().systemTimerId == systemTimerId) {
-            return timers[i].key();
-        }
-    }
-    return -1;
-}
-
 // The id after `timerId`, from 1 again after the largest, that no timer has.
 inline int nextUserTimerId(TimerTable& timers, int timerId) {
     do {

@@ -12,6 +12,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <initializer_list>
+
 #include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlFileSystem.h"
@@ -24,42 +26,45 @@ namespace {
 constexpr int NO_WAIT = 0x8;      // RWF_NOWAIT
 constexpr int NO_SIGNAL = 0x100;  // RWF_NOSIGNAL, since Linux 6.18
 
-// Keeps from the calling thread what a write may raise: SIGPIPE, and SIGTTOU, with which a terminal
-// stops processes in the background. The program's own SIGPIPE stays its own.
+// Keeps from the calling thread what a write may raise: SIGPIPE; SIGXFSZ, where a file may not grow
+// any more; and SIGTTOU, with which a terminal stops processes in the background. The program's own
+// stay its own.
 class SignalsHeld {
 public:
     SignalsHeld() {
         sigset_t held;
         sigemptyset(&held);
-        sigaddset(&held, SIGPIPE);
-        sigaddset(&held, SIGTTOU);
+        for (int const signal : {SIGPIPE, SIGXFSZ, SIGTTOU}) {
+            sigaddset(&held, signal);
+        }
         pthread_sigmask(SIG_BLOCK, &held, &mBefore);
-        if (sigismember(&mBefore, SIGPIPE) == 1) {
-            sigset_t pending;
-            sigpending(&pending);
-            mIsProgramsPending = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&mPrograms);
+        if (sigismember(&mBefore, SIGPIPE) == 1 || sigismember(&mBefore, SIGXFSZ) == 1) {
+            sigpending(&mPrograms);
         }
     }
     ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
     SignalsHeld(SignalsHeld const&) = delete;
     SignalsHeld& operator=(SignalsHeld const&) = delete;
 
-    // Takes back the SIGPIPE that a write has raised. One that was there before has swallowed it.
-    void consumePipeSignal() const {
-        if (mIsProgramsPending) {
+    // Takes back the signal that a write which failed with `error` has raised. One that was there
+    // before has swallowed it.
+    void consumeSignalOf(int error) const {
+        int const raised = error == EPIPE ? SIGPIPE : SIGXFSZ;
+        if ((error != EPIPE && error != EFBIG) || sigismember(&mPrograms, raised) == 1) {
             return;
         }
         ErrnoGuard const guard;
-        sigset_t pipeSignal;
-        sigemptyset(&pipeSignal);
-        sigaddset(&pipeSignal, SIGPIPE);
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, raised);
         timespec const atOnce = {0, 0};
-        sigtimedwait(&pipeSignal, nullptr, &atOnce);
+        sigtimedwait(&signals, nullptr, &atOnce);
     }
 
 private:
     sigset_t mBefore;
-    bool mIsProgramsPending = false;
+    sigset_t mPrograms;  // those that were pending already
 };
 
 // Ways to write without waiting. No kernel knows each of them for everything: EOPNOTSUPP; EINVAL
@@ -106,17 +111,22 @@ ssize_t writeIfReady(int descriptor, char const* text, std::size_t size) {
     return write(descriptor, text, size);
 }
 
-ssize_t writeWithSignalsHeld(int descriptor, char const* text, std::size_t size) {
-    SignalsHeld const held;
+ssize_t writeToPipeOrTerminal(int descriptor, void const* bytes, std::size_t size) {
+    char const* const text = static_cast<char const*>(bytes);
     ssize_t written = writeWithFlags(descriptor, text, size, NO_WAIT);
     if (isUnknownToTheKernel(written)) {
         written = writeReopened(descriptor, text, size);
     }
-    if (isUnknownToTheKernel(written)) {
-        written = writeIfReady(descriptor, text, size);
-    }
-    if (written == -1 && errno == EPIPE) {
-        held.consumePipeSignal();
+    return isUnknownToTheKernel(written) ? writeIfReady(descriptor, text, size) : written;
+}
+
+using Write = ssize_t (*)(int descriptor, void const* text, std::size_t size);
+
+ssize_t withSignalsHeld(Write write, int descriptor, char const* text, std::size_t size) {
+    SignalsHeld const held;
+    ssize_t const written = write(descriptor, text, size);
+    if (written == -1) {
+        held.consumeSignalOf(errno);
     }
     return written;
 }
@@ -135,13 +145,14 @@ ssize_t writeAtOnce(int descriptor, char const* text, std::size_t size) {
             return send(descriptor, text, size, MSG_DONTWAIT | MSG_NOSIGNAL);
         case S_IFIFO: {
             ssize_t const written = writeWithFlags(descriptor, text, size, NO_WAIT | NO_SIGNAL);
-            return isUnknownToTheKernel(written) ? writeWithSignalsHeld(descriptor, text, size)
-                                                 : written;
+            return isUnknownToTheKernel(written)
+                       ? withSignalsHeld(writeToPipeOrTerminal, descriptor, text, size)
+                       : written;
         }
         case S_IFCHR:
-            return writeWithSignalsHeld(descriptor, text, size);
+            return withSignalsHeld(writeToPipeOrTerminal, descriptor, text, size);
         default:  // a file, which has no reader to wait for
-            return write(descriptor, text, size);
+            return withSignalsHeld(write, descriptor, text, size);
     }
 }
 

@@ -238,7 +238,7 @@ bool Thread::stopWatchdog() {
 
 bool Thread::leaveManagement() {
     ManagerAccess const manager;
-    return manager && hasDone(STARTED) && manager->unregister(getId(), mStopEvent.get());
+    return manager && hasDone(STARTED) && manager->eraseEntry(getId(), mStopEvent.get());
 }
 
 void Thread::sleep(unsigned long milliseconds) {

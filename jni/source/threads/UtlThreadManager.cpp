@@ -42,6 +42,7 @@ char const* wordOf(ThreadPriority const& priority) {
 bool isWatchdogStarting = false;  // guarded by ThreadManager::mInstantiationSyncObject
 std::atomic<bool> isWatchdogReady{false};
 std::atomic<bool> isWatchdogUnwanted{false};
+std::atomic<bool> hasWatchdogFailed{false};  // to start, when it was last tried
 
 // What a handle is in the child of a fork.
 constexpr long NO_HANDLE = 0;
@@ -140,11 +141,20 @@ ThreadManager* ThreadManager::get() {
     ThreadManager* const manager = createLocked(DEFAULT_ENTRY_MAX);
     if (manager != nullptr && !isWatchdogStarting && !isWatchdogReady.load()) {
         isWatchdogStarting = true;
-        isWatchdogReady.store(isWatchdogUnwanted.load() ||
-                              manager->mWatchdog->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL));
+        bool const isReady = isWatchdogUnwanted.load() ||
+                             manager->mWatchdog->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+        isWatchdogReady.store(isReady);
+        hasWatchdogFailed.store(!isReady);
         isWatchdogStarting = false;
     }
     return manager;
+}
+
+// For those who have kept the manager that they once got.
+void ThreadManager::retryWatchdog() {
+    if (hasWatchdogFailed.load()) {
+        get();
+    }
 }
 
 ThreadManager* ThreadManager::getIfCreated() {
@@ -350,7 +360,7 @@ void ThreadManager::endThread(StartRequest const& request) {
 
 // The object that started a thread goes, and nobody else knows the entry by its stop event.
 void ThreadManager::releaseEntry(int id, Event const* stopEvent) {
-    if (unregister(id, stopEvent)) {
+    if (eraseEntry(id, stopEvent)) {
         return;
     }
     platform::StaticGuard const guard(mRegistryLock);
@@ -366,6 +376,7 @@ int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime
     if (name == nullptr || !entry.setName(name)) {
         return 0;
     }
+    retryWatchdog();
     int const id = getCallerId();
     { BlockingCall const here(SOURCE, "entryCaller", 522); }  // a position operators look up
     {
@@ -389,23 +400,25 @@ int ThreadManager::entryCaller(int watchdogMode, unsigned long watchdogAliveTime
 }
 
 bool ThreadManager::unregister(int id) {
-    return unregister(id, nullptr);
+    bool const isErased = eraseEntry(id, nullptr);
+    if (isErased) {
+        mWatchdog->awaitReturn(id, Deadline(0));
+    }
+    return isErased;
 }
 
-// With a `stopEvent`, only the entry that has it: its id may be another thread's by now.
-bool ThreadManager::unregister(int id, Event const* stopEvent) {
-    {
-        platform::StaticGuard const guard(mRegistryLock);
-        ThreadEntry* const entry = mRegistry.find(id);
-        if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent) ||
-            entry->isActive()) {
-            return false;
-        }
-        entry->detach();
-        mRegistry.eraseKey(id);
-        mWatchdog->forget(id);  // while no other thread with this id can be registered
+// A call of the thread's watchdog listener may still be under way. With a `stopEvent`, only the
+// entry that has it: its id may be another thread's by now.
+bool ThreadManager::eraseEntry(int id, Event const* stopEvent) {
+    platform::StaticGuard const guard(mRegistryLock);
+    ThreadEntry* const entry = mRegistry.find(id);
+    if (entry == nullptr || (stopEvent != nullptr && entry->stopEvent() != stopEvent) ||
+        entry->isActive()) {
+        return false;
     }
-    mWatchdog->awaitReturn(id, Deadline(0));
+    entry->detach();
+    mRegistry.eraseKey(id);
+    mWatchdog->forget(id);  // while no other thread with this id can be registered
     return true;
 }
 
@@ -516,6 +529,7 @@ void ThreadManager::printThreadInfo(int) const {}
 
 bool ThreadManager::entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListener* listener,
                                   int id) {
+    retryWatchdog();
     int const threadId = callerIfZero(id);
     ThreadEntry entry;
     findEntry(threadId, &entry);  // an unknown thread is watched under an empty name

@@ -183,16 +183,19 @@ bool ThreadWatchdog::setWatchInterval(unsigned long intervalMs) {
         return false;
     }
     // Without the lock: the thread that is asked here may wait for it.
-    mThread->killTimer(exchangeWatchTimer(-1), 0);
     int const timerId = mThread->setTimer(intervalMs, 0, 0, 0);
+    if (timerId == -1) {
+        return false;
+    }
+    int const previous = exchangeWatchTimer(timerId);
     {
         TableGuard const guard(tableLock);
         mWatchIntervalMs = intervalMs;
         mIsResting = false;
         expectCheckLocked();
     }
-    mThread->killTimer(exchangeWatchTimer(timerId), 0);  // of one who did the same meanwhile
-    return timerId != -1;
+    mThread->killTimer(previous, 0);
+    return true;
 }
 
 bool ThreadWatchdog::entry(int id, unsigned long aliveTimeMs, WatchdogTimerListener* listener,
@@ -249,8 +252,9 @@ bool ThreadWatchdog::forget(int id) {
 // For a thread that was forgotten: blocks until no call of its listener is under way. REACHED, also
 // in that very call; TIMED_OUT; WAIT_FAILED, logged, when that call waits for the calling thread.
 int ThreadWatchdog::awaitReturn(int id, Deadline const& deadline) {
-    while (isCallUnderWay(id)) {
-        LoopWait const wait(mThread->control());
+    unsigned call;
+    while (isCallUnderWay(id, &call)) {
+        LoopWait const wait(mThread->control(), mCalls, call);
         if (wait.isRefused()) {
             return WAIT_FAILED;
         }
@@ -261,8 +265,9 @@ int ThreadWatchdog::awaitReturn(int id, Deadline const& deadline) {
     return REACHED;
 }
 
-bool ThreadWatchdog::isCallUnderWay(int id) const {
+bool ThreadWatchdog::isCallUnderWay(int id, unsigned* call) const {
     TableGuard const guard(tableLock);
+    *call = mCalls.load();
     return mCalledId == id && mHasReturned.isOff() && !isOwnThread();
 }
 
@@ -492,6 +497,7 @@ bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** l
         name.take(info);
         *listener = info.mListener;
         mCalledId = info.mId;
+        mCalls.fetch_add(1);
         mHasReturned.setOff();
     }
     applog(LIBRARY_LOG, LEVEL_ERROR, "!!!!!!!! ThreadWatchdog Timeout ID:%d Name:%s !!!!!!!!",
@@ -510,6 +516,7 @@ void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
         callUserCode("WatchdogTimerListener::onTime", NAME,
                      [&] { called->onTime(mCalledId, infos); });
     }
+    mCalls.fetch_add(1);
     mHasReturned.setOn();
 }
 
