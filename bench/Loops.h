@@ -280,9 +280,7 @@ public:
         uv_loop_close(&mLoop);
     }
 
-    bool post(Payload const& payload) {
-        return mRing.put(payload) && uv_async_send(&mWake) == 0;
-    }
+    bool post(Payload const& payload) { return mRing.put(payload) && uv_async_send(&mWake) == 0; }
 
 private:
     uv_loop_t mLoop;
@@ -340,10 +338,12 @@ public:
     using Sender = PayloadSender<Glib>;
 
     ~Glib() {
-        invoke([](gpointer loop) {
-            g_main_loop_quit(static_cast<Glib*>(loop)->mLoop);
-            return G_SOURCE_REMOVE;
-        }, this);
+        invoke(
+            [](gpointer loop) {
+                g_main_loop_quit(static_cast<Glib*>(loop)->mLoop);
+                return G_SOURCE_REMOVE;
+            },
+            this);
         mThread.join();
         g_main_loop_unref(mLoop);
         g_main_context_unref(mContext);
@@ -354,12 +354,14 @@ public:
             mQueued.fetch_sub(1, std::memory_order_relaxed);
             return false;
         }
-        invoke([](gpointer task) {
-            std::unique_ptr<Task> const owned(static_cast<Task*>(task));
-            owned->loop.mQueued.fetch_sub(1, std::memory_order_relaxed);
-            owned->loop.handle(owned->payload);
-            return G_SOURCE_REMOVE;
-        }, new Task{*this, payload});
+        invoke(
+            [](gpointer task) {
+                std::unique_ptr<Task> const owned(static_cast<Task*>(task));
+                owned->loop.mQueued.fetch_sub(1, std::memory_order_relaxed);
+                owned->loop.handle(owned->payload);
+                return G_SOURCE_REMOVE;
+            },
+            new Task{*this, payload});
         return true;
     }
 

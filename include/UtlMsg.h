@@ -98,7 +98,9 @@ protected:
     Msg(Msg const&) = default;
     Msg& operator=(Msg const&) = default;
 
-    // Write the fields and read them back, in the same order.
+    // Write the fields and read them back, in the same order. Locks of a thread may be held
+    // meanwhile: what these functions ask of any message-driven thread is refused, and they must
+    // not wait for anybody.
     virtual void storeDataTo(MsgDataBroker* broker) const = 0;
     virtual void restoreDataFrom(MsgDataBroker& broker) = 0;
 

@@ -150,6 +150,7 @@ private:
 
     class Loop;
 
+    bool isServing() const;
     LoopControl& control();
 
     // Lets a timer of this thread stand still, on the thread itself; and go on, on any.

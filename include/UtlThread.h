@@ -173,9 +173,11 @@ protected:
     // Whether it is this thread, and running, that calls.
     bool isCaller() const;
 
+    // False in the child of a fork, for a thread that the parent has started.
+    bool isOfThisProcess() const;
+
 private:
     void run();
-    bool isOfThisProcess() const;
     int awaitEnd(Deadline const& deadline);
     int awaitListener(Deadline const& deadline);
 

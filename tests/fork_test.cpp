@@ -26,6 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/ManagerTest.h"
 #include "support/MessageStation.h"
+#include "support/Process.h"
 #include "support/Scratch.h"
 #include "support/Worker.h"
 
@@ -77,7 +78,8 @@ public:
 
     // 0, or the number of the first line that does not hold in a child.
     int deny() {
-        if (mStation->isRunning() || mStation->postMsg(MSG_ID) || mStation->sendMsgSync(MSG_ID)) {
+        if (mStation->isRunning() || mStation->postMsg(MSG_ID) || mStation->sendMsgSync(MSG_ID) ||
+            mStation->sendMsgAsync(SimpleMsg(MSG_ID))) {
             return __LINE__;
         }
         if (mStation->hasMsg(MSG_ID) || mStation->stop(1, 0) != -1 ||
@@ -110,6 +112,7 @@ private:
             TimeCounter::start(static_cast<unsigned long>(number));
             applog(1, 2, "busy at %d", time.second());
             mStation->postMsg(MSG_ID);
+            mStation->sendMsgAsync(SimpleMsg(MSG_ID));
             mStation->hasMsg(MSG_ID);
             ThreadManager::get()->getName(self.getId());
             Memory::get()->mark();
@@ -125,8 +128,9 @@ private:
     std::list<Worker> mWorkers;
 };
 
-// The same for what a child may use as any other process.
-int useTheLibrary(std::string const& path) {
+// The same for what a child may use as any other process, with a thread that the parent has not
+// started.
+int useTheLibrary(std::string const& path, test::Station& station) {
     if (compareStrNoCase("one text", "ONE TEXT", ALL) != 0) {
         return __LINE__;
     }
@@ -148,7 +152,6 @@ int useTheLibrary(std::string const& path) {
     if (!HAS_THREADS_IN_CHILD) {
         return 0;
     }
-    test::Station station;
     if (station.start() != 0 || station->setTimer(1, 0, 1, 0) == -1 ||
         !station.waitFor(TimerMsg::ID) || !station->sendMsgSync(MSG_ID) ||
         !manager->entryCaller(1, LONG_ALIVE, nullptr, "child") || !manager->startWatchdog(0)) {
@@ -179,12 +182,13 @@ protected:
 TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
     std::string const path = scratch("child");
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "forks"));
+    test::Station station;
     auto crowd = std::make_unique<Crowd>(scratch("crowd"));
     for (int i = 0; i < 60; ++i) {
         ASSERT_EQ(0, exitCodeOf([&] {
-                      int const line = i % 2 == 0 ? crowd->deny() : useTheLibrary(path);
+                      int const line = i % 2 == 0 ? crowd->deny() : useTheLibrary(path, station);
                       crowd.reset();
-                      return line != 0 || i % 2 != 0 ? line : useTheLibrary(path);
+                      return line != 0 || i % 2 != 0 ? line : useTheLibrary(path, station);
                   }))
             << "line, modulo 251";
     }
@@ -225,6 +229,43 @@ TEST_F(ForkTest, AChildOfALoopsThreadLeavesWhatIsQueuedToTheParent) {
     EXPECT_EQ(0, read(toParent[0], &byte, 1)) << "the child has delivered a message";
     close(toParent[0]);
     EXPECT_EQ(1, station->sendMsgSync(0x8003));
+}
+
+TEST_F(ForkTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {
+    if (!HAS_THREADS_IN_CHILD) {
+        GTEST_SKIP();
+    }
+    struct Forking : ThreadMsgListener, TimerListener {
+        int receiveMsg(int, ThreadRawMsg&) override {
+            return work([this] { loop.reset(); });
+        }
+        void onTime(int) override {
+            work([this] { timer.reset(); });
+        }
+
+        int work(std::function<void()> const& destroy) {
+            pid_t const child = fork();
+            if (child == 0) {
+                alarm(static_cast<unsigned>(test::PATIENCE.count()));
+                destroy();
+            } else {
+                EXPECT_EQ(0, test::exitCodeOf(child));
+                children.add();
+            }
+            return 0;
+        }
+
+        test::Counter children;
+        std::unique_ptr<MsgDrivenThread> loop = std::make_unique<MsgDrivenThread>(4, 4, "loop", 0);
+        std::unique_ptr<Timer> timer =
+            std::make_unique<Timer>(this, 1, 0, 0, nullptr, 1, 0, "timer");
+        std::unique_ptr<Worker> worker =
+            std::make_unique<Worker>("worker", [this] { return work([this] { worker.reset(); }); });
+    } forking;
+    EXPECT_EQ(0, forking.loop->start(&forking, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0));
+    EXPECT_EQ(1, forking.loop->postMsg(MSG_ID));
+    EXPECT_TRUE(forking.timer->start(0) && forking.worker->start() == 0);
+    EXPECT_TRUE(forking.children.waitFor(3));
 }
 
 }  // namespace

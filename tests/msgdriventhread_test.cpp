@@ -269,6 +269,32 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
     EXPECT_EQ(5u, log.count(refusal));
 }
 
+// A message is user code, which runs with a lock of the loop held.
+struct AskingMsg : Msg {
+    AskingMsg(MsgDrivenThread& a, MsgDrivenThread& b) : Msg(A), threads{&a, &b} {}
+    void storeDataTo(MsgDataBroker*) const override { ask(); }
+    void restoreDataFrom(MsgDataBroker&) override { ask(); }
+    void ask() const {
+        for (MsgDrivenThread* const thread : threads) {
+            EXPECT_EQ(0, thread->postMsg(B) + thread->sendMsgSync(B) + thread->hasMsg(A));
+            EXPECT_EQ(-2, thread->setTimer(HOUR, 0, 0, 0) + thread->stop(1, 0));
+        }
+    }
+    MsgDrivenThread* const threads[2];
+};
+
+TEST_F(MsgDrivenThreadTest, AMessageAsksForNothingWhileItIsStoredOrRestored) {
+    HeldStation own;
+    RunningStation other;
+    AskingMsg msg(own.thread, other.thread);
+    EXPECT_EQ(1, own->postMsg(msg));
+    auto peeked = inThread([&] { return own->peekMsg(A, &msg); });
+    EXPECT_TRUE(test::comesTrue([&] { return own->queuedEntriesForTesting() == 2; }));
+    own.released.open();
+    EXPECT_EQ(1, own->sendMsgSync(msg) * peeked.get());
+    EXPECT_EQ(30u, log.count(" Refused. A message asks for it while it is stored or restored"));
+}
+
 TEST_F(MsgDrivenThreadTest, AListenerMayDoAnythingWithTheRecordItIsGivenOrItsThread) {
     struct Listener : ThreadMsgListener {
         int receiveMsg(int, ThreadRawMsg& raw) override {
@@ -290,9 +316,11 @@ TEST_F(MsgDrivenThreadTest, AListenerMayDoAnythingWithTheRecordItIsGivenOrItsThr
     } listener;
     EXPECT_EQ(0, listener.thread->start(&listener, 0, 0, nullptr, 1, 0, 3, 0));
     EXPECT_EQ(1, listener.thread->setTimer(HOUR, 0, 0, 0));
-    for (int i = 4; i >= 0; --i) {
+    for (int i = 4; i > 0; --i) {
         EXPECT_EQ(1, listener.thread->postMsg(NumberMsg(A, i)));
     }
+    EXPECT_TRUE(test::comesTrue([&] { return !listener.thread->hasMsg(A); }));
+    EXPECT_EQ(1, listener.thread->sendMsgSync(NumberMsg(A, 0)));  // waits while it goes
     EXPECT_TRUE(listener.isGone.wait() && comesToThreads(1));
     EXPECT_EQ((std::vector<int>{4, 3, 2, 1, 0}), listener.heard);
 }

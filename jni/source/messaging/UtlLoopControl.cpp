@@ -9,12 +9,14 @@
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlLogLine.h"
+#include "platform/UtlThreadLocal.h"
 
 namespace utl {
 
 namespace {
 
-thread_local LoopControl* ofThisThread = nullptr;
+UTL_THREAD_LOCAL LoopControl* ofThisThread = nullptr;
+UTL_THREAD_LOCAL bool isInTransfer = false;
 
 }  // namespace
 
@@ -41,18 +43,42 @@ LoopControl* LoopControl::current() {
     return ofThisThread;
 }
 
+LoopControl::Transfer::Transfer() {
+    isInTransfer = true;
+}
+
+LoopControl::Transfer::~Transfer() {
+    isInTransfer = false;
+}
+
+bool LoopControl::isRefusedInTransfer() const {
+    if (isInTransfer) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "%s(%s) Refused. A message asks for it while it is stored or restored", mLabel,
+               name());
+    }
+    return isInTransfer;
+}
+
 LoopControl::Access::Access(LoopControl& loop) : mLoop(loop), mIsTaken(true) {
     mLoop.mMutex.lock();
-    while (mLoop.mIsExclusive && current() != &mLoop) {
+    if (mLoop.mIsExclusive && current() != &mLoop) {
+        mVisit.emplace(mLoop.mVisitors);
+        awaitShared();
+    }
+}
+
+// With the mutex held, before and, if it is taken, after.
+void LoopControl::Access::awaitShared() {
+    while (mIsTaken && mLoop.mIsExclusive) {
         unsigned const turn = mLoop.mExclusiveTurns.load();
         mLoop.mMutex.unlock();
         LoopWait const wait(mLoop, mLoop.mExclusiveTurns, turn);
-        if (wait.isRefused()) {
-            mIsTaken = false;
-            return;
+        mIsTaken = !wait.isRefused();
+        if (mIsTaken) {
+            awaitOn(mLoop.mIsShared, 0);
+            mLoop.mMutex.lock();
         }
-        awaitOn(mLoop.mIsShared, 0);
-        mLoop.mMutex.lock();
     }
 }
 
@@ -62,8 +88,8 @@ LoopControl::Access::~Access() {
     }
 }
 
-LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mWait(loop) {
-    if (!mWait.isRefused()) {
+LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisitors), mWait(loop) {
+    if (!mWait.isRefused() && !loop.isRefusedInTransfer()) {
         mGuard.emplace(loop.mRequestLock);
     }
 }

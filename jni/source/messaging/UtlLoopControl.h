@@ -29,6 +29,7 @@
 #include "UtlString.h"
 #include "UtlSyncObject.h"
 
+#include "foundation/UtlVisitorCount.h"
 #include "messaging/UtlLoopTimers.h"
 #include "messaging/UtlLoopWait.h"
 #include "messaging/UtlSlotRing.h"
@@ -91,6 +92,20 @@ public:
         platform::Mutex& mMutex;
     };
 
+    // A scope in which a message writes itself into memory of a loop, or is read out of it, with a
+    // lock held. Its functions are user code: what they ask of any loop is refused meanwhile, and
+    // logged, rather than waiting for that lock or one that another message holds.
+    class Transfer {
+    public:
+        Transfer();
+        ~Transfer();
+        Transfer(Transfer const&) = delete;
+        Transfer& operator=(Transfer const&) = delete;
+    };
+
+    // Whether the calling thread is in one. Logged.
+    bool isRefusedInTransfer() const;
+
     // The mutex for a scope that changes the queue: waits while the loop has the queue for itself,
     // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread.
     class Access {
@@ -103,12 +118,15 @@ public:
         explicit operator bool() const { return mIsTaken; }
 
     private:
+        void awaitShared();
+
         LoopControl& mLoop;
+        std::optional<VisitorCount::Visit> mVisit;  // of one who has to wait
         bool mIsTaken;
     };
 
     // The right to ask the loop, which one thread has at a time, until the answer was dealt with.
-    // None, logged, when the loop waits for the calling thread.
+    // None, logged, when the loop waits for the calling thread, and in a transfer.
     class Asking {
     public:
         explicit Asking(LoopControl& loop);
@@ -126,6 +144,7 @@ public:
 
     private:
         LoopControl& mLoop;
+        VisitorCount::Visit const mVisit;
         LoopWait const mWait;
         std::optional<SyncGuard> mGuard;
     };
@@ -162,6 +181,9 @@ public:
     // reports alive at the lines `before` and `after`. False, logged, when the pipe is broken.
     bool sleep(unsigned long before, unsigned long after);
 
+    // After that: blocks until nobody is left of those who waited, so that this may be destroyed.
+    void awaitNobody() const { mVisitors.awaitNone(); }
+
     // What the loop is asked for, until it answers. False when it is not asked.
     bool isAsked(Request* request);
     bool isAskedLocked(Request* request) const;
@@ -191,6 +213,7 @@ private:
     LoopTimers mTimers;
     LoopWatch mWatch;
 
+    VisitorCount mVisitors;  // who wait, or may have to
     SyncObject mRequestLock;
     platform::Mutex mMutex;
 

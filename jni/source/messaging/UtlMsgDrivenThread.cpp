@@ -16,7 +16,8 @@ MsgDrivenThread::MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgC
       mLoop(new (std::nothrow) Loop(*this, maxMsgSize, maxMsgCount, maxTimerCount)) {}
 
 MsgDrivenThread::~MsgDrivenThread() {
-    if (isCaller()) {
+    // In the child of a fork, too, that a listener has made.
+    if (mLoop != nullptr && mLoop->hasAllBuffers() && LoopControl::current() == &control()) {
         mLoop.release()->outliveThread();
     } else {
         Thread::stop(1, 0);
@@ -41,7 +42,7 @@ int MsgDrivenThread::start(ThreadMsgListener* listener, int watchdogMode,
 }
 
 int MsgDrivenThread::stop(int waitMode, unsigned long timeout) {
-    if (isCaller()) {
+    if (isCaller() || (isRunning() && control().isRefusedInTransfer())) {
         return -1;
     }
     bool const isUnlimited = waitMode == 1 && timeout == 0 && isRunning();
@@ -63,8 +64,13 @@ int MsgDrivenThread::execute() {
     return mLoop->run();
 }
 
+// Whether it runs and may be asked for something.
+bool MsgDrivenThread::isServing() const {
+    return isRunning() && !mLoop->control().isRefusedInTransfer();
+}
+
 int MsgDrivenThread::postMsg(Msg const& msg) {
-    return isRunning() && !hasRequestedStop() && mLoop->post(msg, true);
+    return isServing() && !hasRequestedStop() && mLoop->post(msg, true);
 }
 
 int MsgDrivenThread::postMsg(long msgId) {
@@ -72,11 +78,13 @@ int MsgDrivenThread::postMsg(long msgId) {
 }
 
 int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
-    return mLoop != nullptr && mLoop->hasAllBuffers() && mLoop->post(msg, false);
+    bool const isOfOtherProcess = hasDone(STARTED) && !isOfThisProcess();
+    return !isOfOtherProcess && mLoop != nullptr && mLoop->hasAllBuffers() &&
+           !control().isRefusedInTransfer() && mLoop->post(msg, false);
 }
 
 int MsgDrivenThread::sendMsgSync(Msg const& msg) {
-    return isRunning() && !hasRequestedStop() && !isCaller() && mLoop->send(msg);
+    return isServing() && !hasRequestedStop() && !isCaller() && mLoop->send(msg);
 }
 
 int MsgDrivenThread::sendMsgSync(long msgId) {
@@ -84,7 +92,7 @@ int MsgDrivenThread::sendMsgSync(long msgId) {
 }
 
 int MsgDrivenThread::peekMsg(long msgId, Msg* out) {
-    if (!isRunning() || out == nullptr) {
+    if (!isServing() || out == nullptr) {
         return 0;
     }
     return mLoop->find(msgId, [out](ThreadRawMsg* found) {
@@ -93,11 +101,11 @@ int MsgDrivenThread::peekMsg(long msgId, Msg* out) {
 }
 
 int MsgDrivenThread::hasMsg(long msgId) {
-    return isRunning() && mLoop->find(msgId, [](ThreadRawMsg* found) { return found != nullptr; });
+    return isServing() && mLoop->find(msgId, [](ThreadRawMsg* found) { return found != nullptr; });
 }
 
 long MsgDrivenThread::getFirstMsgId() {
-    if (!isRunning()) {
+    if (!isServing()) {
         return -1;
     }
     return mLoop->find(ANY_MSG, [](ThreadRawMsg* found) {
@@ -110,12 +118,12 @@ long MsgDrivenThread::getFirstMsgId() {
 }
 
 int MsgDrivenThread::eraseMsg(long msgId) {
-    return isRunning() && !isReservedId(msgId) && mLoop->erase(msgId);
+    return isServing() && !isReservedId(msgId) && mLoop->erase(msgId);
 }
 
 int MsgDrivenThread::setTimer(unsigned long intervalMs, int noWait, unsigned int repeatCount,
                               int freeRunning) {
-    if (!isRunning() || hasRequestedStop()) {
+    if (!isServing() || hasRequestedStop()) {
         return -1;
     }
     TimerInfo const info(nullptr, intervalMs, repeatCount, freeRunning);
@@ -123,7 +131,7 @@ int MsgDrivenThread::setTimer(unsigned long intervalMs, int noWait, unsigned int
 }
 
 int MsgDrivenThread::killTimer(int userId, int noWait) {
-    return isRunning() && mLoop->killTimer(userId, noWait);
+    return isServing() && mLoop->killTimer(userId, noWait);
 }
 
 LoopControl& MsgDrivenThread::control() {

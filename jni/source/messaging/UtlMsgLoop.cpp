@@ -52,7 +52,6 @@ long idIn(unsigned char const* slot) {
 MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
                             unsigned long maxMsgCount, unsigned long maxTimerCount)
     : mThread(thread),
-      mProcess(platform::processNumber()),
       mMaxMsgCount(maxMsgCount),
       mSlotSize(sum(maxMsgSize, ThreadRawMsg::ID_SIZE)),
       mControl(LoopControl::make({LABEL, thread.getName().c_str(), "UtlMsgDrivenThread"},
@@ -101,11 +100,16 @@ int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
     return queuing == Queuing::DONE || report(queuing, msgId);
 }
 
+bool MsgDrivenThread::Loop::store(Msg const& msg, ThreadRawMsg* record) {
+    LoopControl::Transfer const transfer;
+    return msg.storeTo(record);
+}
+
 // The message writes itself straight into its slot, which nobody sees before it is whole.
 MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg) {
     unsigned char* const slot = mDataQueue.end();
     mSendMsg.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
-    if (!msg.storeTo(&mSendMsg)) {
+    if (!store(msg, &mSendMsg)) {
         return Queuing::TOO_LARGE;
     }
     if (slot == nullptr) {
@@ -170,7 +174,7 @@ int MsgDrivenThread::Loop::send(Msg const& msg) {
     if (!asking) {
         return 0;
     }
-    if (!msg.storeTo(&mSyncMsg)) {
+    if (!store(msg, &mSyncMsg)) {
         logTooLarge(msg.getMsgId());
         return 0;
     }
@@ -204,6 +208,7 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
 }
 
 int MsgDrivenThread::Loop::run() {
+    mProcess = platform::processNumber();
     mControl->enter();
     mControl->watch().reportAtWork(AFTER_SLEEP);
     Step step;
@@ -215,6 +220,7 @@ int MsgDrivenThread::Loop::run() {
     } while (step == Step::NEXT);
     mControl->leave([this] { eraseAllTimerLocked(); });
     if (mIsThreadGone) {
+        mControl->awaitNobody();
         delete this;
     }
     return step == Step::STOPPED ? 0 : -1;

@@ -69,6 +69,7 @@ private:
 
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
+    static bool store(Msg const& msg, ThreadRawMsg* record);
     Queuing queueLocked(Msg const& msg);
     int report(Queuing queuing, long msgId);
     bool ask(LoopControl::Asking& asking, Request request, long argument);
@@ -105,7 +106,7 @@ private:
 
     MsgDrivenThread& mThread;
     bool mIsThreadGone = false;  // the loop's
-    unsigned const mProcess;     // in which the thread may run
+    unsigned mProcess = 0;       // likewise: in which it runs
     unsigned long const mMaxMsgCount;
     unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
     std::unique_ptr<LoopControl> const mControl;
@@ -140,7 +141,9 @@ auto MsgDrivenThread::Loop::find(long msgId, Use use) {
         return use(isThere ? &mFoundMsg : nullptr);
     }
     LoopControl::Asking asking(*mControl);
-    return use(ask(asking, FIND, msgId) ? &mAnsweredMsg : nullptr);
+    bool const isThere = ask(asking, FIND, msgId);
+    LoopControl::Transfer const transfer;
+    return use(isThere ? &mAnsweredMsg : nullptr);
 }
 
 }  // namespace utl

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/UtlFork.h"
+#include "platform/UtlThreadLocal.h"
 
 namespace utl {
 namespace platform {
@@ -13,7 +14,7 @@ namespace {
 
 constexpr int UNKNOWN = 0;
 
-thread_local int keptId = UNKNOWN;
+UTL_THREAD_LOCAL int keptId = UNKNOWN;
 
 }  // namespace
 

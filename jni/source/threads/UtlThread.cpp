@@ -12,6 +12,7 @@
 #include "foundation/UtlUserCode.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlFork.h"
+#include "platform/UtlThreadLocal.h"
 #include "threads/UtlManagerAccess.h"
 #include "threads/UtlStartRequest.h"
 
@@ -21,6 +22,17 @@ namespace {
 
 constexpr int LABEL_VALUES[] = {-4, -2, -1, 0, 1, 2, 3};
 constexpr std::size_t LABEL_COUNT = sizeof LABEL_VALUES / sizeof LABEL_VALUES[0];
+
+// The object whose work the calling thread does.
+UTL_THREAD_LOCAL Thread const* ofThisThread = nullptr;
+
+class WorkScope {
+public:
+    explicit WorkScope(Thread const* thread) { ofThisThread = thread; }
+    ~WorkScope() { ofThisThread = nullptr; }
+    WorkScope(WorkScope const&) = delete;
+    WorkScope& operator=(WorkScope const&) = delete;
+};
 
 // An event that is off for a scope.
 class OffScope {
@@ -78,8 +90,10 @@ Thread::Thread(char const* name, Command* command)
       mIsStartOver(1, 0) {}
 
 Thread::~Thread() {
-    if (isCaller()) {
+    if (ofThisThread == this) {
         *mIsDestroyed = true;
+    }
+    if (isCaller()) {
         // A start() that waits for preExecute() is released, and has left before the object goes.
         mStages[PRE_EXECUTED].setOn();
         SyncGuard const guard(mSyncObject);
@@ -266,6 +280,7 @@ void Thread::startImpl(void* argument) {
 void Thread::run() {
     bool isDestroyed = false;
     mIsDestroyed = &isDestroyed;
+    WorkScope const scope(this);
     mId.store(ThreadManager::getCallerId());
     mStages[STARTED].setOn();
 

@@ -23,7 +23,7 @@ SharedTimer::SharedTimer(int watchdogMode, unsigned long watchdogAliveTime,
 }
 
 SharedTimer::~SharedTimer() {
-    if (isCaller()) {
+    if (isUsable() && mLoop->isLoopThread()) {
         mLoop.release()->outliveThread();
         return;
     }

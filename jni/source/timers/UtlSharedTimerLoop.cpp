@@ -273,6 +273,7 @@ int SharedTimer::Loop::run() {
         eraseAllTimerLocked();
     });
     if (mIsThreadGone) {
+        mControl->awaitNobody();
         delete this;
     }
     return step == Step::STOPPED ? 0 : -1;
