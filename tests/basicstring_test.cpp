@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -53,6 +54,11 @@ struct Edit {
     char const* text;
     unsigned long capacity;
 };
+
+// Not its bytes, some of which nobody has written.
+void PrintTo(Edit const& edit, std::ostream* out) {
+    *out << edit.name;
+}
 
 class BasicStringEditTest : public ::testing::TestWithParam<Edit> {};
 

@@ -105,6 +105,7 @@ TEST(EventTest, OneSettingReleasesEveryWaiter) {
         for (Waiter const& waiter : waiters) {
             EXPECT_TRUE(waiter.comesToSleep());
         }
+        EXPECT_EQ(on, event.isOff());
         on ? event.setOn() : event.setOff();
         for (Waiter& waiter : waiters) {
             EXPECT_EQ(REACHED, waiter.get());

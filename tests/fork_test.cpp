@@ -146,7 +146,8 @@ int useTheLibrary(std::string const& path, test::Station& station) {
     Map<int, BasicString<char>> names(8, 0);
     if (!manager->getNames(&names) || names.count() != 1 || names[0].key() != gettid() ||
         compareStr(names[0].value().c_str(), "forks", ALL) != 0 ||
-        ThreadManager::getCallerId() != gettid() || manager->isRegisteredWatchdog(0)) {
+        ThreadManager::getCallerId() != gettid() || manager->isRegisteredWatchdog(0) ||
+        manager->isRegisteredWatchdog(parent)) {
         return __LINE__;
     }
     if (!HAS_THREADS_IN_CHILD) {

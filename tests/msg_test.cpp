@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "UtlThreadRawMsg.h"
@@ -13,7 +14,8 @@ using Bytes = std::vector<unsigned char>;
 
 TEST(MsgTest, ARestoredMessageTakesOverWhateverIdIsStored) {
     ThreadRawMsg record(8);
-    ThreadRawMsg least(0);
+    ThreadRawMsg least(3);
+    EXPECT_EQ(4u, least.maxSize());
     TimerMsg timer;
     timer.setTimerId(0x01020304);
     EXPECT_EQ(0, timer.storeTo(nullptr) + timer.storeTo(&least));
@@ -25,6 +27,29 @@ TEST(MsgTest, ARestoredMessageTakesOverWhateverIdIsStored) {
     EXPECT_EQ(1, other.restoreFrom(record));
     EXPECT_EQ(-7, other.getMsgId());
     EXPECT_EQ(0x01020304, other.getTimerId());
+}
+
+// Notes which of its operations are called.
+struct NotingRecord : ThreadRawMsg {
+    NotingRecord() : ThreadRawMsg(8) {}
+    int beginInput() override { return note("("), ThreadRawMsg::beginInput(); }
+    int endInput() override { return note(")"), ThreadRawMsg::endInput(); }
+    int beginOutput() override { return note("<"), ThreadRawMsg::beginOutput(); }
+    int endOutput() override { return note(">"), ThreadRawMsg::endOutput(); }
+    int setMsgId(long msgId) override { return note("I"), ThreadRawMsg::setMsgId(msgId); }
+    int getMsgId(long* msgId) override { return note("O"), ThreadRawMsg::getMsgId(msgId); }
+    int set(int value) override { return note("i"), ThreadRawMsg::set(value); }
+    int get(int* value) override { return note("o"), ThreadRawMsg::get(value); }
+    void note(char const* call) { calls += call; }
+
+    std::string calls;
+};
+
+TEST(MsgTest, CallsItsBrokerInOneOrder) {
+    NotingRecord record;
+    TimerMsg timer;
+    EXPECT_EQ(2, timer.storeTo(&record) + timer.restoreFrom(record));
+    EXPECT_EQ("I(i)O<o>", record.calls);
 }
 
 template <typename T>

@@ -426,6 +426,17 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
     }
 }
 
+TEST_F(MsgDrivenThreadTest, WhatTheEndComesBeforeIsNotAnsweredAsWhatCameBeforeIt) {
+    RunningStation station;
+    EXPECT_EQ(1, station->sendMsgSync(SYNC));
+    EXPECT_TRUE(station->postMsg(HOLD) && station.entered.wait());
+    auto found = inThread([&] { return station->hasMsg(A); });
+    EXPECT_TRUE(station.awaitEntries(1));
+    EXPECT_EQ(0, station->stop(0, 0));
+    station.released.open();
+    EXPECT_EQ(0, found.get());
+}
+
 TEST_F(MsgDrivenThreadTest, AWordThatIsNotWholeEndsTheThreadAndWhatIsAskedOfIt) {
     RunningStation station;
     EXPECT_EQ(4, write(station.writeEnd, "half", 4));

@@ -1,6 +1,7 @@
 // Shared timers, and the timer with a thread of its own.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -100,11 +101,11 @@ TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
     EXPECT_LE(milliseconds(60), Clock::now() - begin);
     EXPECT_EQ(3u, listener.calls.count());
 
-    int const once = timers.addTimer(&listener, 1, 1, FREE_RUNNING);
+    int const twice = timers.addTimer(&listener, 1, 2, FREE_RUNNING);
     for (unsigned i = 1; i <= 50; ++i) {  // some have come and gone before anybody can wait
-        EXPECT_TRUE(timers.start(once, WAIT));
-        EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(once); }));
-        EXPECT_EQ(3 + i, listener.calls.count());
+        EXPECT_TRUE(timers.start(twice, WAIT));
+        EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(twice); }));
+        EXPECT_EQ(3 + 2 * i, listener.calls.count());
     }
     EXPECT_EQ(0u, kernelTimers());
 }
@@ -213,6 +214,7 @@ TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
             }
             EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
             EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
+            EXPECT_EQ(NONE, timers.getInterval(other));
             int const added = timers.addTimer(nullptr, HOUR, 0, REARMED);
             timers.restartAll(WAIT);
             EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
@@ -321,6 +323,50 @@ TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
                      timers.isRunning(unknown));
     }
     EXPECT_EQ(NONE, timers.getInterval(2));
+    // Over and over the same request, so that what a slot of the queue held before looks like it.
+    for (int i = 0; i < 2 * 256; ++i) {
+        timers.setNextUserTimerIdForTesting(2);
+        EXPECT_EQ(2, add());
+        EXPECT_TRUE(timers.eraseTimer(2, WAIT));
+    }
+}
+
+TEST_F(SharedTimerTest, ItsThreadMayBeWatched) {
+    std::atomic<int> threadId{0};
+    Listener listener([&](int) { threadId = gettid(); });
+    SharedTimer timers(1, HOUR, nullptr, 1, "shared");
+    SharedTimer unregistered(0, 0, nullptr, 1, "shared");
+    timers.start(timers.addTimer(&listener, 1, 1, REARMED), WAIT);
+    EXPECT_TRUE(listener.calls.waitFor(1));
+    auto const isWatched = [&] { return ThreadManager::get()->isWatchingWatchdog(threadId); };
+    EXPECT_TRUE(test::comesTrue([&] { return !isWatched(); }));  // it waits for work
+    EXPECT_TRUE(timers.setThreadWatchdogAliveTime(HOUR + 1) && timers.startThreadWatchdog());
+    EXPECT_TRUE(isWatched());
+    ThreadManager::get()->printWatchdogInfo(1);
+    EXPECT_TRUE(log.has(std::to_string(HOUR + 1)));
+    EXPECT_TRUE(timers.stopThreadWatchdog());
+    EXPECT_FALSE(isWatched());
+    EXPECT_FALSE(unregistered.startThreadWatchdog() || unregistered.stopThreadWatchdog() ||
+                 unregistered.setThreadWatchdogAliveTime(HOUR));
+}
+
+TEST_F(SharedTimerTest, AFreeRunningTimerKeepsItsBeatWhileItsListenerIsHeldUp) {
+    constexpr milliseconds INTERVAL(300);
+    Clock::time_point left;
+    Clock::time_point heard;
+    Listener listener([&](int) {
+        if (left == Clock::time_point()) {
+            pause();  // until the next expiry has come
+            left = Clock::now();
+        } else if (heard == Clock::time_point()) {
+            heard = Clock::now();
+        }
+    });
+    SharedTimer timers(0, 0, nullptr, 1, "shared");
+    int const id = timers.addTimer(&listener, INTERVAL.count(), 0, FREE_RUNNING);
+    EXPECT_TRUE(timers.start(id, WAIT) && listener.calls.waitFor(2));
+    timers.destroy();
+    EXPECT_LT(heard - left, INTERVAL);
 }
 
 TEST_F(SharedTimerTest, WithoutAPipeThereAreNoTimers) {

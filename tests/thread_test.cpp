@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -103,6 +104,12 @@ TEST_F(ThreadTest, WaitsForAStartThatOthersMakeAndForNothingElseBefore) {
     mayGoOn.open();
     waiter.join();
     EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::EXECUTED, 1));
+}
+
+TEST_F(ThreadTest, SleepsAsLongAsItIsToldTo) {
+    auto const begin = std::chrono::steady_clock::now();
+    Thread::sleep(1010);
+    EXPECT_LE(std::chrono::milliseconds(1010), std::chrono::steady_clock::now() - begin);
 }
 
 TEST_F(ThreadTest, NobodyWaitsForItself) {

@@ -27,6 +27,7 @@ namespace {
 using test::Worker;
 
 constexpr unsigned long LONG_ALIVE = 60000;
+constexpr int NOBODY = -1;  // an id that no thread has
 
 class ThreadManagerTest : public test::ManagerTest {};
 
@@ -161,12 +162,40 @@ TEST_F(ThreadManagerTest, ANameStaysWhereItIsWhileOthersComeAndGo) {
     });
 }
 
+TEST_F(ThreadManagerTest, GivesAllNamesInThePlaceOfOlderOnes) {
+    BasicString<char> const older("older", 0, 0);
+    int const id = manager()->entryCaller(0, 0, nullptr, "me");
+    Map<int, BasicString<char>> names(3, 0);
+    EXPECT_EQ(2u, names.insert(id, older, 0) + names.insert(NOBODY, older, 0));
+    EXPECT_TRUE(manager()->getNames(&names));
+    EXPECT_EQ(3u, names.count());  // the watchdog's thread among them
+    EXPECT_STREQ("me", names.find(id)->c_str());
+    EXPECT_STREQ("older", names.find(NOBODY)->c_str());
+    Map<int, BasicString<char>> small(1, 0);
+    EXPECT_FALSE(manager()->getNames(&small));
+    EXPECT_EQ(1u, small.count());
+}
+
+TEST_F(ThreadManagerTest, RefusesNullPointers) {
+    ThreadPriority const normal(ThreadPriority::NORMAL);
+    EXPECT_EQ(0, manager()->entry(nullptr, nullptr, 0, 0, nullptr, "name", normal, 0));
+    EXPECT_EQ(0, manager()->entry([](void*) {}, nullptr, 0, 0, nullptr, nullptr, normal, 0));
+    EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, nullptr));
+    EXPECT_FALSE(manager()->getNames(nullptr));
+    Worker worker;
+    EXPECT_EQ(0, worker.start());
+    EXPECT_FALSE(worker.getPriority(nullptr));
+    EXPECT_EQ(REACHED, worker.stop(1, 0));
+    EXPECT_FALSE(worker.getResult(nullptr));
+}
+
 TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     std::string const cut(29, 'a');
     Worker running((cut + "\xE3\x81\x82").c_str());  // 31 bytes would end inside the last character
     EXPECT_EQ(0, running.start(ThreadPriority::LOW));
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
     test::LogCapture log;
+    manager()->printThreadInfo(1);  // which prints nothing
     manager()->printThreadInfoReg(3);
     std::vector<test::LogLine> const lines = log.all();
     ASSERT_EQ(5u, lines.size());  // the watchdog's thread among them

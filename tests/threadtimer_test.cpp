@@ -58,31 +58,8 @@ constexpr unsigned long HOUR = 3600000;
 constexpr int REARMED = 0;
 constexpr int FREE_RUNNING = 1;
 
-// The kernel's ids of the timers that a thread takes the signals of, in the order in which they
-// were made.
-std::vector<int> timersOf(int threadId) {
-    std::vector<int> ids;
-    std::ifstream timers("/proc/self/timers");
-    int id = 0;
-    int owner = 0;
-    for (std::string line; std::getline(timers, line);) {
-        std::sscanf(line.c_str(), "ID: %d", &id);
-        if (std::sscanf(line.c_str(), "notify: signal/tid.%d", &owner) == 1 && owner == threadId) {
-            ids.push_back(id);
-        }
-    }
-    std::sort(ids.begin(), ids.end());
-    return ids;
-}
-
 std::vector<int> timersOf(Station& station) {
-    return timersOf(station->getId());
-}
-
-bool isArmed(int kernelTimer) {
-    itimerspec left = {};
-    syscall(SYS_timer_gettime, kernelTimer, &left);
-    return left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0;
+    return test::kernelTimersOf(station->getId());
 }
 
 // Of the calling thread: its timers go on expiring, so that one that came before is no loss.
@@ -410,7 +387,7 @@ TEST_F(ThreadTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
     EXPECT_GE(std::size_t{ROOM}, left.size());
     EXPECT_LT(0u, left.size());
     for (int const timer : left) {
-        EXPECT_TRUE(test::comesTrue([timer] { return !isArmed(timer); }));
+        EXPECT_TRUE(test::comesTrue([timer] { return !test::isArmed(timer); }));
     }
     EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
     long const heard = station.count(EXPIRY);
@@ -423,10 +400,13 @@ TEST_F(ThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, FREE_RUNNING));
     siginfo_t info = {};
     info.si_code = SI_QUEUE;
-    for (int const code : {SI_QUEUE, SI_TIMER}) {
-        info.si_code = code;
-        for (int const threadId : {gettid(), station->getId()}) {
-            EXPECT_EQ(0, syscall(SYS_rt_tgsigqueueinfo, getpid(), threadId, signal, &info));
+    for (int const value : {0, -1, INT_MAX}) {
+        info.si_value.sival_int = value;
+        for (int const code : {SI_QUEUE, SI_TIMER}) {
+            info.si_code = code;
+            for (int const threadId : {gettid(), station->getId()}) {
+                EXPECT_EQ(0, syscall(SYS_rt_tgsigqueueinfo, getpid(), threadId, signal, &info));
+            }
         }
     }
     EXPECT_EQ(1, station->sendMsgSync(A));

@@ -47,6 +47,11 @@ struct Leaving : ThreadMsgListener, TimerListener, WatchdogTimerListener {
     void onTime(int, Map<int, WatchdogInfo> const&) override { leave(); }
 };
 
+void leaveAgain() {
+    test::replaceNextLine(leaveAgain);
+    leave();
+}
+
 struct LeavingMsg : Msg {
     LeavingMsg() : Msg(MSG_ID) {}
     void storeDataTo(MsgDataBroker*) const override { leave(); }
@@ -90,6 +95,11 @@ constexpr Call CALLS[] = {
      [](Leaving&) {
          test::replaceNextLine(leave);
          Memory::get()->printMessage(1, -1, "a line");
+     }},
+    {"SinkThatNeverReturns", "",
+     [](Leaving&) {
+         test::replaceNextLine(leaveAgain);
+         applog(1, 1, "a line");
      }},
     {"OnTime", "TimerListener::onTime\\(leaving\\)",
      [](Leaving& leaving) {

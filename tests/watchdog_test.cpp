@@ -12,11 +12,13 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "UtlStatementInfo.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
+#include "support/FakeClock.h"
 #include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/ManagerTest.h"
@@ -117,6 +119,57 @@ TEST_F(WatchdogTest, ReportsASilentThreadOnceAndAgainAfterItHasRecovered) {
     EXPECT_EQ(2u, log.count(timeout));
 }
 
+TEST_F(WatchdogTest, RecordsAreEqualFieldByField) {
+    using Info = WatchdogInfo;
+    Alarm alarm;
+    Info const info(1, 2, &alarm, "a", Info::WATCHING);
+    EXPECT_TRUE(info == Info(1, 2, &alarm, std::string("a").c_str(), Info::WATCHING));
+    EXPECT_TRUE(info != Info(3, 2, &alarm, "a", Info::WATCHING) &&
+                info != Info(1, 3, &alarm, "a", Info::WATCHING) &&
+                info != Info(1, 2, nullptr, "a", Info::WATCHING) &&
+                info != Info(1, 2, &alarm, "b", Info::WATCHING) &&
+                info != Info(1, 2, &alarm, "a", Info::NOT_WATCHING));
+
+    // The fields that the watchdog changes, one by one. What lies ahead of it is never overdue.
+    test::FakeClock clock(TimeCounter::getTickTime() + ONE_HOUR);
+    auto const report = [&](StatementInfo const& statement) {
+        test::FakeClock::Use const use(clock);
+        manager()->startWatchdog(0);
+        manager()->keepAliveWatchdog(statement);
+    };
+    std::vector<Info> states;
+    Alarm witness([&, me = gettid()](int, Map<int, Info> const& infos) {
+        states.push_back(*infos.find(me));
+    });
+    auto const look = [&] {
+        unsigned const calls = witness.calls.count();
+        manager()->entryWatchdog(1, &witness, NOBODY);
+        manager()->startWatchdog(NOBODY);
+        EXPECT_TRUE(witness.calls.waitFor(calls + 1) && manager()->unregisterWatchdog(NOBODY));
+    };
+    EXPECT_EQ(gettid(), manager()->entryCaller(1, 1, &alarm, "me"));
+    {
+        test::FakeClock::Use const use(clock);
+        EXPECT_TRUE(manager()->startWatchdog(0));
+    }
+    look();
+    report(StatementInfo::INVALID);
+    look();
+    report(HERE);
+    look();
+    EXPECT_TRUE(manager()->stopWatchdog(0) && manager()->startWatchdog(0));
+    EXPECT_TRUE(alarm.calls.waitFor(1));
+    report(HERE);
+    look();
+    clock.advance(1);
+    report(HERE);
+    look();
+    for (std::size_t i = 1; i < states.size(); ++i) {
+        EXPECT_TRUE(states[i] != states[i - 1]) << i;
+        EXPECT_TRUE(Info(states[i]) == states[i]);
+    }
+}
+
 TEST_F(WatchdogTest, PrintsItsTableWhenNobodyListens) {
     test::LogCapture log;
     watchMe(LONG_ALIVE, nullptr);
@@ -138,6 +191,7 @@ TEST_F(WatchdogTest, AReportANewAliveTimeAndANewWatchGiveAFullAliveTime) {
         [] { return manager()->setWatchdogAliveTime(ALIVE_TIME, 0); },
         [] { return manager()->stopWatchdog(0) && manager()->startWatchdog(0); },
     };
+    EXPECT_TRUE(manager()->entryWatchdog(LONG_ALIVE, nullptr, NOBODY));  // and never watched
     for (auto const& renew : renewals) {
         Alarm alarm;
         EXPECT_TRUE(manager()->setWatchdogWatchInterval(ONE_HOUR));
@@ -210,6 +264,14 @@ TEST_F(WatchdogTest, AListenerMayCallBack) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
+void unregisterWatchdog(Worker& worker) {
+    ThreadManager::get()->unregisterWatchdog(worker.getId());
+}
+
+void stop(Worker& worker) {
+    worker.stop(1, 0);
+}
+
 // The parameter takes a worker off the watchdog.
 class LettingGoTest : public WatchdogTest,
                       public ::testing::WithParamInterface<void (*)(Worker&)> {};
@@ -233,7 +295,11 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
         EXPECT_TRUE(hasReturned);
     });
     EXPECT_TRUE(test::comesTrue([&] { return !manager()->isRegisteredWatchdog(worker.getId()); }));
-    EXPECT_EQ(TIMED_OUT, worker.hasRequestedStop() ? worker.stop(1, 20) : TIMED_OUT);
+    if (GetParam() == stop) {
+        EXPECT_TRUE(worker.comesToAnEnd());
+        EXPECT_EQ(TIMED_OUT, worker.stop(1, 20));
+        EXPECT_EQ(-1, worker.stop(0, 0));
+    }
     released.open();
     remover.join();
     EXPECT_EQ(1u, alarm.calls.count());
@@ -260,11 +326,7 @@ TEST_F(WatchdogTest, AStopOfALoopKeepsItsLimit) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest,
-                         ::testing::Values(
-                             [](Worker& worker) {
-                                 ThreadManager::get()->unregisterWatchdog(worker.getId());
-                             },
-                             [](Worker& worker) { worker.stop(1, 0); }));
+                         ::testing::Values(unregisterWatchdog, stop));
 
 TEST_F(WatchdogTest, NobodyWaitsForItWhileItLogs) {
     Worker other("other");
@@ -368,14 +430,32 @@ TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {
     EXPECT_FALSE(watchdog.entry(gettid(), LONG_ALIVE, nullptr, "me"));
 }
 
+TEST_F(WatchdogTest, RestsWhileNobodyIsWatched) {
+    Map<int, BasicString<char>> names(8, 0);
+    EXPECT_TRUE(manager()->getNames(&names));
+    ASSERT_EQ(1u, names.count());
+    std::vector<int> const timers = test::kernelTimersOf(names[0].key());
+    ASSERT_EQ(1u, timers.size());
+    watchMe(LONG_ALIVE, nullptr);
+    EXPECT_TRUE(test::comesTrue([&] { return test::isArmed(timers[0]); }));
+    EXPECT_TRUE(manager()->stopWatchdog(0));
+    EXPECT_TRUE(test::comesTrue([&] { return !test::isArmed(timers[0]); }));
+    EXPECT_TRUE(manager()->startWatchdog(0));
+    EXPECT_TRUE(test::comesTrue([&] { return test::isArmed(timers[0]); }));
+}
+
 TEST_F(WatchdogTest, MayBeDestroyedWhileItLooks) {
     unsigned const timers = test::kernelTimers();
     for (int round = 0; round < 20; ++round) {
-        Alarm alarm;
         ThreadWatchdog watchdog(4);
+        Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
+            watchdog.shutdown();  // refused: it would wait for itself
+            EXPECT_TRUE(watchdog.isRegistered(id));
+        });
         EXPECT_TRUE(watchdog.initialize(1) && !watchdog.initialize(1));
-        EXPECT_TRUE(watchdog.entry(1, 1, &alarm, "one") && watchdog.start(1));
+        EXPECT_TRUE(watchdog.entry(1, 5, &alarm, "one") && watchdog.start(1));
         EXPECT_TRUE(alarm.calls.waitFor(1));
+        watchdog.shutdown();
     }
     EXPECT_EQ(timers, test::kernelTimers());
 }

@@ -2,10 +2,14 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -38,6 +42,27 @@ unsigned kernelTimers() {
         count += line.compare(0, 3, "ID:") == 0 ? 1 : 0;
     }
     return count;
+}
+
+std::vector<int> kernelTimersOf(int threadId) {
+    std::vector<int> ids;
+    std::ifstream timers("/proc/self/timers");
+    int id = 0;
+    int owner = 0;
+    for (std::string line; std::getline(timers, line);) {
+        std::sscanf(line.c_str(), "ID: %d", &id);
+        if (std::sscanf(line.c_str(), "notify: signal/tid.%d", &owner) == 1 && owner == threadId) {
+            ids.push_back(id);
+        }
+    }
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+bool isArmed(int kernelTimer) {
+    itimerspec left = {};
+    syscall(SYS_timer_gettime, kernelTimer, &left);
+    return left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0;
 }
 
 unsigned threads() {

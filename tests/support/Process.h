@@ -7,12 +7,18 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <vector>
 
 namespace test {
 
 unsigned openDescriptors();
 unsigned kernelTimers();
 unsigned threads();
+
+// The ids of the kernel timers that a thread takes the signals of, in the order in which they were
+// made.
+std::vector<int> kernelTimersOf(int threadId);
+bool isArmed(int kernelTimer);
 
 // Of this process: whether it waits for something.
 bool isAsleep(int threadId);
