@@ -153,12 +153,14 @@ int useTheLibrary(std::string const& path, test::Station& station) {
     if (!HAS_THREADS_IN_CHILD) {
         return 0;
     }
-    if (station.start() != 0 || station->setTimer(1, 0, 1, 0) == -1 ||
+    if (station.start() != 0 || station->setTimer(1, 0, 0, 0) == -1 ||
         !station.waitFor(TimerMsg::ID) || !station->sendMsgSync(MSG_ID) ||
         !manager->entryCaller(1, LONG_ALIVE, nullptr, "child") || !manager->startWatchdog(0)) {
         return __LINE__;
     }
-    return 0;
+    station->stop(1, 0);
+    ThreadManager::destroy();
+    return test::kernelTimers() == 0 ? 0 : __LINE__;
 }
 
 class ForkTest : public test::ManagerTest {

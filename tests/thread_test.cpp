@@ -89,6 +89,15 @@ TEST_F(ThreadTest, PassesItsStagesInOrder) {
     EXPECT_EQ(-1, worker.stop(1, 0));
 }
 
+TEST_F(ThreadTest, HasNothingToDoWithoutACommand) {
+    unsigned long result = 0;
+    Thread idle("idle", nullptr);
+    EXPECT_EQ(0, idle.start(0, 0, nullptr, 0, 0, ThreadPriority::NORMAL, 0));
+    EXPECT_EQ(REACHED, idle.waitTo(Thread::EXECUTED, 0));
+    EXPECT_TRUE(idle.getResult(&result));
+    EXPECT_EQ(NONE, result);
+}
+
 TEST_F(ThreadTest, WaitsForAStartThatOthersMakeAndForNothingElseBefore) {
     test::Gate mayGoOn;
     Worker worker;

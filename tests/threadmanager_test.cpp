@@ -157,6 +157,8 @@ TEST_F(ThreadManagerTest, ANameStaysWhereItIsWhileOthersComeAndGo) {
             EXPECT_EQ(own, manager()->findName(gettid()));
             EXPECT_EQ(name, manager()->getName(id));
             EXPECT_STREQ("the one that stays", name);
+            Map<int, BasicString<char>> names(8, 0);
+            EXPECT_TRUE(manager()->getNames(&names));
             EXPECT_TRUE(manager()->unregister(gettid()));
         }
     });

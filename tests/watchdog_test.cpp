@@ -447,7 +447,7 @@ TEST_F(WatchdogTest, RestsWhileNobodyIsWatched) {
 TEST_F(WatchdogTest, MayBeDestroyedWhileItLooks) {
     unsigned const timers = test::kernelTimers();
     for (int round = 0; round < 20; ++round) {
-        ThreadWatchdog watchdog(4);
+        ThreadWatchdog watchdog(1);
         Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
             watchdog.shutdown();  // refused: it would wait for itself
             EXPECT_TRUE(watchdog.isRegistered(id));
