@@ -138,6 +138,17 @@ TEST_F(AllocationTest, ErasingFromAMapTakesNoMemory) {
     EXPECT_STREQ("a much longer name", names.find(2)->c_str());
 }
 
+TEST_F(AllocationTest, ARecordThatGotNoneHoldsNothingOrWhatItHeld) {
+    ThreadRawMsg const record(8);
+    ThreadRawMsg assigned(4);
+    grantsBeforeFailure = 0;
+    EXPECT_EQ(0u, ThreadRawMsg(8).maxSize());
+    grantsBeforeFailure = 0;
+    EXPECT_EQ(0u, ThreadRawMsg(record).maxSize());
+    grantsBeforeFailure = 0;
+    EXPECT_EQ(4u, (assigned = record).maxSize());
+}
+
 TEST_F(AllocationTest, AThreadThatGotTooLittleRefusesAndEnds) {
     test::LogCapture const log;
     bool hasFailed = true;

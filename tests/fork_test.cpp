@@ -154,8 +154,9 @@ int useTheLibrary(std::string const& path, test::Station& station) {
         return 0;
     }
     if (station.start() != 0 || station->setTimer(1, 0, 0, 0) == -1 ||
-        !station.waitFor(TimerMsg::ID) || !station->sendMsgSync(MSG_ID) ||
-        !manager->entryCaller(1, LONG_ALIVE, nullptr, "child") || !manager->startWatchdog(0)) {
+        station->setTimer(1, 0, 0, 0) == -1 || !station.waitFor(TimerMsg::ID) ||
+        !station->sendMsgSync(MSG_ID) || !manager->entryCaller(1, LONG_ALIVE, nullptr, "child") ||
+        !manager->startWatchdog(0)) {
         return __LINE__;
     }
     station->stop(1, 0);

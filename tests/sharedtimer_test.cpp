@@ -7,7 +7,6 @@
 #include <chrono>
 #include <climits>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +19,7 @@
 
 #include "support/Gate.h"
 #include "support/LogCapture.h"
+#include "support/MessageStation.h"
 #include "support/Process.h"
 
 namespace utl {
@@ -27,6 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using test::inThread;
 
 constexpr unsigned long HOUR = 3600000;
 constexpr int REARMED = 0;
@@ -70,11 +71,6 @@ public:
     Clock::time_point handled;
     Clock::time_point again;
 };
-
-template <typename Call>
-auto inThread(Call call) {
-    return std::async(std::launch::async, call);
-}
 
 class SharedTimerTest : public ::testing::Test {
 protected:
@@ -237,6 +233,25 @@ TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
     }
 }
 
+TEST_F(SharedTimerTest, TheEndStopsWhatIsToBeStoppedAndStartsNothing) {
+    for (bool const isStart : {true, false}) {
+        Holder holder;
+        SharedTimer timers(0, 0, nullptr, 2, "shared");
+        int const held = timers.addTimer(&holder, 1, 1, REARMED);
+        int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
+        EXPECT_TRUE(isStart || timers.start(other, WAIT));
+        EXPECT_TRUE(timers.start(held, WAIT) && holder.entered.wait());
+        auto asked = inThread(
+            [&] { return isStart ? timers.start(other, WAIT) : timers.stop(other, WAIT); });
+        EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() == 1; }));
+        auto ended = inThread([&] { return timers.destroy(); });
+        EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() == 2; }));
+        holder.released.open();
+        EXPECT_EQ(!isStart, asked.get());
+        EXPECT_TRUE(ended.get());
+    }
+}
+
 TEST_F(SharedTimerTest, AStopWaitsForTheListenerThatIsAtWork) {
     for (bool const erases : {false, true}) {
         test::Gate hasStopped;
@@ -368,6 +383,7 @@ TEST_F(SharedTimerTest, AFreeRunningTimerKeepsItsBeatWhileItsListenerIsHeldUp) {
     });
     SharedTimer timers(0, 0, nullptr, 1, "shared");
     int const id = timers.addTimer(&listener, INTERVAL.count(), 0, FREE_RUNNING);
+    EXPECT_TRUE(timers.setInterval(id, INTERVAL.count()));  // no change once it runs
     EXPECT_TRUE(timers.start(id, WAIT) && listener.calls.waitFor(2));
     timers.destroy();
     EXPECT_LT(heard - left, INTERVAL);
@@ -438,6 +454,21 @@ TEST_F(SharedTimerTest, OnlyWhoAsksTheThreadWaitsForIt) {
     EXPECT_LT(0, timers.getInterval(other));
     released.open();
     EXPECT_TRUE(asked.get());
+}
+
+TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
+    constexpr long ID = 0x8002;
+    test::RunningStation station;
+    SharedTimer timers(0, 0, nullptr, 2, "shared");
+    Listener listener([&](int) { EXPECT_EQ(1, station->sendMsgSync(ID)); });
+    int const id = timers.addTimer(&listener, 1, 1, REARMED);
+    int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
+    station.on(ID, [&] {
+        EXPECT_FALSE(timers.start(other, WAIT) || timers.stop(id, WAIT));
+        EXPECT_FALSE(timers.eraseTimer(id, WAIT) || timers.destroy());
+    });
+    EXPECT_TRUE(timers.start(id, WAIT) && listener.calls.waitFor(1));
+    EXPECT_EQ(4u, log.count("Refused. SharedTimerThread(shared) waits for this thread"));
 }
 
 TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {

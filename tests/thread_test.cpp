@@ -124,6 +124,7 @@ TEST_F(ThreadTest, SleepsAsLongAsItIsToldTo) {
 TEST_F(ThreadTest, NobodyWaitsForItself) {
     Worker worker;
     worker.onPreExecute = [&] {
+        EXPECT_EQ(-1, worker.start());
         EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::PRE_EXECUTED, 0));
         EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::EXECUTED, 0));
         EXPECT_EQ(WAIT_FAILED, ThreadManager::get()->waitToStop(gettid(), 0));
@@ -310,6 +311,8 @@ TEST_F(ThreadTest, OnlyTheThreadItselfChangesItsPriority) {
     };
     EXPECT_EQ(0, worker.start(withNiceValue(own)));
     EXPECT_EQ(REACHED, worker.waitTo(Thread::PRE_EXECUTED, 0));
+    ThreadPriority changed(ThreadPriority::NORMAL);
+    EXPECT_TRUE(worker.getPriority(&changed) && changed == withNiceValue(own + 1));
     EXPECT_FALSE(worker.setPriority(withNiceValue(own)));
     EXPECT_TRUE(log.has("<UTIL> ERR: ThreadManager::setPriority() Error ID:" +
                         std::to_string(worker.getId()) + ", invalidOsValue:100\r\n"));
