@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <string>
 #include <thread>
 #include <utility>
@@ -290,10 +291,11 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
     worker.onPreExecute = [&] { worker.startWatchdog(); };
     EXPECT_EQ(0, worker.startRegistered(1, &alarm));
     EXPECT_TRUE(entered.wait());
-    std::thread remover([&] {
+    auto const removed = std::async(std::launch::async, [&] {
         GetParam()(worker);
         EXPECT_TRUE(hasReturned);
     });
+    EXPECT_EQ(std::future_status::timeout, removed.wait_for(std::chrono::milliseconds(20)));
     EXPECT_TRUE(test::comesTrue([&] { return !manager()->isRegisteredWatchdog(worker.getId()); }));
     if (GetParam() == stop) {
         EXPECT_TRUE(worker.comesToAnEnd());
@@ -301,7 +303,7 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
         EXPECT_EQ(-1, worker.stop(0, 0));
     }
     released.open();
-    remover.join();
+    removed.wait();
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
