@@ -42,7 +42,6 @@ void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
 }
 
 // A sanitizer's malloc must stay the only one: there, the forms above are all that is counted.
-// valgrind takes the place of all of them but with --soname-synonyms=somalloc=nouserintercepts.
 #if !UTL_SANITIZED
 void* malloc(std::size_t size) noexcept {
     static auto const next = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));

@@ -90,6 +90,7 @@ TEST(ThreadRawMsgTest, PacksItsFieldsBehindTheIdWithoutPadding) {
     EXPECT_EQ(1, record.setMsgId(0x83F1));
     EXPECT_EQ((Bytes{0xF1, 0x83, 0, 0, 1, 0xFE, 0xFF, 0xFF, 0xFF, 'a', 'b', 0, 0xAA, 0xBB}),
               Bytes(record.buffer(), record.buffer() + 14));
+    EXPECT_EQ(1, record.set(bytes, 0)) << "needs no room";
 
     record.buffer()[4] = 0x40;  // any byte but 0 is true
     bool flag = false;

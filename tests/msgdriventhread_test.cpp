@@ -498,6 +498,8 @@ TEST_F(MsgDrivenThreadTest, IsWatchedWhileItWorksAndNotWhileItWaits) {
     ASSERT_EQ(0, station.start(1));
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_TRUE(test::comesTrue([&] { return !manager()->isWatchingWatchdog(station->getId()); }));
+    manager()->printWatchdogInfo(1);
+    EXPECT_TRUE(log.has("(UtlMsgDrivenThread, execute:879:0)"));
 }
 
 }  // namespace

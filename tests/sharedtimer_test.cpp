@@ -319,6 +319,7 @@ TEST_F(SharedTimerTest, WhatTheKernelRefusesIsNotRunning) {
         EXPECT_TRUE(timers.setInterval(id, 0x80000000UL));
         EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(id); }));
     }
+    EXPECT_EQ(3u, log.count("timer_settime SysTimerId:0x"));
 }
 
 TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
@@ -363,6 +364,7 @@ TEST_F(SharedTimerTest, ItsThreadMayBeWatched) {
     EXPECT_TRUE(isWatched());
     ThreadManager::get()->printWatchdogInfo(1);
     EXPECT_TRUE(log.has(std::to_string(HOUR + 1)));
+    EXPECT_TRUE(log.has("(jni/source/UtlSharedTimer, execute:412:0)"));
     EXPECT_TRUE(timers.stopThreadWatchdog());
     EXPECT_FALSE(isWatched());
     EXPECT_FALSE(unregistered.startThreadWatchdog() || unregistered.stopThreadWatchdog() ||

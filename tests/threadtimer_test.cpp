@@ -342,9 +342,9 @@ TEST_F(ThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
         isSigactionRefused = true;
         RunningStation station;
         bool const isRefused = station->setTimer(1, 0, 0, REARMED) == -1;
+        bool const isLogged = captured.has("MsgDrivenThread sigaction  errno:22\r\n");
         isSigactionRefused = false;
         bool const isMadeGood = station->setTimer(1, 0, 0, REARMED) == 2 && station.waitFor(EXPIRY);
-        bool const isLogged = captured.has("MsgDrivenThread sigaction  errno:22\r\n");
         ThreadManager::destroy();
         return isRefused && isMadeGood && isLogged ? 0 : 1;
     };
