@@ -296,9 +296,13 @@ void haveTimerOfOnesOwn() {
 // A thread that destroys its own object.
 void saySoAndGo() {
     struct Ephemeral : utl::ThreadMsgListener {
-        int receiveMsg(int, utl::ThreadRawMsg&) override {
-            thread.reset();
-            isGone = true;
+        int receiveMsg(int, utl::ThreadRawMsg& raw) override {
+            long msgId = 0;
+            raw.getMsgId(&msgId);
+            if (msgId == FAREWELL) {
+                thread.reset();
+                isGone = true;
+            }
             return 0;
         }
         std::unique_ptr<utl::MsgDrivenThread> thread =

@@ -36,7 +36,7 @@ public:
     void setOff();
 
     // Without a lock.
-    bool isOn() const;
+    bool isOn() const { return (mState.load(std::memory_order_acquire) & ON) != 0; }
     bool isOff() const { return !isOn(); }
 
     // Block for `timeout` milliseconds at the most, 0 for no limit: REACHED, TIMED_OUT or
@@ -48,6 +48,7 @@ public:
 private:
     struct Side;
 
+    static constexpr std::uint32_t ON = 1;  // of the bits of mState
     static Side const ON_SIDE;
     static Side const OFF_SIDE;
 

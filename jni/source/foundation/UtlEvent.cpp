@@ -8,12 +8,6 @@
 
 namespace utl {
 
-namespace {
-
-constexpr std::uint32_t ON = 1;
-
-}  // namespace
-
 // One of the two states as somebody waits for it.
 struct Event::Side {
     char const* name;
@@ -47,10 +41,6 @@ void Event::setOff() {
     change(OFF_SIDE);
 }
 
-bool Event::isOn() const {
-    return (mState.load(std::memory_order_acquire) & ON) != 0;
-}
-
 int Event::waitToOn(unsigned long timeout) const {
     return wait(ON_SIDE, timeout);
 }
@@ -65,7 +55,7 @@ void Event::change(Side const& side) const {
                                          std::memory_order_relaxed)) {
     }
     if ((state & side.waiters) != 0) {
-        platform::wakeWord(&mState, side.waiters);
+        platform::wakeWord(&mState, side.waiters, platform::EVERYBODY);
     }
 }
 

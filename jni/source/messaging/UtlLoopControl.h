@@ -30,6 +30,7 @@
 #include "UtlSyncObject.h"
 
 #include "foundation/UtlVisitorCount.h"
+#include "messaging/UtlCacheDistance.h"
 #include "messaging/UtlLoopTimers.h"
 #include "messaging/UtlLoopWait.h"
 #include "messaging/UtlSlotRing.h"
@@ -215,17 +216,17 @@ private:
 
     VisitorCount mVisitors;  // who wait, or may have to
     SyncObject mRequestLock;
-    platform::Mutex mMutex;
 
-    SlotRing mEntries;                   // what is put in is guarded by the mutex
+    CacheDistance mBeforeSending;
+    platform::Mutex mMutex;
     std::atomic<bool> mIsAsleep{false};  // set with the mutex held
     bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
     bool mIsExclusive = false;
     Turns mExclusiveTurns{0};
     Event mIsShared{1, 0};  // the opposite, for who waits
+    CacheDistance mBehindSending;
 
-    // Keeps what the loop looks at for each entry out of the cache line that senders write to.
-    char mDistance[64];
+    SlotRing mEntries;  // what is put in is guarded by the mutex
 
     // Written with the mutex held. The answer is good while the asker has the request lock.
     std::atomic<bool> mIsAsked{false};

@@ -1,11 +1,11 @@
 #include "messaging/UtlMsgLoop.h"
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "UtlArray.h"
 #include "UtlLog.h"
-#include "UtlRawMemory.h"
 
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
@@ -43,7 +43,7 @@ unsigned long sum(unsigned long a, unsigned long b) {
 
 long idIn(unsigned char const* slot) {
     std::int32_t msgId;
-    copyMemory(&msgId, slot, sizeof msgId);
+    std::memcpy(&msgId, slot, sizeof msgId);
     return msgId;
 }
 
@@ -57,8 +57,8 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
       mControl(LoopControl::make({LABEL, thread.getName().c_str(), "UtlMsgDrivenThread"},
                                  timeoutHandler, sum(maxMsgCount, EXTRA_CTL_ENTRIES),
                                  maxTimerCount)),
-      mDataQueue(mSlotSize, maxMsgCount),
       mRefusedMsg(mSlotSize),
+      mDataQueue(mSlotSize, maxMsgCount),
       mTimers(maxTimerCount, 0),
       mSyncMsg(mSlotSize),
       mAnsweredMsg(mSlotSize),
@@ -272,7 +272,7 @@ bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
 // queue as it left it.
 bool MsgDrivenThread::Loop::serveSync(long ctlId) {
     mControl->beginExclusive();
-    copyMemory(mReceiveBuffer.get(), mSyncMsg.buffer(), mSlotSize);
+    std::memcpy(mReceiveBuffer.get(), mSyncMsg.buffer(), mSlotSize);
     deliver();
 
     LoopControl::Guard const guard(*mControl);
@@ -318,7 +318,7 @@ int MsgDrivenThread::Loop::executeReceiveMsg(long msgId) {
     while (unsigned char const* const slot = mDataQueue.front()) {
         long const queuedId = idIn(slot);
         if (queuedId == msgId) {
-            copyMemory(mReceiveBuffer.get(), slot, mSlotSize);
+            std::memcpy(mReceiveBuffer.get(), slot, mSlotSize);
             mDataQueue.drop();
             deliver();
             return 0;
@@ -354,7 +354,7 @@ bool MsgDrivenThread::Loop::findSlotLocked(long msgId, ThreadRawMsg* found) {
     for (unsigned long i = 0; i < mDataQueue.count(); ++i) {
         unsigned char const* const slot = mDataQueue.at(i);
         if (msgId == ANY_MSG || idIn(slot) == msgId) {
-            copyMemory(found->buffer(), slot, mSlotSize);
+            std::memcpy(found->buffer(), slot, mSlotSize);
             return true;
         }
     }

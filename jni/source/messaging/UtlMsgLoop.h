@@ -13,6 +13,7 @@
 #include "UtlTimerInfo.h"
 
 #include "messaging/UtlBorrowedRecord.h"
+#include "messaging/UtlCacheDistance.h"
 #include "messaging/UtlLoopControl.h"
 #include "messaging/UtlSlotRing.h"
 
@@ -111,13 +112,15 @@ private:
     unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
     std::unique_ptr<LoopControl> const mControl;
 
-    // Put in with the mutex of the control held; the loop takes out without it.
+    // Guarded by the mutex of the control, but that the loop takes out of the queue without it.
+    BorrowedRecord mSendMsg;
+    ThreadRawMsg mRefusedMsg;  // of a message that finds no slot
+    CacheDistance mBehindSending;
     SlotRing mDataQueue;
-    std::atomic<bool> mHasDataQueueOverflowed{false};  // until the loop next delivers a message
-    BorrowedRecord mSendMsg;                           // guarded by the mutex, as are these two
-    ThreadRawMsg mRefusedMsg;                          // of a message that finds no slot
     Map<int, TimerInfo> mTimers;
     int mNextUserTimerId = 1;
+
+    std::atomic<bool> mHasDataQueueOverflowed{false};  // until the loop next delivers a message
 
     // What a request comes with, and what it is answered with: the asking thread's while it has the
     // right to ask, and the loop's until it answers.

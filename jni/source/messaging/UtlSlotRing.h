@@ -11,6 +11,8 @@
 
 #include "UtlArray.h"
 
+#include "messaging/UtlCacheDistance.h"
+
 namespace utl {
 
 class SlotRing {
@@ -89,12 +91,6 @@ public:
     }
 
 private:
-    // Keeps what one side writes again and again out of the cache line of the other's. Each side
-    // also looks at the other's counter only when what it saw last is used up.
-    struct Distance {
-        char bytes[64];
-    };
-
     unsigned char* slot(unsigned long index) const { return mBytes.get() + index * mSlotSize; }
     unsigned long place(unsigned long index) const {
         unsigned long const behind = mCapacity - mFront;
@@ -106,12 +102,14 @@ private:
     std::unique_ptr<unsigned char[]> const mBytes;
     unsigned long const mCapacity;
 
-    Distance mBeforePutting;
+    // Each side looks at the other's counter only when what it saw last is used up.
+
+    CacheDistance mBeforePutting;
     unsigned long mEnd = 0;              // guarded by the lock
     unsigned long mTakenSeen = 0;        // likewise
     std::atomic<unsigned long> mPut{0};  // how many there ever were; wraps
 
-    Distance mBeforeTaking;
+    CacheDistance mBeforeTaking;
     unsigned long mFront = 0;    // the loop's
     unsigned long mPutSeen = 0;  // likewise
     std::atomic<unsigned long> mTaken{0};

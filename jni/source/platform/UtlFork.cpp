@@ -13,7 +13,6 @@ namespace platform {
 
 namespace {
 
-std::atomic<unsigned> number{0};
 std::atomic<void (*)(int)> inChildOfFork{nullptr};
 std::atomic<bool> areForksFollowed{false};
 
@@ -22,6 +21,8 @@ std::atomic<bool> areForksFollowed{false};
 pthread_mutex_t listMutex = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
+
+std::atomic<unsigned> processNumberNow{0};
 
 // The locks that were ever used, in their order.
 class StaticLock::List {
@@ -70,7 +71,7 @@ public:
         });
         pthread_mutex_unlock(&listMutex);
         listMutex = PTHREAD_MUTEX_INITIALIZER;
-        number.fetch_add(1, std::memory_order_relaxed);
+        processNumberNow.fetch_add(1, std::memory_order_relaxed);
         int const parentsThreadId = forgetThreadId();
         if (auto const function = inChildOfFork.load()) {
             function(parentsThreadId);
@@ -99,10 +100,6 @@ private:
 
 StaticLock* StaticLock::List::locks[ROOM];
 int StaticLock::List::count = 0;
-
-unsigned processNumber() {
-    return number.load(std::memory_order_relaxed);
-}
 
 void onFork(void (*inChild)(int)) {
     inChildOfFork.store(inChild);

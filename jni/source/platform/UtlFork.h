@@ -9,13 +9,19 @@
 #ifndef UTL_PLATFORM_FORK_H
 #define UTL_PLATFORM_FORK_H
 
+#include <atomic>
+
 namespace utl {
 namespace platform {
 
 class StaticLock;
 
+extern std::atomic<unsigned> processNumberNow;
+
 // One more in a child than in its parent. Async-signal-safe.
-unsigned processNumber();
+inline unsigned processNumber() {
+    return processNumberNow.load(std::memory_order_relaxed);
+}
 
 // What is to be done in the child, where all StaticLocks are free and nobody else is there; its
 // thread had the id that is given in the parent, or 0 if nobody has ever asked for it. One function

@@ -59,8 +59,8 @@ int waitWord(std::atomic<std::uint32_t> const& word, std::uint32_t expected, std
     return errno == ETIMEDOUT ? TIMED_OUT : WAIT_FAILED;
 }
 
-void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels) {
-    syscall(SYS_futex, word, FUTEX_WAKE_BITSET | FUTEX_PRIVATE_FLAG, INT_MAX, nullptr, nullptr,
+void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels, int most) {
+    syscall(SYS_futex, word, FUTEX_WAKE_BITSET | FUTEX_PRIVATE_FLAG, most, nullptr, nullptr,
             channels);
 }
 

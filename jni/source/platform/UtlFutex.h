@@ -15,6 +15,9 @@ namespace platform {
 // A moment on the monotonic clock, in nanoseconds; the latest one stands for no limit.
 constexpr std::uint64_t NO_LIMIT = UINT64_MAX;
 
+constexpr std::uint32_t ALL_CHANNELS = UINT32_MAX;
+constexpr int EVERYBODY = INT32_MAX;
+
 // The moment that lies `timeoutMs` milliseconds ahead; 0 for no limit. False when the clock cannot
 // be read.
 bool limitAfter(unsigned long timeoutMs, std::uint64_t* limit);
@@ -24,9 +27,9 @@ bool limitAfter(unsigned long timeoutMs, std::uint64_t* limit);
 int waitWord(std::atomic<std::uint32_t> const& word, std::uint32_t expected, std::uint32_t channels,
              std::uint64_t limit);
 
-// Wakes everybody who waits on one of the `channels` of the word at this address. Does not touch
-// the word, which may be gone: whoever saw it change may have destroyed it.
-void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels);
+// Wakes `most` of those who wait on one of the `channels` of the word at this address. Does not
+// touch the word, which may be gone: whoever saw it change may have destroyed it.
+void wakeWord(std::atomic<std::uint32_t> const* word, std::uint32_t channels, int most);
 
 }  // namespace platform
 }  // namespace utl

@@ -1,5 +1,7 @@
 #include "platform/UtlMutex.h"
 
+#include "platform/UtlFutex.h"
+
 namespace utl {
 namespace platform {
 
@@ -26,14 +28,24 @@ void initializeRecursiveMutex(pthread_mutex_t& mutex) {
     pthread_mutexattr_destroy(&attributes);
 }
 
-void Mutex::lock() {
+void Mutex::lockOfOthers() {
     for (int i = 0; i < TRIES; ++i) {
-        if (pthread_mutex_trylock(&mMutex) == 0) {
+        std::uint32_t state = FREE;
+        if (mState.load(std::memory_order_relaxed) == FREE &&
+            mState.compare_exchange_weak(state, LOCKED, std::memory_order_acquire,
+                                         std::memory_order_relaxed)) {
             return;
         }
         relax();
     }
-    pthread_mutex_lock(&mMutex);
+    // Who has slept cannot know whether others still do: he leaves the mark.
+    while (mState.exchange(AWAITED, std::memory_order_acquire) != FREE) {
+        waitWord(mState, AWAITED, ALL_CHANNELS, NO_LIMIT);
+    }
+}
+
+void Mutex::wakeOne() {
+    wakeWord(&mState, ALL_CHANNELS, 1);
 }
 
 }  // namespace platform

@@ -5,7 +5,8 @@
 
 #include <pthread.h>
 
-#include <mutex>
+#include <atomic>
+#include <cstdint>
 
 namespace utl {
 namespace platform {
@@ -14,22 +15,36 @@ namespace platform {
 void initializeRecursiveMutex(pthread_mutex_t& mutex);
 
 // For what is held for a few lines only: whoever finds it locked tries again for a moment before
-// going to sleep. Not recursive. Lock it with a MutexGuard.
+// going to sleep. Not recursive.
 class Mutex {
 public:
     Mutex() = default;
-    ~Mutex() { pthread_mutex_destroy(&mMutex); }
     Mutex(Mutex const&) = delete;
     Mutex& operator=(Mutex const&) = delete;
 
-    void lock();
-    void unlock() { pthread_mutex_unlock(&mMutex); }
+    void lock() {
+        std::uint32_t state = FREE;
+        if (!mState.compare_exchange_strong(state, LOCKED, std::memory_order_acquire,
+                                            std::memory_order_relaxed)) {
+            lockOfOthers();
+        }
+    }
+    void unlock() {
+        if (mState.exchange(FREE, std::memory_order_release) == AWAITED) {
+            wakeOne();
+        }
+    }
 
 private:
-    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
-};
+    static constexpr std::uint32_t FREE = 0;
+    static constexpr std::uint32_t LOCKED = 1;
+    static constexpr std::uint32_t AWAITED = 2;  // locked, and somebody may sleep until it is free
 
-using MutexGuard = std::lock_guard<Mutex>;
+    void lockOfOthers();
+    void wakeOne();
+
+    std::atomic<std::uint32_t> mState{FREE};
+};
 
 }  // namespace platform
 }  // namespace utl
