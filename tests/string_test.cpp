@@ -252,15 +252,20 @@ TEST(PlainFormTest, DoesTheSame) {
                                          "\xEF\xBB\xBF",
                                          "\xF0\x9F\x98\x80",
                                          "\xF0\xA0\x80\x80",
+                                         "\xE0\xA0\x80",
+                                         "a long word",
+                                         "\xE3\x81\xAE\xE4\xB8\x80\xE3\x81\xA4",
                                          "\x80",
                                          "\xE3",
                                          "\xE3\x81",
                                          "\xC0\x80",
-                                         "\xFF"};  // the last five malformed
+                                         "\xE0\x9F\xBF",
+                                         "\xE3\xC1\x82",
+                                         "\xFF"};  // the last seven malformed
     std::mt19937 random(20240607);
     auto const pick = [&](unsigned long below) { return random() % below; };
     auto const makeText = [&](unsigned long maxPieces) {
-        unsigned long const pieces = std::size(PIECES) - (pick(2) == 0 ? 5 : 0);
+        unsigned long const pieces = std::size(PIECES) - (pick(2) == 0 ? 7 : 0);
         std::string text;
         for (unsigned long i = pick(maxPieces + 1); i > 0; --i) {
             text += PIECES[pick(pieces)];

@@ -1,5 +1,6 @@
 #include "UtlString.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -24,17 +25,25 @@ void reportByteOrderMark(char const* s, bool* isBom) {
     }
 }
 
-// Stores the first `n` bytes of `text`, which has no fewer, at `dst` + `dstPos`: the step behind
-// every copy.
+// The last character boundary in the first `length` bytes of a text; NONE for a malformed character
+// on the way.
+unsigned long wholeCharacters(char const* text, unsigned long length) {
+    unsigned long const pos = utf8::validBytes(text, length);
+    return pos < length && utf8::charBytes(text + pos) == NONE ? NONE : pos;
+}
+
+// Stores at most `count` bytes of `text` at `dst` + `dstPos`: the step behind every copy. Looks no
+// further than there is room.
 unsigned long storeAt(char* dst, unsigned long size, unsigned long dstPos, char const* text,
-                      unsigned long n, int trunc) {
+                      unsigned long count, int trunc) {
     if (size == 0) {
-        return dstPos + 1 + n;
+        return dstPos + 1 + utf8::boundedLength(text, count);
     }
     if (dst == nullptr || dstPos >= size) {
         return NONE;
     }
     unsigned long const room = size - dstPos - 1;
+    unsigned long n = utf8::boundedLength(text, std::min(count, room + 1));
     if (trunc != TRUNCATE && n > room) {
         return NONE;
     }
@@ -43,15 +52,19 @@ unsigned long storeAt(char* dst, unsigned long size, unsigned long dstPos, char 
         return size;
     }
 
-    unsigned long fitting = n;
     if (trunc == TRUNCATE) {
-        fitting = getNearCharIndex(text, n < room ? n : room, TO_START);
-        if (fitting == NONE) {
+        n = wholeCharacters(text, std::min(n, room));
+        if (n == NONE) {
             return NONE;
         }
     }
-    unsigned long const used = t_strncpy(dst + dstPos, size - dstPos, text, fitting);
-    return used != NONE ? dstPos + used : NONE;
+    n = utf8::cutBack(text, n);
+    if (n == NONE) {
+        return NONE;
+    }
+    moveMemory(dst + dstPos, text, n);
+    dst[dstPos + n] = '\0';
+    return dstPos + n + 1;
 }
 
 }  // namespace
@@ -85,18 +98,9 @@ unsigned long getNearCharIndex(CharT const* s, unsigned long index, int mode) {
     if (s == nullptr) {
         return NONE;
     }
-    unsigned long pos = 0;
-    while (pos < index) {
-        unsigned long const bytes = utf8::charBytes(s + pos);
-        if (bytes == NONE) {
-            return NONE;
-        }
-        if (bytes == 0 || (bytes > index - pos && mode == TO_START)) {
-            return pos;
-        }
-        pos += bytes;
-    }
-    return pos;
+    unsigned long const length = utf8::boundedLength(s, index);
+    unsigned long const pos = wholeCharacters(s, length);
+    return pos >= length || mode == TO_START ? pos : pos + utf8::charBytes(s + pos);
 }
 
 template <typename CharT>
@@ -124,8 +128,7 @@ unsigned long copyGeneral(CharT* dst, unsigned long size, unsigned long dstPos, 
     if (src == nullptr || utf8::boundedLength(src, srcPos) < srcPos) {
         return NONE;
     }
-    CharT const* const text = src + srcPos;
-    return storeAt(dst, size, dstPos, text, utf8::boundedLength(text, count), trunc);
+    return storeAt(dst, size, dstPos, src + srcPos, count, trunc);
 }
 
 template <typename CharT>
@@ -169,7 +172,7 @@ unsigned long formatStr<char>(char* dst, unsigned long size, char const* format,
 
 template <typename CharT>
 unsigned long truncateStr(CharT* s, unsigned long maxBytes) {
-    unsigned long const n = getNearCharIndex(s, utf8::boundedLength(s, maxBytes), TO_START);
+    unsigned long const n = getNearCharIndex(s, maxBytes, TO_START);
     if (n == NONE) {
         return NONE;
     }

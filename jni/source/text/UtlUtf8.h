@@ -69,14 +69,82 @@ inline std::uint32_t codePoint(char const* s, unsigned long bytes) {
     return value;
 }
 
+// Eight bytes of a text at once, in the order of the machine: so constants are made of bytes too.
+using Word = std::uint64_t;
+constexpr long WORD_BYTES = sizeof(Word);
+
+inline Word loadWord(char const* s) {
+    Word word;
+    memcpy(&word, s, sizeof word);
+    return word;
+}
+
+inline bool isAscii(char c) {
+    return (c & 0x80) == 0;
+}
+
+inline bool isAscii(Word word) {
+    return (word & loadWord("\x80\x80\x80\x80\x80\x80\x80\x80")) == 0;
+}
+
+// What keeps the first three bytes and the next three from being two characters, which nearly all
+// are in Japanese text; 0 where nothing does. Those that 0xE0 begins, as the overlong do, are left
+// to others.
+inline Word beyondThreeBytes(Word word) {
+    // What is left of a character is the number in each byte: 1 to 15 in the first, then below 64.
+    Word const numbers = word ^ loadWord("\xE0\x80\x80\xE0\x80\x80\0");
+    Word const lessOne = numbers - loadWord("\1\0\0\1\0\0\0");
+    return (numbers | lessOne) & loadWord("\xF0\xC0\xC0\xF0\xC0\xC0\0");
+}
+
+inline Word firstThree(Word word) {
+    return word & loadWord("\xFF\xFF\xFF\0\0\0\0");
+}
+
+// Behind the characters of three bytes that [s, end) begins with, as far as they are told.
+inline char const* skipThreeBytes(char const* s, char const* end) {
+    for (; end - s >= WORD_BYTES; s += 6) {
+        Word const beyond = beyondThreeBytes(loadWord(s));
+        if (beyond != 0) {
+            return firstThree(beyond) == 0 ? s + 3 : s;
+        }
+    }
+    return s;
+}
+
+// Behind the ASCII that [s, end) begins with. Often that is one short word only.
+inline char const* skipAscii(char const* s, char const* end) {
+    char const* const begin = s;
+    while (s != end && isAscii(*s)) {
+        ++s;
+        if (s - begin == WORD_BYTES) {
+            while (end - s >= WORD_BYTES && isAscii(loadWord(s))) {
+                s += WORD_BYTES;
+            }
+        }
+    }
+    return s;
+}
+
+// The bytes of the whole valid characters that begin a text of at least `length` bytes, up to that.
+inline unsigned long validBytes(char const* text, unsigned long length) {
+    char const* const end = text + length;
+    char const* s = text;
+    for (;;) {
+        s = skipAscii(skipThreeBytes(s, end), end);
+        unsigned long const rest = static_cast<unsigned long>(end - s);
+        unsigned long const bytes = rest != 0 ? charBytes(s) : NONE;
+        if (bytes > rest) {
+            return length - rest;
+        }
+        s += bytes;
+    }
+}
+
 // Whether the text is valid characters only.
 inline bool isWellFormed(char const* s) {
-    unsigned long bytes = charBytes(s);
-    while (bytes != 0 && bytes != NONE) {
-        s += bytes;
-        bytes = charBytes(s);
-    }
-    return bytes == 0;
+    unsigned long const length = strlen(s);
+    return validBytes(s, length) == length;
 }
 
 // `index`, or the next one towards the start where a character starts; NONE without one.
