@@ -1,6 +1,7 @@
 #include "UtlString.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -8,6 +9,7 @@
 #include "UtlRawMemory.h"
 
 #include "text/UtlCharacterSet.h"
+#include "text/UtlPattern.h"
 #include "text/UtlUtf8.h"
 
 namespace utl {
@@ -27,6 +29,9 @@ void setEnd(unsigned long* end, unsigned long value) {
 // is believed; the bytes right before it are looked at for what a step may itself have cut off.
 bool reaches(char const* s, unsigned long offset, unsigned long const* end) {
     constexpr unsigned long RECOUNTED = 1024;
+    if (offset == 0) {
+        return true;
+    }
     bool const isWalk = offset > RECOUNTED && end != nullptr && *end == offset;
     unsigned long const from = isWalk ? offset - RECOUNTED : 0;
     return utf8::boundedLength(s + from, offset - from) == offset - from;
@@ -36,21 +41,104 @@ bool fitsWorkingBuffer(char const* s) {
     return utf8::boundedLength(s, WorkingBuffer<char>::SIZE) < WorkingBuffer<char>::SIZE;
 }
 
+// ASCII in lower case; 0 for the bytes beyond it.
+constexpr std::array<char, 256> makeLowerCase() {
+    std::array<char, 256> lowerCase = {};
+    for (unsigned c = 0; c < 0x80; ++c) {
+        lowerCase[c] = static_cast<char>(c >= 'A' && c <= 'Z' ? c | 0x20 : c);
+    }
+    return lowerCase;
+}
+
+constexpr std::array<char, 256> LOWER_CASE = makeLowerCase();
+
+char inLowerCase(char c) {
+    return LOWER_CASE[static_cast<unsigned char>(c)];
+}
+
+// The bytes, of `length` that both have, of the whole characters that two texts begin with alike
+// but for the case of ASCII.
+unsigned long sameBytes(char const* a, char const* b, unsigned long length) {
+    char const* const end = a + length;
+    auto const skip = [&a, &b](unsigned long bytes) {
+        a += bytes;
+        b += bytes;
+    };
+    for (;;) {
+        for (; end - a >= utf8::WORD_BYTES; skip(6)) {
+            utf8::Word const word = utf8::loadWord(a);
+            utf8::Word const unlike = utf8::beyondThreeBytes(word) | (word ^ utf8::loadWord(b));
+            if (unlike != 0) {
+                skip(utf8::firstThree(unlike) == 0 ? 3 : 0);
+                break;
+            }
+        }
+        while (a != end && inLowerCase(*a) != '\0' && inLowerCase(*a) == inLowerCase(*b)) {
+            skip(1);
+        }
+        unsigned long const rest = static_cast<unsigned long>(end - a);
+        unsigned long const bytes = rest != 0 ? utf8::charBytes(a) : NONE;
+        if (bytes > rest || std::memcmp(a, b, bytes) != 0) {
+            return length - rest;
+        }
+        skip(bytes);
+    }
+}
+
+// A character in lower case.
 struct Character {
-    char const* text;
+    char text[LONGEST_CHARACTER + 1];
     unsigned long bytes;  // 0 at the end of the text, which a malformed character is, too
 };
 
-Character firstCharacter(char const* s) {
+// The first one of `s`. The letters are those of LOWER_UPPER_PAIR, which would have to be looked
+// through for them.
+Character firstInLowerCase(char const* s) {
     unsigned long const bytes = utf8::charBytes(s);
-    return bytes != NONE ? Character{s, bytes} : Character{&EMPTY_CHAR, 0};
+    Character c = {{}, bytes != NONE ? bytes : 0};
+    std::memcpy(c.text, s, c.bytes);
+    if (c.bytes == 1) {
+        c.text[0] = inLowerCase(*s);
+    } else if (std::strncmp(c.text, "\xEF\xBC\xA1", 3) >= 0 &&
+               std::strncmp(c.text, "\xEF\xBC\xBA", 3) <= 0) {
+        c.text[1] = '\xBD';
+        c.text[2] = static_cast<char>(c.text[2] - 0x20);
+    }
+    return c;
 }
 
-// As convertAttrib() does it; a letter has as many bytes in lower case as in upper case.
-Character toLower(Character const& c) {
-    unsigned long const row = hasPair(c.text, LOWER_UPPER_PAIR, 1);
-    return row != NONE ? Character{LOWER_UPPER_PAIR[row].first.narrow, c.bytes} : c;
-}
+// Stores a text piece by piece, as copyGeneral() stores each. A piece ends where its text does or
+// where a character starts.
+class Appender {
+public:
+    Appender(char* dst, unsigned long size, int trunc) : mDst(dst), mSize(size), mTrunc(trunc) {}
+
+    // False when it fails.
+    bool append(char const* piece, unsigned long bytes) {
+        if (bytes == 0) {
+            return true;
+        }
+        if (mTrunc != TRUNCATE && mStored < mSize && bytes < mSize - mStored) {
+            moveMemory(mDst + mStored, piece, bytes);
+            mStored += bytes;
+            return true;
+        }
+        unsigned long const used = copyGeneral(mDst, mSize, mStored, piece, 0, bytes, mTrunc);
+        mStored = used - 1;
+        return used != NONE;
+    }
+
+    // Stores the last piece, all of `text`, and returns the bytes used then.
+    unsigned long finish(char const* text) {
+        return copyGeneral(mDst, mSize, mStored, text, 0, ALL, mTrunc);
+    }
+
+private:
+    char* const mDst;
+    unsigned long const mSize;
+    int const mTrunc;
+    unsigned long mStored = 0;  // without the terminator, which only finish() puts there
+};
 
 // The last match of the `bytes` bytes of `pattern` in [s, last), or `last`. By a hash that rolls
 // from the end to the front, so that a text full of near matches costs no more than any other.
@@ -86,60 +174,51 @@ CharT const* findLast(CharT const* s, CharT const* last, CharT const* pattern,
 template <typename CharT>
 unsigned long replaceStr(CharT* s, unsigned long size, CharT const* from, CharT const* to,
                          int trunc) {
-    if (from == nullptr || to == nullptr) {
-        return NONE;
-    }
-    WorkingBuffer<CharT> const scratch;
-    CharT* const text = scratch;
-    if (copyStr<CharT>(text, WorkingBuffer<CharT>::SIZE, s, ALL, WHOLE) == NONE) {
+    if (from == nullptr || to == nullptr || s == nullptr || !fitsWorkingBuffer(s)) {
         return NONE;
     }
     if (*from == '\0') {
-        return copyStrBase<CharT>(s, size, text, t_strlen(text), trunc);
+        return copyStrBase<CharT>(s, size, s, t_strlen(s), trunc);
+    }
+    Pattern const pattern(from);
+    CharT const* end = nullptr;
+    CharT const* match = pattern.findIn(s, &end);
+    if (match == nullptr) {
+        return copyGeneral<CharT>(s, size, 0, s, 0, ALL, trunc);
     }
 
-    CharT const* rest = text;
-    unsigned long stored = 0;  // bytes, without the terminator
-    for (;;) {
-        unsigned long end = NONE;
-        unsigned long const match = findStr<CharT>(rest, from, 0, &end);
-        if (match == NONE) {
-            return copyGeneral(s, size, stored, rest, 0, ALL, trunc);
+    // What is behind the first match has to make way.
+    WorkingBuffer<CharT> const scratch;
+    CharT const* rest = scratch;
+    copyStr<CharT>(scratch, WorkingBuffer<CharT>::SIZE, end, ALL, WHOLE);
+    Appender replaced(s, size, trunc);
+    CharT const* before = s;
+    for (unsigned long const toBytes = t_strlen(to);;) {
+        if (!replaced.append(before, static_cast<unsigned long>(match - before)) ||
+            !replaced.append(to, toBytes)) {
+            return NONE;
         }
-        if (match > 0) {
-            unsigned long const used = copyGeneral(s, size, stored, rest, 0, match, trunc);
-            if (used == NONE) {
-                return NONE;
-            }
-            stored = used - 1;
-        }
-        unsigned long const used = copyGeneral(s, size, stored, to, 0, ALL, trunc);
-        if (used == NONE || *to == '\0') {
+        if (toBytes == 0) {
             // Deliberate: an empty `to` drops what follows the first match; callers cut with it.
-            return used;
+            return replaced.finish(to);
         }
-        stored = used - 1;
-        rest += end;
+        before = rest;
+        match = pattern.findIn(rest, &end);
+        if (match == nullptr) {
+            return replaced.finish(rest);
+        }
+        rest = end;
     }
 }
 
 template <typename CharT>
 unsigned long t_strstr(CharT const* s, CharT const* pattern) {
     CharT const* const text = s != nullptr ? s : &EMPTY_CHAR;
-    if (t_strlen(pattern) == 0) {
+    if (pattern == nullptr || *pattern == '\0') {
         return std::strlen(text);  // Deliberate: not 0; findStr() ends a series of matches by it.
     }
-    // A match of this one would be turned down below wherever it is.
-    if (utf8::boundedLength(pattern, LONGEST_CHARACTER) == LONGEST_CHARACTER &&
-        utf8::charBytes(pattern) == NONE) {
-        return NONE;
-    }
-    // No byte inside a valid character could start another. So this takes just those matches that
-    // a walk from character to character would come across.
-    CharT const* match = std::strstr(text, pattern);
-    while (match != nullptr && utf8::charBytes(match) == NONE) {
-        match = std::strstr(match + 1, pattern);
-    }
+    CharT const* end = nullptr;
+    CharT const* const match = Pattern(pattern).findIn(text, &end);
     return match != nullptr ? static_cast<unsigned long>(match - text) : NONE;
 }
 
@@ -166,21 +245,21 @@ unsigned long findStr(CharT const* s, CharT const* pattern, unsigned long offset
         return NONE;
     }
     setEnd(end, NONE);
-    unsigned long from = offset;
-    while (!utf8::startsCharacter(s[from])) {
+    CharT const* from = s + offset;
+    while (!utf8::startsCharacter(*from)) {
         ++from;
     }
-    if (from != offset && s[from] == '\0') {
+    if (*pattern == '\0') {
+        bool const isPastEnd = from != s + offset && *from == '\0';
+        return isPastEnd ? NONE : offset + std::strlen(s + offset);
+    }
+    CharT const* behind = nullptr;
+    CharT const* const match = Pattern(pattern).findIn(from, &behind);
+    if (match == nullptr) {
         return NONE;
     }
-    unsigned long const index = t_strstr(s + from, pattern);
-    if (index == NONE) {
-        return NONE;
-    }
-    if (*pattern != '\0') {
-        setEnd(end, from + index + std::strlen(pattern));
-    }
-    return from + index;
+    setEnd(end, static_cast<unsigned long>(behind - s));
+    return static_cast<unsigned long>(match - s);
 }
 
 template <typename CharT>
@@ -248,31 +327,28 @@ int compareStr(CharT const* a, CharT const* b, unsigned long n) {
 
 template <typename CharT>
 int compareStrNoCase(CharT const* a, CharT const* b, unsigned long n) {
-    if (!fitsWorkingBuffer(a) || !fitsWorkingBuffer(b)) {
+    constexpr unsigned long TOO_LONG = WorkingBuffer<CharT>::SIZE;
+    unsigned long const leftLength = utf8::boundedLength(a, TOO_LONG);
+    unsigned long const rightLength = utf8::boundedLength(b, TOO_LONG);
+    if (leftLength == TOO_LONG || rightLength == TOO_LONG) {
         return -1;
     }
-    // Character by character: this needs no scratch memory, of which the caller may already hold
-    // all, and looks up only letters that differ.
-    CharT const* left = a != nullptr ? a : &EMPTY_CHAR;
-    CharT const* right = b != nullptr ? b : &EMPTY_CHAR;
-    for (unsigned long rest = n; rest > 0;) {
-        Character const x = firstCharacter(left);
-        Character const y = firstCharacter(right);
-        unsigned long const compared = std::min(rest, std::max(x.bytes, y.bytes));
-        if (compared == 0) {
-            return 0;
+    // This needs no scratch memory, of which the caller may already hold all.
+    CharT const* const left = a != nullptr ? a : &EMPTY_CHAR;
+    CharT const* const right = b != nullptr ? b : &EMPTY_CHAR;
+    unsigned long const shorter = std::min({leftLength, rightLength, n});
+    unsigned long pos = 0;
+    while (pos < n) {
+        // Equal first bytes make characters of equal length: so there is one position for both.
+        pos += sameBytes(left + pos, right + pos, shorter - pos);
+        Character const x = firstInLowerCase(left + pos);
+        Character const y = firstInLowerCase(right + pos);
+        unsigned long const compared = std::min(n - pos, std::max(x.bytes, y.bytes));
+        int const order = std::strncmp(x.text, y.text, compared);
+        if (order != 0 || compared == 0) {
+            return order;
         }
-        // As a whole, even if `n` ends inside: what differs behind that may fold to other bytes.
-        if (x.bytes != y.bytes || std::strncmp(x.text, y.text, x.bytes) != 0) {
-            int const order = std::strncmp(toLower(x).text, toLower(y).text, compared);
-            if (order != 0) {
-                return order;
-            }
-        }
-        // Equal first bytes make characters of equal length.
-        left += x.bytes;
-        right += y.bytes;
-        rest -= compared;
+        pos += compared;
     }
     return 0;
 }
