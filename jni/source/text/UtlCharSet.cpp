@@ -1,6 +1,8 @@
 #include "UtlCharSet.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "UtlString.h"
 
@@ -29,8 +31,7 @@ bool lacksDestination(void const* dst, unsigned long size) {
     return dst == nullptr && size != 0;
 }
 
-// What follows is done for every character. The hints to have it inline and the bytes in a register
-// make the conversion of a text up to six times as fast, which brings it beside iconv().
+// What follows is done for every character: the hints are to have it inline.
 
 // One character in UTF-8, or a byte that is none.
 struct Utf8Form {
@@ -60,7 +61,15 @@ inline Utf8Form utf8FormOf(unsigned short unit) {
     return {0xE0u | unit >> 12 | middle << 8 | last << 16, 3};
 }
 
-// The same in UTF-16.
+// A unit from 0x800 on. The bytes one by one: that takes half as long as by their form.
+inline void storeThreeBytes(char*& dst, unsigned unit) {
+    dst[0] = static_cast<char>(0xE0 | unit >> 12);
+    dst[1] = static_cast<char>(0x80 | (unit >> 6 & 0x3F));
+    dst[2] = static_cast<char>(0x80 | (unit & 0x3F));
+    dst += 3;
+}
+
+// One character in UTF-16.
 struct Utf16Form {
     unsigned short unit;
     static constexpr unsigned long length = 1;
@@ -68,22 +77,27 @@ struct Utf16Form {
     void storeAt(unsigned short* dst) const { *dst = unit; }
 };
 
-// Stores a text character by character and always keeps room for its terminator. For a `size` of 0
-// it only counts; otherwise `dst` is not null.
+// Stores a text and always keeps room for its terminator. For a `size` of 0 it only counts;
+// otherwise `dst` is not null.
 template <typename Unit>
 class TextWriter {
 public:
     TextWriter(Unit* dst, unsigned long size) : mDst(dst), mSize(size) {}
 
-    // False when there is no room.
+    // Where the next units go, as many as there is room for.
+    Unit* next() { return mSize != 0 ? mDst + mLength : mUncounted; }
+    unsigned long room() const { return mSize != 0 ? mSize - mLength - 1 : COUNTED_AT_ONCE; }
+
+    // They end at `end` now.
+    void advanceTo(Unit const* end) { mLength += static_cast<unsigned long>(end - next()); }
+
+    // Stores one character. False when there is no room.
     template <typename Form>
     bool append(Form const& form) {
-        if (mSize != 0) {
-            if (mSize - mLength <= form.length) {
-                return false;
-            }
-            form.storeAt(mDst + mLength);
+        if (room() < form.length) {
+            return false;
         }
+        form.storeAt(next());
         mLength += form.length;
         return true;
     }
@@ -97,14 +111,33 @@ public:
     }
 
 private:
+    static constexpr unsigned long COUNTED_AT_ONCE = 512;
+
     Unit* const mDst;
     unsigned long const mSize;
     unsigned long mLength = 0;  // below mSize, unless that is 0
+    Unit mUncounted[COUNTED_AT_ONCE];
 };
+
+// The next bytes of a text, up to one of its first `room` and its terminator: it is looked at in
+// pieces that stay in the cache.
+char const* endOfPiece(char const* src, unsigned long room) {
+    constexpr unsigned long LONGEST = 4096;
+    return src + utf8::boundedLength(src, std::min(LONGEST, room));
+}
 
 // A character of `bytes` bytes, at most 3.
 unsigned short unitOf(char const* s, unsigned long bytes) {
     return static_cast<unsigned short>(utf8::codePoint(s, bytes));  // 16 bits at most
+}
+
+// strCharBytesBase(), inline.
+inline unsigned long bytesOfFirst(char const* s) {
+    unsigned long const bytes = utf8::bytesFromLead(*s);
+    if (bytes == 0) {
+        return NONE;
+    }
+    return *s != '\0' && utf8::isValid(s, bytes) ? bytes : 0;
 }
 
 unsigned short unitFromBytes(unsigned high, unsigned low) {
@@ -143,6 +176,173 @@ inline Utf8Form utf8FormOf(SjisCharacter const& character) {
     return character.isPassedThrough ? Utf8Form{character.unit, 1} : utf8FormOf(character.unit);
 }
 
+// The forms of a character in a text, where a 0 for an unknown pair would end it.
+struct SjisToUtf8 {
+    using Unit = char;
+    static constexpr unsigned long LONGEST = 3;
+
+    static Utf8Form formOf(SjisCharacter const& character) {
+        return character.isUnknown() ? utf8FormOf('*') : utf8FormOf(character);
+    }
+
+    // Stores what nearly all pairs become, three bytes. False for any other.
+    static bool storePair(char*& dst, unsigned unit) {
+        if (unit < 0x800) {
+            return false;
+        }
+        storeThreeBytes(dst, unit);
+        return true;
+    }
+};
+
+struct SjisToUtf16 {
+    using Unit = unsigned short;
+    static constexpr unsigned long LONGEST = 1;
+
+    static Utf16Form formOf(SjisCharacter const& character) {
+        // Deliberate: not the "*" of the UTF-8 form; readers of either look for its own mark.
+        return {character.isUnknown() ? REFERENCE_MARK : character.unit};
+    }
+
+    static bool storePair(unsigned short*& dst, unsigned short unit) {
+        if (unit == 0) {
+            return false;
+        }
+        *dst++ = unit;
+        return true;
+    }
+};
+
+template <typename Target>
+unsigned long convertSjis(typename Target::Unit* dst, unsigned long size, char const* src) {
+    if (src == nullptr || lacksDestination(dst, size)) {
+        return NONE;
+    }
+    TextWriter<typename Target::Unit> text(dst, size);
+    while (*src != '\0') {
+        // As far as whatever stands here finds room: each byte makes one character at most.
+        char const* const end = endOfPiece(src, text.room() / Target::LONGEST);
+        if (src == end) {
+            SjisCharacter const character = firstOfSjis(src);
+            if (!text.append(Target::formOf(character))) {
+                return NONE;
+            }
+            src += character.bytes;
+        }
+        auto* out = text.next();
+        while (src < end) {
+            unsigned char const first = static_cast<unsigned char>(*src);
+            if (first < 0x80) {
+                *out++ = static_cast<typename Target::Unit>(first);
+                ++src;
+                continue;
+            }
+            unsigned char const second = static_cast<unsigned char>(src[1]);
+            if (codepage932::isLead(first) &&
+                Target::storePair(out, codepage932::codePointOfPair(first, second))) {
+                src += 2;
+                continue;
+            }
+            SjisCharacter const character = firstOfSjis(src);
+            auto const form = Target::formOf(character);
+            form.storeAt(out);
+            out += form.length;
+            src += character.bytes;
+        }
+        text.advanceTo(out);
+    }
+    return text.terminate();
+}
+
+// Stores eight characters. Their copies tell the compiler that no store changes what is read.
+inline void storeAscii(unsigned short* dst, char const* src) {
+    unsigned char narrow[utf8::WORD_BYTES];
+    unsigned short wide[utf8::WORD_BYTES];
+    std::memcpy(narrow, src, sizeof narrow);
+    for (int i = 0; i < utf8::WORD_BYTES; ++i) {
+        wide[i] = narrow[i];
+    }
+    std::memcpy(dst, wide, sizeof wide);
+}
+
+// Stores the characters of three bytes and the ASCII that [src, end) begins with, as far as they
+// are told at a glance, and moves both pointers on.
+inline void storeRuns(unsigned short*& dst, char const*& src, char const* end) {
+    for (; end - src >= utf8::WORD_BYTES; src += 6) {
+        utf8::Word const beyond = utf8::beyondThreeBytes(utf8::loadWord(src));
+        if (beyond != 0) {
+            if (utf8::firstThree(beyond) == 0) {
+                *dst++ = unitOf(src, 3);
+                src += 3;
+            }
+            break;
+        }
+        *dst++ = unitOf(src, 3);
+        *dst++ = unitOf(src + 3, 3);
+    }
+    while (src < end && utf8::isAscii(*src)) {
+        while (end - src >= utf8::WORD_BYTES && utf8::isAscii(utf8::loadWord(src))) {
+            storeAscii(dst, src);
+            dst += utf8::WORD_BYTES;
+            src += utf8::WORD_BYTES;
+        }
+        if (src < end && utf8::isAscii(*src)) {
+            *dst++ = static_cast<unsigned char>(*src++);
+        }
+    }
+}
+
+// How many of the next eight units are ASCII, the terminator left out; looks no further.
+inline int asciiUnits(unsigned short const* src) {
+    int n = 0;
+    while (n < utf8::WORD_BYTES && src[n] - 1u < 0x7F) {
+        ++n;
+    }
+    return n;
+}
+
+inline void storeAscii(char* dst, unsigned short const* src) {
+    unsigned short wide[utf8::WORD_BYTES];
+    char narrow[utf8::WORD_BYTES];
+    std::memcpy(wide, src, sizeof wide);
+    for (int i = 0; i < utf8::WORD_BYTES; ++i) {
+        narrow[i] = static_cast<char>(wide[i]);
+    }
+    std::memcpy(dst, narrow, sizeof narrow);
+}
+
+// Stores what `src` begins with but byte order marks and the terminator, at most `count` units, and
+// moves both pointers on.
+inline void storeRuns(char*& dst, unsigned short const*& src, unsigned long count) {
+    unsigned short const* const end = src + count;
+    while (src < end) {
+        unsigned short const unit = *src;
+        if (unit >= 0x800) {
+            if (unit == BYTE_ORDER_MARK || unit == SWAPPED_MARK) {
+                return;
+            }
+            storeThreeBytes(dst, unit);
+            ++src;
+        } else if (unit - 1u < 0x7F) {
+            while (end - src >= utf8::WORD_BYTES && asciiUnits(src) == utf8::WORD_BYTES) {
+                storeAscii(dst, src);
+                dst += utf8::WORD_BYTES;
+                src += utf8::WORD_BYTES;
+            }
+            while (src < end && *src - 1u < 0x7F) {
+                *dst++ = static_cast<char>(*src++);
+            }
+        } else if (unit != 0) {
+            Utf8Form const form = utf8FormOf(unit);
+            form.storeAt(dst);
+            dst += form.length;
+            ++src;
+        } else {
+            return;
+        }
+    }
+}
+
 unsigned long storeCharacter(char* dst, unsigned long size, Utf8Form const& form) {
     if (size == 0) {
         return form.length;
@@ -167,20 +367,7 @@ unsigned long convertCharFromSjisToUtf8(char* dst, unsigned long size, char cons
 }
 
 unsigned long convertStrFromSjisToUtf8(char* dst, unsigned long size, char const* src) {
-    if (src == nullptr || lacksDestination(dst, size)) {
-        return NONE;
-    }
-    TextWriter<char> text(dst, size);
-    while (*src != '\0') {
-        SjisCharacter const character = firstOfSjis(src);
-        // A 0 for an unknown pair would end the text here.
-        Utf8Form const form = character.isUnknown() ? utf8FormOf('*') : utf8FormOf(character);
-        if (!text.append(form)) {
-            return NONE;
-        }
-        src += character.bytes;
-    }
-    return text.terminate();
+    return convertSjis<SjisToUtf8>(dst, size, src);
 }
 
 unsigned long convertCharFromSjisToUtf16(unsigned short* dst, char const* src,
@@ -196,20 +383,7 @@ unsigned long convertCharFromSjisToUtf16(unsigned short* dst, char const* src,
 }
 
 unsigned long convertStrFromSjisToUtf16(unsigned short* dst, unsigned long units, char const* src) {
-    if (src == nullptr || lacksDestination(dst, units)) {
-        return NONE;
-    }
-    TextWriter<unsigned short> text(dst, units);
-    while (*src != '\0') {
-        SjisCharacter const character = firstOfSjis(src);
-        // Deliberate: not the "*" of the UTF-8 form; readers of either look for its own mark.
-        unsigned short const unit = character.isUnknown() ? REFERENCE_MARK : character.unit;
-        if (!text.append(Utf16Form{unit})) {
-            return NONE;
-        }
-        src += character.bytes;
-    }
-    return text.terminate();
+    return convertSjis<SjisToUtf16>(dst, units, src);
 }
 
 unsigned long convertCharFromUtf16ToUtf8(char* dst, unsigned long size, unsigned short unit,
@@ -227,15 +401,21 @@ unsigned long convertStrFromUtf16ToUtf8(char* dst, unsigned long size, unsigned 
     }
     TextWriter<char> text(dst, size);
     bool swapped = false;
-    for (; *src != 0; ++src) {
+    while (*src != 0) {
         // Marks are told before anything is swapped: in swapped text theirs is 0xFFFE still.
         if (*src == BYTE_ORDER_MARK || *src == SWAPPED_MARK) {
             swapped = *src == SWAPPED_MARK;
+            ++src;
             continue;
         }
-        Utf8Form const form = utf8FormOf(swapped ? swapBytes(*src) : *src);
-        if (!text.append(form)) {
+        if (!text.append(utf8FormOf(swapped ? swapBytes(*src) : *src))) {
             return NONE;
+        }
+        ++src;
+        if (!swapped) {
+            char* out = text.next();
+            storeRuns(out, src, text.room() / 3);
+            text.advanceTo(out);
         }
     }
     return text.terminate();
@@ -257,23 +437,24 @@ unsigned long convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned long units
         return NONE;
     }
     TextWriter<unsigned short> text(dst, units);
-    while (*src != '\0') {
-        unsigned long const bytes = utf8::bytesFromLead(*src);
-        if (bytes == 0) {
+    // Deliberate: an overlong or incomplete character ends the text like its terminator; callers
+    // that convert piece by piece keep what stands before one that was cut.
+    unsigned long bytes = bytesOfFirst(src);
+    while (bytes != 0 && bytes != NONE) {
+        char const* const end = endOfPiece(src, text.room());
+        if (src == end) {
             return NONE;
         }
-        // Deliberate: an overlong or incomplete character ends the text like its terminator;
-        // callers that convert piece by piece keep what stands before one that was cut.
-        if (!utf8::isValid(src, bytes)) {
-            break;
-        }
-        unsigned short const unit = bytes == 4 ? REFERENCE_MARK : unitOf(src, bytes);
-        if (!text.append(Utf16Form{unit})) {
-            return NONE;
-        }
-        src += bytes;
+        unsigned short* out = text.next();
+        do {
+            *out++ = bytes == 4 ? REFERENCE_MARK : unitOf(src, bytes);
+            src += bytes;
+            storeRuns(out, src, end);
+            bytes = bytesOfFirst(src);
+        } while (src < end && bytes != 0 && bytes != NONE);
+        text.advanceTo(out);
     }
-    return text.terminate();
+    return bytes == 0 ? text.terminate() : NONE;
 }
 
 unsigned long convertCharSet(char* dst, unsigned long size, char const* src) {

@@ -4,6 +4,7 @@
 #ifndef UTL_TEXT_CODE_PAGE_932_H
 #define UTL_TEXT_CODE_PAGE_932_H
 
+#include <array>
 #include <cstdint>
 
 namespace utl {
@@ -13,13 +14,29 @@ constexpr unsigned LEADS = 50;
 constexpr unsigned TRAILS = 189;
 constexpr unsigned FIRST_TRAIL = 0x40;
 
-// The code points of the pairs by lead byte, the three ranges of isLead() one after another, and by
+// The code points of the pairs by lead byte, the rows one after another, and by
 // trail byte from FIRST_TRAIL on. 0 where there is no such pair.
 extern std::uint16_t const PAIRS[LEADS][TRAILS];
 
-// 0xF0 to 0xF9, which begin the pairs of the user-defined area elsewhere, are no lead bytes here.
+// By lead byte its row; NO_ROW for other bytes. 0xF0 to 0xF9, which begin the pairs of the
+// user-defined area elsewhere, are no lead bytes here.
+constexpr std::uint8_t NO_ROW = 0xFF;
+
+constexpr std::array<std::uint8_t, 256> makeRows() {
+    std::array<std::uint8_t, 256> rows = {};
+    std::uint8_t next = 0;
+    for (unsigned c = 0; c < 256; ++c) {
+        bool const isLead =
+            (c >= 0x81 && c <= 0x9F) || (c >= 0xE0 && c <= 0xEF) || (c >= 0xFA && c <= 0xFC);
+        rows[c] = isLead ? next++ : NO_ROW;
+    }
+    return rows;
+}
+
+constexpr std::array<std::uint8_t, 256> ROWS = makeRows();
+
 inline bool isLead(unsigned char c) {
-    return (c >= 0x81 && c <= 0x9F) || (c >= 0xE0 && c <= 0xEF) || (c >= 0xFA && c <= 0xFC);
+    return ROWS[c] != NO_ROW;
 }
 
 inline bool isKatakana(unsigned char c) {
@@ -32,11 +49,8 @@ inline std::uint16_t codePointOfKatakana(unsigned char katakana) {
 
 // 0 for a pair that the code page does not know, whatever its second byte is.
 inline std::uint16_t codePointOfPair(unsigned char lead, unsigned char trail) {
-    unsigned const row = lead < 0xE0   ? lead - 0x81u
-                         : lead < 0xFA ? lead - 0xE0u + 31  // behind those of 0x81 to 0x9F
-                                       : lead - 0xFAu + 47;
     unsigned const column = trail - FIRST_TRAIL;  // wraps below FIRST_TRAIL
-    return column < TRAILS ? PAIRS[row][column] : std::uint16_t{0};
+    return column < TRAILS ? PAIRS[ROWS[lead]][column] : std::uint16_t{0};
 }
 
 }  // namespace codepage932
