@@ -16,6 +16,10 @@ constexpr unsigned short BYTE_ORDER_MARK = 0xFEFF;
 constexpr unsigned short SWAPPED_MARK = 0xFFFE;
 constexpr unsigned short REFERENCE_MARK = 0x203B;
 
+bool isMark(unsigned short unit) {
+    return unit == BYTE_ORDER_MARK || unit == SWAPPED_MARK;
+}
+
 constexpr int SAME_ORDER = 1;
 constexpr int SWAPPED_ORDER = 2;
 
@@ -271,10 +275,11 @@ inline void storeRuns(unsigned short*& dst, char const*& src, char const* end) {
     for (; end - src >= utf8::WORD_BYTES; src += 6) {
         utf8::Word const beyond = utf8::beyondThreeBytes(utf8::loadWord(src));
         if (beyond != 0) {
-            if (utf8::firstThree(beyond) == 0) {
-                *dst++ = unitOf(src, 3);
-                src += 3;
-            }
+            // No branch: nobody foresees whether a run has an odd number of characters.
+            bool const isOneMore = utf8::firstThree(beyond) == 0;
+            *dst = unitOf(src, 3);
+            dst += isOneMore ? 1 : 0;
+            src += isOneMore ? 3 : 0;
             break;
         }
         *dst++ = unitOf(src, 3);
@@ -292,13 +297,19 @@ inline void storeRuns(unsigned short*& dst, char const*& src, char const* end) {
     }
 }
 
-// How many of the next eight units are ASCII, the terminator left out; looks no further.
-inline int asciiUnits(unsigned short const* src) {
-    int n = 0;
-    while (n < utf8::WORD_BYTES && src[n] - 1u < 0x7F) {
-        ++n;
-    }
-    return n;
+// Whether the terminator is not among the next eight units. Looks no further than to it.
+inline bool goOn(unsigned short const* src) {
+    return src[0] != 0 && src[1] != 0 && src[2] != 0 && src[3] != 0 && src[4] != 0 && src[5] != 0 &&
+           src[6] != 0 && src[7] != 0;
+}
+
+inline bool areAscii(unsigned short const* src) {
+    constexpr unsigned short BEYOND[] = {0xFF80, 0xFF80, 0xFF80, 0xFF80};
+    utf8::Word words[2];
+    utf8::Word beyond;
+    std::memcpy(words, src, sizeof words);
+    std::memcpy(&beyond, BEYOND, sizeof beyond);
+    return ((words[0] | words[1]) & beyond) == 0;
 }
 
 inline void storeAscii(char* dst, unsigned short const* src) {
@@ -311,35 +322,37 @@ inline void storeAscii(char* dst, unsigned short const* src) {
     std::memcpy(dst, narrow, sizeof narrow);
 }
 
+inline void storeAsciiRun(char*& dst, unsigned short const*& src, unsigned short const* end) {
+    unsigned short const* const begin = src;
+    while (src < end && *src - 1u < 0x7F) {
+        *dst++ = static_cast<char>(*src++);
+        if (src - begin != utf8::WORD_BYTES) {
+            continue;  // often that is one short word only
+        }
+        while (end - src >= utf8::WORD_BYTES && goOn(src) && areAscii(src)) {
+            storeAscii(dst, src);
+            dst += utf8::WORD_BYTES;
+            src += utf8::WORD_BYTES;
+        }
+    }
+}
+
 // Stores what `src` begins with but byte order marks and the terminator, at most `count` units, and
 // moves both pointers on.
 inline void storeRuns(char*& dst, unsigned short const*& src, unsigned long count) {
     unsigned short const* const end = src + count;
-    while (src < end) {
-        unsigned short const unit = *src;
-        if (unit >= 0x800) {
-            if (unit == BYTE_ORDER_MARK || unit == SWAPPED_MARK) {
-                return;
-            }
-            storeThreeBytes(dst, unit);
-            ++src;
-        } else if (unit - 1u < 0x7F) {
-            while (end - src >= utf8::WORD_BYTES && asciiUnits(src) == utf8::WORD_BYTES) {
-                storeAscii(dst, src);
-                dst += utf8::WORD_BYTES;
-                src += utf8::WORD_BYTES;
-            }
-            while (src < end && *src - 1u < 0x7F) {
-                *dst++ = static_cast<char>(*src++);
-            }
-        } else if (unit != 0) {
-            Utf8Form const form = utf8FormOf(unit);
-            form.storeAt(dst);
-            dst += form.length;
-            ++src;
-        } else {
+    for (;;) {
+        // Nearly all of a Japanese text.
+        while (src < end && *src - 0x800u < BYTE_ORDER_MARK - 0x800u) {
+            storeThreeBytes(dst, *src++);
+        }
+        storeAsciiRun(dst, src, end);
+        if (src == end || *src == 0 || isMark(*src)) {
             return;
         }
+        Utf8Form const form = utf8FormOf(*src++);
+        form.storeAt(dst);
+        dst += form.length;
     }
 }
 
@@ -388,7 +401,7 @@ unsigned long convertStrFromSjisToUtf16(unsigned short* dst, unsigned long units
 
 unsigned long convertCharFromUtf16ToUtf8(char* dst, unsigned long size, unsigned short unit,
                                          int* byteOrder) {
-    if (unit == BYTE_ORDER_MARK || unit == SWAPPED_MARK) {
+    if (isMark(unit)) {
         report(byteOrder, unit == BYTE_ORDER_MARK ? SAME_ORDER : SWAPPED_ORDER);
         return 0;
     }
@@ -403,7 +416,7 @@ unsigned long convertStrFromUtf16ToUtf8(char* dst, unsigned long size, unsigned 
     bool swapped = false;
     while (*src != 0) {
         // Marks are told before anything is swapped: in swapped text theirs is 0xFFFE still.
-        if (*src == BYTE_ORDER_MARK || *src == SWAPPED_MARK) {
+        if (isMark(*src)) {
             swapped = *src == SWAPPED_MARK;
             ++src;
             continue;
