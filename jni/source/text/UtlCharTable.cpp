@@ -3,9 +3,9 @@
 #include <array>
 #include <cstdint>
 
-#include "UtlRawMemory.h"
 #include "UtlString.h"
 
+#include "text/UtlAppender.h"
 #include "text/UtlUtf8.h"
 
 namespace utl {
@@ -35,78 +35,68 @@ bool beginsWith(char const* text, char const* start) {
 }
 
 // hasPair() for many texts and one table. To look through 184 rows for every character can cost
-// four times as much as all the rest of a conversion. So the rows are chained by the low byte of
+// fifty times as much as all the rest of a conversion. So the rows are chained by the low byte of
 // the code point that their text begins with, which pays from about eight characters on.
 class RowIndex {
 public:
     RowIndex(PairAttrib const* table, int reverse);
 
-    // What hasPair() returns for `text`.
-    unsigned long find(char const* text) const;
+    // What hasPair() returns for `text`, which begins with a character of this code point.
+    unsigned long find(char const* text, std::uint32_t codePoint) const;
+
+    // The same among the rows that are in no chain, for any text.
+    unsigned long findUnchained(char const* text) const;
 
 private:
     static constexpr std::uint8_t END = 0xFF;
-    using Rows = std::array<std::uint8_t, 256>;
-
-    static unsigned long slotOf(char const* text);
 
     PairAttrib const* const mTable;
     int const mReverse;
-    unsigned long mChained = 0;  // rows in the chains; those behind them are looked through
-    Rows mFirst;                 // by slot
-    Rows mNext;                  // by row
+    unsigned long mChained = 0;  // rows in the chains; those behind them are not
+    bool mIsAllChained = false;
+    std::array<bool, 256> mPages = {};     // whether code points with this second byte begin a row
+    std::array<std::uint8_t, 256> mFirst;  // by slot
+    std::array<std::uint8_t, END> mNext;   // by row
+    std::array<std::uint32_t, END> mStarts;  // by row, the code point that its text begins with
 };
 
 // Stops at the row that the chains have no number for, or whose text begins with no character: a
 // piece of one may begin texts of any slot.
 RowIndex::RowIndex(PairAttrib const* table, int reverse) : mTable(table), mReverse(reverse) {
-    Rows last;
+    std::array<std::uint8_t, 256> last;
     mFirst.fill(END);
-    mNext.fill(END);
-    last.fill(END);
     while (table != nullptr && table[mChained].first.narrow != nullptr && mChained < END) {
-        unsigned long const slot = slotOf(sourceText(table[mChained], reverse));
-        if (slot == NONE) {
+        char const* const text = sourceText(table[mChained], reverse);
+        unsigned long const bytes = utf8::charBytes(text);
+        if (bytes == 0 || bytes == NONE) {
             break;
         }
         std::uint8_t const row = static_cast<std::uint8_t>(mChained);  // below END
-        std::uint8_t& link = last[slot] == END ? mFirst[slot] : mNext[last[slot]];
+        mStarts[row] = utf8::codePoint(text, bytes);
+        mPages[mStarts[row] >> 8 & 0xFF] = true;
+        mNext[row] = END;
+        std::uint32_t const slot = mStarts[row] & 0xFF;
+        std::uint8_t& link = mFirst[slot] == END ? mFirst[slot] : mNext[last[slot]];
         link = last[slot] = row;
         ++mChained;
     }
+    mIsAllChained = table == nullptr || table[mChained].first.narrow == nullptr;
 }
 
-unsigned long RowIndex::find(char const* text) const {
-    unsigned long const slot = slotOf(text);
-    if (slot != NONE) {
-        for (std::uint8_t row = mFirst[slot]; row != END; row = mNext[row]) {
-            if (beginsWith(text, sourceText(mTable[row], mReverse))) {
-                return row;
-            }
+unsigned long RowIndex::find(char const* text, std::uint32_t codePoint) const {
+    bool const isPossible = mPages[codePoint >> 8 & 0xFF];
+    for (std::uint8_t row = isPossible ? mFirst[codePoint & 0xFF] : END; row != END;
+         row = mNext[row]) {
+        if (mStarts[row] == codePoint && beginsWith(text, sourceText(mTable[row], mReverse))) {
+            return row;
         }
     }
+    return mIsAllChained ? NONE : findUnchained(text);
+}
+
+unsigned long RowIndex::findUnchained(char const* text) const {
     unsigned long const behind = hasPair(text, mTable + mChained, mReverse);
     return behind == NONE ? NONE : mChained + behind;
-}
-
-// The low byte of the first code point; NONE for a text that does not begin with a character.
-unsigned long RowIndex::slotOf(char const* text) {
-    unsigned long const bytes = utf8::charBytes(text);
-    return bytes != 0 && bytes != NONE ? utf8::codePoint(text, bytes) & 0xFF : NONE;
-}
-
-using Character = char[5];  // of up to four bytes, with a terminator
-
-// Stores the character that `text` begins with and returns its bytes; 0 where there is none. On
-// its own, as a copy out of the text would cut it off too if what follows it is malformed.
-unsigned long takeCharacter(char const* text, Character& character) {
-    unsigned long const bytes = utf8::charBytes(text);
-    if (bytes == NONE) {
-        return 0;
-    }
-    copyMemory(character, text, bytes);
-    character[bytes] = '\0';
-    return bytes;
 }
 
 }  // namespace
@@ -134,30 +124,29 @@ unsigned long convertAttrib(char* dst, unsigned long size, char const* src, Pair
     }
 
     RowIndex const rows(table, reverse);
-    Character character;
-    unsigned long used = 0;  // without the terminator
-    char const* rest = source;
-    for (;;) {
-        unsigned long const row = rows.find(rest);
-        bool const found = row != NONE;
-        unsigned long const taken =
-            found ? t_strlen(sourceText(table[row], reverse)) : takeCharacter(rest, character);
-        if (taken == 0) {
-            break;
+    Appender converted(dst, size, trunc);
+    char const* kept = source;  // characters as far as `rest` are still to be stored
+    for (char const* rest = source;;) {
+        unsigned long const bytes = utf8::charBytes(rest);
+        bool const isCharacter = bytes != 0 && bytes != NONE;
+        unsigned long const row =
+            isCharacter ? rows.find(rest, utf8::codePoint(rest, bytes)) : rows.findUnchained(rest);
+        if (row == NONE && isCharacter) {
+            rest += bytes;
+            continue;
         }
-        // Deliberate: what trunc leaves out for lack of room does not end the walk; something
-        // shorter behind it may still be stored, and the results of callers with short buffers show
-        // that.
-        char const* const piece = found ? targetText(table[row], reverse) : character;
-        unsigned long const result = copyGeneral(dst, size, used, piece, 0, ALL, trunc);
-        if (result == NONE) {
+        if (!converted.appendEach(kept, static_cast<unsigned long>(rest - kept))) {
             return NONE;
         }
-        used = result - 1;
-        rest += taken;
+        if (row == NONE) {
+            return converted.finish("");
+        }
+        char const* const target = targetText(table[row], reverse);
+        if (target == nullptr || !converted.append(target, t_strlen(target))) {
+            return NONE;
+        }
+        kept = rest += t_strlen(sourceText(table[row], reverse));
     }
-    // Nothing is written yet where the text is empty or begins with a malformed character.
-    return used == 0 ? copyStr(dst, size, "", ALL, WHOLE) : used + 1;
 }
 
 }  // namespace utl

@@ -8,6 +8,7 @@
 #include "UtlCharTable.h"
 #include "UtlRawMemory.h"
 
+#include "text/UtlAppender.h"
 #include "text/UtlCharacterSet.h"
 #include "text/UtlPattern.h"
 #include "text/UtlUtf8.h"
@@ -106,39 +107,6 @@ Character firstInLowerCase(char const* s) {
     }
     return c;
 }
-
-// Stores a text piece by piece, as copyGeneral() stores each. A piece ends where its text does or
-// where a character starts.
-class Appender {
-public:
-    Appender(char* dst, unsigned long size, int trunc) : mDst(dst), mSize(size), mTrunc(trunc) {}
-
-    // False when it fails.
-    bool append(char const* piece, unsigned long bytes) {
-        if (bytes == 0) {
-            return true;
-        }
-        if (mTrunc != TRUNCATE && mStored < mSize && bytes < mSize - mStored) {
-            moveMemory(mDst + mStored, piece, bytes);
-            mStored += bytes;
-            return true;
-        }
-        unsigned long const used = copyGeneral(mDst, mSize, mStored, piece, 0, bytes, mTrunc);
-        mStored = used - 1;
-        return used != NONE;
-    }
-
-    // Stores the last piece, all of `text`, and returns the bytes used then.
-    unsigned long finish(char const* text) {
-        return copyGeneral(mDst, mSize, mStored, text, 0, ALL, mTrunc);
-    }
-
-private:
-    char* const mDst;
-    unsigned long const mSize;
-    int const mTrunc;
-    unsigned long mStored = 0;  // without the terminator, which only finish() puts there
-};
 
 // The last match of the `bytes` bytes of `pattern` in [s, last), or `last`. By a hash that rolls
 // from the end to the front, so that a text full of near matches costs no more than any other.

@@ -41,12 +41,11 @@ inline bool isOverlong(unsigned char lead, unsigned char second) {
 
 // Whether the `bytes` that the first byte promises are there, in a form that is not overlong.
 inline bool isValid(char const* s, unsigned long bytes) {
-    for (unsigned long i = 1; i < bytes; ++i) {
-        if (!isContinuation(s[i])) {
-            return false;
-        }
+    if (bytes == 1) {
+        return true;
     }
-    return bytes == 1 ||
+    return isContinuation(s[1]) && (bytes < 3 || isContinuation(s[2])) &&
+           (bytes < 4 || isContinuation(s[3])) &&
            !isOverlong(static_cast<unsigned char>(s[0]), static_cast<unsigned char>(s[1]));
 }
 
@@ -61,12 +60,20 @@ inline unsigned long charBytes(char const* s) {
 
 // The number of a valid character of `bytes` bytes.
 inline std::uint32_t codePoint(char const* s, unsigned long bytes) {
-    std::uint32_t const lead = static_cast<unsigned char>(s[0]);
-    std::uint32_t value = bytes == 1 ? lead : lead & (0x7Fu >> bytes);
-    for (unsigned long i = 1; i < bytes; ++i) {
-        value = value << 6 | (static_cast<unsigned char>(s[i]) & 0x3Fu);
+    auto const byte = [s](int i) {
+        return static_cast<std::uint32_t>(static_cast<unsigned char>(s[i]));
+    };
+    auto const low = [byte](int i) { return byte(i) & 0x3Fu; };
+    switch (bytes) {
+        case 1:
+            return byte(0);
+        case 2:
+            return (byte(0) & 0x1Fu) << 6 | low(1);
+        case 3:
+            return (byte(0) & 0x0Fu) << 12 | low(1) << 6 | low(2);
+        default:
+            return (byte(0) & 0x07u) << 18 | low(1) << 12 | low(2) << 6 | low(3);
     }
-    return value;
 }
 
 // Eight bytes of a text at once, in the order of the machine: so constants are made of bytes too.
