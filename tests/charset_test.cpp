@@ -4,18 +4,21 @@
 #include <iconv.h>
 
 #include <cstddef>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "UtlString.h"
 
+#include "support/PlainCharSets.h"
+
 namespace utl {
 namespace {
 
 using namespace std::string_literals;
 using Bytes = std::vector<unsigned char>;
-using Units = std::vector<unsigned short>;
+using plain::Units;
 
 constexpr char FENCE = '#';
 
@@ -207,6 +210,51 @@ TEST(CharSetTest, NothingBecomesNothing) {
     EXPECT_EQ(NONE, convertStrFromDcharToUint8(&byte, 1, nullptr, 1, 1));
     EXPECT_EQ(NONE, convertBinFromUint8ToDchar(nullptr, 1, &byte, 0, 1));
     EXPECT_EQ(NONE, convertBinFromUint8ToDchar(&unit, 1, nullptr, 2, 1));
+}
+
+// Long enough for every stretch that is converted at once, with pieces that end in any place of it.
+TEST(RandomTextTest, IsConvertedCharacterByCharacter) {
+    std::vector<std::string> const sjis = {"a",        "7 words ", "\x82\xA0", "\x8A\xBF\x8E\x9A",
+                                           "\x81\x4C", "\xB1",     "\x85\x40", "\x81",
+                                           "\xF0",     "\xFC\x4C"};
+    std::vector<std::string> const utf8 = {
+        "a",      "7 words ", "\u3042",       "\u3042\u6F22\u5B57",
+        "\u00E9", "\u0800",   "\uFEFF\uFF21", "\U0001F600"};
+    std::vector<std::string> const malformed = {"\xE3\x81", "\xC0\x80", "\xE0\x9F\xBF", "\xF8",
+                                                "\x80"};
+    std::vector<Units> const utf16 = {
+        {'a'},   Units(11, 'b'), {0x3042},         {0x6F22, 0x5B57, 0xFF21},
+        {0xE9},  {0x7FF, 0x800}, {0xD83D, 0xDE00}, {0xFEFF},
+        {0xFFFE}};
+    std::mt19937 random(932);
+    auto const append = [&random](auto& text, auto const& pieces, unsigned long kinds) {
+        auto const& piece = pieces[random() % kinds];
+        for (unsigned long count = 1 + random() % 4; count > 0; --count) {
+            text.insert(text.end(), piece.begin(), piece.end());
+        }
+    };
+    for (unsigned round = 0; round < 3000; ++round) {
+        unsigned long const length = round % 30 != 0 ? random() % 100 : 4000 + random() % 200;
+        // Now and then only of the first kinds, which make long runs.
+        auto const kindsOf = [round](auto const& pieces) {
+            return round % 3 == 0 ? std::size_t{4} : pieces.size();
+        };
+        std::string fromSjis, fromUtf8;
+        Units fromUtf16;
+        while (fromSjis.size() < length) {
+            append(fromSjis, sjis, kindsOf(sjis));
+            append(fromUtf8, utf8, kindsOf(utf8));
+            append(fromUtf16, utf16, kindsOf(utf16));
+        }
+        if (round % 5 == 0) {
+            append(fromUtf8, malformed, malformed.size());
+            append(fromUtf8, utf8, utf8.size());
+        }
+        unsigned long const shift = random() % 8;
+        ASSERT_TRUE(plain::convertsSjis(fromSjis, shift)) << ::testing::PrintToString(fromSjis);
+        ASSERT_TRUE(plain::convertsUtf8(fromUtf8, shift)) << ::testing::PrintToString(fromUtf8);
+        ASSERT_TRUE(plain::convertsUtf16(fromUtf16, shift)) << ::testing::PrintToString(fromUtf16);
+    }
 }
 
 }  // namespace

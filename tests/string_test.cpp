@@ -196,6 +196,27 @@ TEST(LongTextTest, IsSearchedForManyCharacters) {
     EXPECT_EQ(text.size(), t_strcspn((text + "\u4E00").c_str(), set.c_str()));
 }
 
+// Long and monotonous enough for every byte of the pattern to be common.
+TEST(LongTextTest, IsSearchedForWhatItNearlyHasEverywhere) {
+    static char const* const PIECES[] = {"a", "b", "\u3042", "\u3044", "\x80"};
+    std::mt19937 random(4711);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        unsigned long const kinds = 2 + random() % 4;
+        for (unsigned long pieces = random() % 400; pieces > 0; --pieces) {
+            text += PIECES[random() % 8 == 0 ? random() % kinds : 0];
+        }
+        std::string const pattern =
+            text.substr(random() % (text.size() + 1), 1 + random() % 24) + PIECES[random() % 2];
+        unsigned long const offset = random() % (text.size() + 1);
+        unsigned long end = UNTOUCHED, plainEnd = UNTOUCHED;
+        ASSERT_EQ(plain::find(text, pattern, offset, &plainEnd),
+                  findStr(text.c_str(), pattern.c_str(), offset, &end))
+            << text << " " << pattern << " " << offset;
+        ASSERT_EQ(plainEnd, end);
+    }
+}
+
 TEST(CompareStrNoCaseTest, FoldsLettersOfBothWidths) {
     EXPECT_EQ(0, compareStrNoCase("aBc\xEF\xBC\xA1", "AbC\xEF\xBD\x81", ALL));
     EXPECT_LT(compareStrNoCase("_", "A", ALL), 0);
