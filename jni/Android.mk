@@ -33,6 +33,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlBasicString.cpp \
     source/text/UtlCharTable.cpp \
     source/text/UtlCharTableData.cpp \
+    source/text/UtlPattern.cpp \
     source/text/UtlString.cpp \
     source/text/UtlStringSearch.cpp \
     source/text/UtlWorkingBuffer.cpp \

@@ -16,6 +16,7 @@ LAYERS = [
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},
     {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8", "UtlCharacterSet",
+     "UtlPattern", "UtlAppender",
      "UtlCharTable", "UtlCharTableData"},
     {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",
