@@ -1,144 +1,172 @@
-// The bit stream beside its plain form, which goes bit by bit. The first argument is the number of
-// bits; the second one is the distance of the first bit from a byte boundary.
+// Bit fields of 1 to 32 bits one after another, beside the plain form, which goes bit by bit, and
+// beside words: the field in one big-endian number of 64 bits, without any bounds.
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <random>
 #include <vector>
 
 #include "UtlBitStream.h"
 
-#include "Ratio.h"
-
 namespace {
 
-using namespace utl;
+using utl::BitStream;
 
-constexpr unsigned long SIZE = 8192;  // of the buffer, in bytes
+constexpr unsigned long FIELDS = 10000000;
+constexpr unsigned long SLACK = 8;  // a word may reach behind the last field
 
-struct Transfer {
-    explicit Transfer(benchmark::State const& state)
-        : bits(static_cast<unsigned long>(state.range(0))),
-          begin(static_cast<unsigned long>(state.range(1))) {}
-
-    // The first bit of the next access: one after the other through the buffer.
-    unsigned long next() {
-        at += (bits + 7) / 8 * 8;
-        at = at + bits <= 8 * SIZE ? at : begin;
-        return at;
+struct Fields {
+    Fields() : widths(FIELDS), values(FIELDS) {
+        std::mt19937 random(8);
+        unsigned long bits = 0;
+        for (unsigned long i = 0; i < FIELDS; ++i) {
+            widths[i] = static_cast<unsigned char>(1 + random() % 32);
+            values[i] = static_cast<std::uint32_t>(random() >> (32 - widths[i]));
+            bits += widths[i];
+        }
+        bytes.resize((bits + 7) / 8 + SLACK);
     }
 
-    unsigned long const bits;
-    unsigned long const begin;
-    unsigned long at = begin;
-    std::vector<unsigned char> buffer = std::vector<unsigned char>(SIZE, 0xA5);
-    std::vector<unsigned char> data = std::vector<unsigned char>(SIZE, 0x3C);
-    BitStream stream{buffer.data(), SIZE};
+    std::vector<unsigned char> widths;
+    std::vector<std::uint32_t> values;
+    std::vector<unsigned char> bytes;
 };
 
-// The plain forms, with the bounds that the library checks.
-
-bool getBit(unsigned char const* bytes, unsigned long at) {
-    return (bytes[at / 8] & 0x80 >> at % 8) != 0;
+Fields& fields() {
+    static Fields all;
+    return all;
 }
 
-void putBit(unsigned char* bytes, unsigned long at, bool bit) {
-    int const mask = 0x80 >> at % 8;
-    bytes[at / 8] = static_cast<unsigned char>((bytes[at / 8] & ~mask) | (bit ? mask : 0));
-}
+// The writers fill the buffer with the values; the readers return what these come to.
 
-[[gnu::noinline]] std::uint64_t readPlain(Transfer const& run, unsigned long at) {
-    std::uint64_t value = 0;
-    for (unsigned long i = at; i < at + run.bits && i < 8 * SIZE; ++i) {
-        value = value * 2 + (getBit(run.buffer.data(), i) ? 1 : 0);
+std::uint64_t writeByStream(Fields& all) {
+    BitStream stream(all.bytes.data(), all.bytes.size());
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        stream.writeBitToUint32(all.values[i], all.widths[i], BitStream::CURRENT);
     }
-    return value;
+    return stream.getBitStreamBitSize();
 }
 
-[[gnu::noinline]] int writePlain(Transfer& run, unsigned long at, std::uint64_t value) {
-    for (unsigned long i = run.bits; i > 0 && at < 8 * SIZE; --i) {
-        putBit(run.buffer.data(), at++, (value >> (i - 1) & 1) != 0);
+std::uint64_t readByStream(Fields& all) {
+    BitStream stream(all.bytes.data(), all.bytes.size());
+    std::uint64_t sum = 0;
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        sum = sum * 3 + stream.readBitToUint32(all.widths[i], BitStream::CURRENT);
     }
-    return 0;
+    return sum;
 }
 
-[[gnu::noinline]] int copyPlain(unsigned char* dst, unsigned long to, unsigned char const* src,
-                                unsigned long from, unsigned long bits) {
-    for (unsigned long i = bits; i > 0; --i) {  // from the end, so that they may overlap
-        putBit(dst, to + i - 1, getBit(src, from + i - 1));
+std::uint64_t writeBitByBit(Fields& all) {
+    unsigned long at = 0;
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        for (unsigned bit = all.widths[i]; bit > 0; --bit, ++at) {
+            int const mask = 0x80 >> at % 8;
+            bool const isSet = (all.values[i] >> (bit - 1) & 1) != 0;
+            all.bytes[at / 8] =
+                static_cast<unsigned char>((all.bytes[at / 8] & ~mask) | (isSet ? mask : 0));
+        }
     }
-    return 0;
+    return at;
 }
 
-void readField(benchmark::State& state) {
-    Transfer run(state);
-    bench::compare(
-        state, [&] { return run.stream.readBitToUint64(run.bits, static_cast<int>(run.next())); },
-        [&] { return readPlain(run, run.next()); });
+std::uint64_t readBitByBit(Fields& all) {
+    unsigned long at = 0;
+    std::uint64_t sum = 0;
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        std::uint32_t value = 0;
+        for (unsigned bit = all.widths[i]; bit > 0; --bit, ++at) {
+            value = value << 1 | (all.bytes[at / 8] >> (7 - at % 8) & 1u);
+        }
+        sum = sum * 3 + value;
+    }
+    return sum;
 }
 
-void writeField(benchmark::State& state) {
-    Transfer run(state);
-    bench::compare(
-        state,
-        [&] {
-            run.stream.writeBitToUint64(run.at, run.bits, static_cast<int>(run.next()));
-            return 0;
-        },
-        [&] { return writePlain(run, run.next(), run.at); });
+std::uint64_t loadWord(unsigned char const* bytes) {
+    std::uint64_t word;
+    __builtin_memcpy(&word, bytes, sizeof word);
+    return __builtin_bswap64(word);
 }
 
-void readBitData(benchmark::State& state) {
-    Transfer run(state);
-    bench::compare(
-        state,
-        [&] {
-            run.stream.readBitData(run.data.data(), run.bits, static_cast<int>(run.next()));
-            return 0;
-        },
-        [&] { return copyPlain(run.data.data(), 0, run.buffer.data(), run.next(), run.bits); });
+void storeWord(unsigned char* bytes, std::uint64_t word) {
+    word = __builtin_bswap64(word);
+    __builtin_memcpy(bytes, &word, sizeof word);
 }
 
-void writeBitData(benchmark::State& state) {
-    Transfer run(state);
-    bench::compare(
-        state,
-        [&] {
-            run.stream.writeBitData(run.data.data(), run.bits, static_cast<int>(run.next()));
-            return 0;
-        },
-        [&] { return copyPlain(run.buffer.data(), run.next(), run.data.data(), 0, run.bits); });
+std::uint64_t writeByWords(Fields& all) {
+    unsigned long at = 0;
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        unsigned const width = all.widths[i];
+        unsigned const below = 64 - static_cast<unsigned>(at % 8) - width;
+        std::uint64_t const mask = ((std::uint64_t{1} << width) - 1) << below;
+        unsigned char* const bytes = &all.bytes[at / 8];
+        storeWord(bytes, (loadWord(bytes) & ~mask) | std::uint64_t{all.values[i]} << below);
+        at += width;
+    }
+    return at;
 }
 
-// A byte on and more in its own buffer, so that it begins with the last bits.
-void copyToItself(benchmark::State& state) {
-    Transfer run(state);
-    unsigned long const to = 8 + run.begin;
-    bench::compare(
-        state,
-        [&] {
-            run.stream.setBitStream(run.buffer.data(), SIZE);
-            run.stream.seekBitOffset(run.bits, BitStream::FROM_START);
-            run.stream.copy(run.stream, static_cast<int>(to));
-            return 0;
-        },
-        [&] { return copyPlain(run.buffer.data(), to, run.buffer.data(), 0, run.bits); });
+std::uint64_t readByWords(Fields& all) {
+    unsigned long at = 0;
+    std::uint64_t sum = 0;
+    for (unsigned long i = 0; i < FIELDS; ++i) {
+        sum = sum * 3 + (loadWord(&all.bytes[at / 8]) << at % 8 >> (64 - all.widths[i]));
+        at += all.widths[i];
+    }
+    return sum;
 }
 
-void fields(benchmark::internal::Benchmark* fields) {
-    fields->ArgsProduct({{1, 8, 13, 32, 64}, {0, 3}});
+void run(benchmark::State& state, std::uint64_t (*work)(Fields&)) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(work(fields()));
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(FIELDS));
 }
 
-void bulk(benchmark::internal::Benchmark* bulk) {
-    bulk->ArgsProduct({{8 * 16, 8 * 256 + 5, 8 * 4096}, {0, 3}});
-}
+struct Contender {
+    char const* name;
+    std::uint64_t (*write)(Fields&);
+    std::uint64_t (*read)(Fields&);
+};
 
-BENCHMARK(readField)->Apply(fields);
-BENCHMARK(writeField)->Apply(fields);
-BENCHMARK(readBitData)->Apply(bulk);
-BENCHMARK(writeBitData)->Apply(bulk);
-BENCHMARK(copyToItself)->Apply(bulk);
+constexpr Contender CONTENDERS[] = {
+    {"utl", writeByStream, readByStream},
+    {"bit by bit", writeBitByBit, readBitByBit},
+    {"words", writeByWords, readByWords},
+};
+
+// Each reads what each has written.
+bool agree() {
+    std::uint64_t const bits = writeBitByBit(fields());
+    std::uint64_t const sum = readBitByBit(fields());
+    for (Contender const& contender : CONTENDERS) {
+        fields().bytes.assign(fields().bytes.size(), 0xFF);
+        if (contender.write(fields()) != bits || readBitByBit(fields()) != sum ||
+            contender.read(fields()) != sum) {
+            return false;
+        }
+    }
+    return true;
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    if (!agree()) {
+        return EXIT_FAILURE;
+    }
+    for (Contender const& contender : CONTENDERS) {
+        auto const add = [&](char const* row, std::uint64_t (*work)(Fields&)) {
+            std::string const name = std::string("bit stream/") + row + "/" + contender.name;
+            benchmark::RegisterBenchmark(name.c_str(), run, work)->Unit(benchmark::kMillisecond);
+        };
+        add("read, 1 to 32 bits", contender.read);
+        add("write, 1 to 32 bits", contender.write);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return EXIT_SUCCESS;
+}
