@@ -40,6 +40,8 @@ public:
     // holder's class; nobody destroys anything then.
     bool lower(char const* holderClass);
 
+    bool isShared() const;
+
 private:
     std::atomic<std::int32_t> lRefCount{0};
 };
@@ -71,6 +73,9 @@ public:
 
     // The value shared, or the empty one.
     Value get() const { return mValue; }
+
+    // Whether others share it.
+    bool isShared() const { return mCounter != nullptr && mCounter->isShared(); }
 
     // Takes sole ownership of `value` after releasing what was held; the empty value empties the
     // holder, and the one held already changes nothing. False without memory: `value` is destroyed,

@@ -31,6 +31,8 @@
 
 namespace utl {
 
+class LineBuffer;
+
 // A path, and at most one descriptor opened on it. While it is open the file is locked against
 // other processes and other File objects: readers share it, a writer has it alone. Nobody waits for
 // a lock. A copy shares the descriptor, its position and its lock; the last one to let go syncs and
@@ -92,8 +94,8 @@ public:
 
     // Touches no file. `textType` is kept as it is.
     File(char const* path, int textType);
-    File(File const&) = default;
-    File& operator=(File const&) = default;
+    File(File const& other);
+    File& operator=(File const& other);
 
     // Closes the file without changing its mode. If it was ever opened to write, blocks until its
     // entry in its directory is durable.
@@ -307,6 +309,15 @@ private:
     // read() at another position, which stays; 0 at the end. The file is open.
     long readAt(long long position, void* buffer, unsigned long length) const;
 
+    template <typename Store>
+    long takeNextLine(bool asks, unsigned long* textSize, Store store);
+
+    // Reads ahead from now on; nullptr where that may not be.
+    LineBuffer* startLines();
+
+    // Gives the position to the system, and what was read ahead up.
+    void settleLines() const;
+
     int hold(int descriptor, int mode);
     bool letGo();
     long checkRead(long got) const;
@@ -318,6 +329,8 @@ private:
     int mTextType;
     int mOpenedForWrite;
     bool mOwesDirectorySync = false;
+    unsigned mForks = 0;           // of the process, before the file was opened
+    LineBuffer* mLines = nullptr;  // owned; other copies have their own
 
     // What writeText() was given last, and how much of it is known to be there.
     char const* mWrittenText = nullptr;

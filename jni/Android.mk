@@ -48,6 +48,7 @@ LOCAL_SRC_FILES := \
     source/bitstream/UtlBitStream.cpp \
     source/time/UtlTimepiece.cpp \
     source/time/UtlTimeCounter.cpp \
+    source/files/UtlCharacters.cpp \
     source/files/UtlEntry.cpp \
     source/files/UtlFile.cpp \
     source/files/UtlFileChildren.cpp \
@@ -59,6 +60,7 @@ LOCAL_SRC_FILES := \
     source/files/UtlFileSeekKey.cpp \
     source/files/UtlFileText.cpp \
     source/files/UtlFileTree.cpp \
+    source/files/UtlLineBuffer.cpp \
     source/files/UtlNormalPath.cpp \
     source/files/UtlOpenedDirectory.cpp \
     source/files/UtlReadAhead.cpp \

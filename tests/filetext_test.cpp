@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <fstream>
 #include <ostream>
 #include <random>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -27,6 +30,7 @@ constexpr int HIGH_FIRST = File::UTF16_HIGH_FIRST;
 constexpr int LOW_FIRST = File::UTF16_LOW_FIRST;
 
 unsigned long bytesRead = 0;
+unsigned long reads = 0;
 
 }  // namespace
 
@@ -34,6 +38,7 @@ unsigned long bytesRead = 0;
 extern "C" ssize_t pread64(int descriptor, void* buffer, size_t size, off64_t position) {
     ssize_t const got = pread(descriptor, buffer, size, static_cast<off_t>(position));
     bytesRead += got > 0 ? static_cast<unsigned long>(got) : 0;
+    ++reads;
     return got;
 }
 
@@ -154,6 +159,39 @@ TEST_P(RandomTextTest, LinesAreThoseOfThePlainWalk) {
     }
 }
 
+// Over the borders of what is read ahead, at all alignments.
+TEST_P(RandomTextTest, LinesInARowAreThoseOfThePlainWalk) {
+    std::mt19937 random(40u + static_cast<unsigned>(GetParam()));
+    std::string bytes;
+    while (bytes.size() < 300000) {
+        bytes += randomBytes(random, random() % 2000);
+        bytes += random() % 4 == 0 ? "\u3042\u3044ab\r\n" : "";
+        bytes += random() % 4 == 0 ? "a\0b\0\n\0"s : "";
+    }
+    plain::Memory plainText(bytes);
+    TextFile text(bytes, GetParam());
+    reads = 0;
+    for (std::string line; line.empty();) {
+        auto const begin = static_cast<unsigned long>(plainText.position());
+        unsigned long const size = plain::nextLine(plainText, GetParam()).size;
+        Outcome const outcome = read(text.file);
+        if (3 * size >= LINE_ROOM) {  // there may be no room
+            text.file.seek(plainText.position(), File::FROM_START);
+            continue;
+        }
+        if (plainText.position() == static_cast<long long>(begin)) {
+            ASSERT_EQ(File::END_OF_FILE, std::get<0>(outcome));
+            break;
+        }
+        ASSERT_EQ(static_cast<long>(size), std::get<0>(outcome)) << begin;
+        ASSERT_EQ(plainText.position(), std::get<3>(outcome));
+        if (GetParam() == UTF8) {
+            ASSERT_EQ(plain::textOf(bytes.substr(begin, size)), std::get<1>(outcome)) << begin;
+        }
+    }
+    EXPECT_GT(60u, reads);
+}
+
 INSTANTIATE_TEST_SUITE_P(Encodings, RandomTextTest,
                          ::testing::Values(SJIS, UTF8, HIGH_FIRST, LOW_FIRST));
 
@@ -184,6 +222,84 @@ TEST(ReadLineBoundsTest, ALineTooLongIsNotReadToItsEnd) {
     EXPECT_EQ(-1, text.file.readLine(nullptr, 0, nullptr));
     EXPECT_GT(20000u, bytesRead);
     EXPECT_LT(5119u, bytesRead);
+}
+
+// What is read ahead is seen by nobody.
+class LinesAheadTest : public ::testing::Test {
+protected:
+    static std::string line(File& file) { return std::get<1>(read(file)); }
+
+    TextFile text{"one\ntwo\nthree\nfour\nfive\nsix\n", UTF8, File::READ_WRITE};
+    File& file = text.file;
+};
+
+TEST_F(LinesAheadTest, CopiesAndForkedChildrenShareThePosition) {
+    EXPECT_EQ("one", line(file));
+    {
+        File copy(file);
+        EXPECT_EQ(4, copy.position());
+        EXPECT_EQ("two", line(copy));
+        EXPECT_EQ("three", line(file));
+        File assigned("", UTF8);
+        assigned = copy;
+        EXPECT_EQ("four", line(assigned));
+    }
+    EXPECT_EQ("five", line(file));
+    EXPECT_TRUE(test::inChild([&] {
+        EXPECT_EQ(24, file.position());
+        EXPECT_EQ("six", line(file));
+    }));
+    EXPECT_EQ("", line(file));
+    EXPECT_EQ(0, file.availableSize());
+}
+
+TEST_F(LinesAheadTest, OtherCallsWorkAtThePosition) {
+    char bytes[4] = "";
+    EXPECT_EQ("one", line(file));
+    EXPECT_EQ(3, file.read(bytes, 3));
+    EXPECT_STREQ("two", bytes);
+    EXPECT_EQ("", line(file));
+    EXPECT_EQ(3, file.write("THR", 3));
+    EXPECT_EQ("ee", line(file));
+    EXPECT_EQ("five", (file.seek(5, File::FROM_CURRENT), line(file)));
+    EXPECT_EQ(1, file.resize());
+    EXPECT_EQ(-3, std::get<0>(read(file)));
+    EXPECT_EQ("one\ntwo\nTHRee\nfour\nfive\n", text.scratch.content("text"));
+}
+
+TEST_F(LinesAheadTest, AFileThatGrowsGoesOn) {
+    while (file.readLine(nullptr, 0, nullptr) != File::END_OF_FILE) {
+        line(file);
+    }
+    std::ofstream(text.scratch("text"), std::ios::app) << "seven";
+    EXPECT_EQ("seven", line(file));
+    std::ofstream(text.scratch("text"), std::ios::app) << " and\n\n";
+    EXPECT_EQ(" and", line(file));
+    EXPECT_EQ(1u, std::get<2>(read(file)));
+    EXPECT_EQ(-3, std::get<0>(read(file)));
+}
+
+TEST_F(LinesAheadTest, NoLineIsLostOrReadTwiceWhenAnotherThreadForks) {
+    std::string lines;
+    for (int i = 0; i < 100000; ++i) {
+        lines += std::to_string(i) + "\n";
+    }
+    TextFile many(lines, UTF8);
+    std::atomic<bool> isDone{false};
+    std::thread reader([&] {
+        for (int i = 0; i < 100000; ++i) {
+            std::string const got = line(many.file);
+            EXPECT_EQ(std::to_string(i), got);
+            if (got.empty()) {
+                break;
+            }
+        }
+        isDone = true;
+    });
+    while (!isDone) {
+        EXPECT_TRUE(test::inChild([] {}));
+    }
+    reader.join();
 }
 
 TEST(ReadTextRoomTest, WithoutItTheTextStays) {

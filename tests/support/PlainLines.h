@@ -55,6 +55,19 @@ std::string nextCharacter(Source& file, int textType) {
     return std::string(bytes, size);
 }
 
+// The text of a line of UTF-8: its characters, up to a terminator, without a mark in front.
+inline std::string textOf(std::string const& line) {
+    std::string text;
+    unsigned long at = line.compare(0, 3, "\uFEFF") == 0 ? 3 : 0;
+    while (at < line.size() && line[at] != '\0') {
+        unsigned long const bytes = utl::strCharBytesBase(line.c_str() + at);
+        bool const isCharacter = bytes != 0 && bytes != utl::NONE;
+        text += isCharacter ? line.substr(at, bytes) : "";
+        at += isCharacter ? bytes : 1;
+    }
+    return text;
+}
+
 struct Line {
     unsigned long size;
     unsigned long endSize;

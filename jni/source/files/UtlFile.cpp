@@ -2,6 +2,8 @@
 
 #include <errno.h>
 
+#include <new>
+
 #include "UtlLog.h"
 
 #include "files/UtlDescriptor.h"
@@ -9,6 +11,7 @@
 #include "files/UtlFileCall.h"
 #include "files/UtlFileLock.h"
 #include "files/UtlFileModes.h"
+#include "files/UtlLineBuffer.h"
 #include "files/UtlNormalPath.h"
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlErrno.h"
@@ -118,6 +121,30 @@ bool makeParent(char const* path) {
 File::File(char const* path, int textType)
     : mPath(withSlashes(path)), mTextType(textType), mOpenedForWrite(0) {}
 
+// What is read ahead belongs to one object, and while there are copies to none: they all see the
+// position that the system knows.
+File::File(File const& other)
+    : mPath(other.mPath),
+      mTextType(other.mTextType),
+      mOpenedForWrite(other.mOpenedForWrite),
+      mOwesDirectorySync(other.mOwesDirectorySync),
+      mForks(other.mForks) {
+    other.settleLines();
+    mHandle.copy(other.mHandle);
+}
+
+File& File::operator=(File const& other) {
+    settleLines();
+    other.settleLines();
+    mPath = other.mPath;
+    mHandle = other.mHandle;
+    mTextType = other.mTextType;
+    mOpenedForWrite = other.mOpenedForWrite;
+    mOwesDirectorySync = other.mOwesDirectorySync;
+    mForks = other.mForks;
+    return *this;
+}
+
 File::~File() {
     platform::ErrnoGuard const guard;
     char directory[PATH_SIZE];
@@ -154,6 +181,7 @@ int File::hold(int descriptor, int mode) {
         return 0;
     }
     mOwesDirectorySync = mOwesDirectorySync || mOpenedForWrite != 0;
+    mForks = LineBuffer::followForks();
     return 1;
 }
 
@@ -171,6 +199,8 @@ int File::close() {
 
 // False when what was written may not be on the disk.
 bool File::letGo() {
+    delete mLines;
+    mLines = nullptr;
     bool const isSynced = DestructCloseFile()(mHandle.takeLast());
     if (!isSynced) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "closeFile Failed. Path:%s", mPath.c_str());
@@ -180,6 +210,23 @@ bool File::letGo() {
 
 int File::flush() {
     return 1;
+}
+
+LineBuffer* File::startLines() {
+    settleLines();
+    if (!isOpened() || mHandle.isShared()) {
+        return nullptr;
+    }
+    if (mLines == nullptr) {
+        mLines = new (std::nothrow) LineBuffer;
+    }
+    return mLines != nullptr && mLines->start(mHandle.get(), mForks) ? mLines : nullptr;
+}
+
+void File::settleLines() const {
+    if (mLines != nullptr) {
+        mLines->settle();
+    }
 }
 
 // Deliberate: descriptor 0 is no file either; the library never owns standard input.
@@ -204,6 +251,7 @@ long File::read(void* buffer, unsigned long length) {
         return FAILED;
     }
 
+    settleLines();
     long long const end = sizeOf(mHandle.get());
     if (end == FAILED) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "in read func now size func error");
@@ -238,6 +286,7 @@ long File::write(void const* buffer, unsigned long length) {
     if (!isOpened()) {
         return FAILED;
     }
+    settleLines();
     long written = FAILED;
     if (buffer != nullptr && length != 0) {
         written = platform::writeFile(mHandle.get(), buffer, length);
@@ -256,10 +305,15 @@ long long File::seek(long long offset, int origin) {
     if (!isOpened() || origin < FROM_START || origin > FROM_CURRENT) {
         return FAILED;
     }
+    settleLines();
     return seekDescriptor(mHandle.get(), offset, ORIGINS[origin]);
 }
 
 long long File::position() const {
+    if (mLines != nullptr && mLines->isReady()) {
+        return mLines->position();
+    }
+    settleLines();
     return isOpened() ? seekDescriptor(mHandle.get(), 0, SEEK_CUR) : FAILED;
 }
 
@@ -285,6 +339,7 @@ long long File::availableSize() const {
 }
 
 int File::resize() {
+    settleLines();
     long long const end = position();
     if (end == FAILED) {
         return 0;

@@ -1,4 +1,7 @@
 #include "UtlFile.h"
+
+#include <cstring>
+
 #include "UtlLog.h"
 
 #include "files/UtlCharacters.h"
@@ -20,7 +23,7 @@ void write(LogLine const& line, File* file) {
         // Where it is converted, a character that was cut with the line would end it before its
         // line end.
         char text[MOST_BYTES + 1];
-        copyCharacters(text, sizeof text, line.text());
+        copyCharacters(text, line.text(), std::strlen(line.text()));
         file->writeText(text, MOST_BYTES, 0);
     }
     line.write();

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -12,6 +13,7 @@
 #include "UtlString.h"
 
 #include "files/UtlCharacters.h"
+#include "files/UtlLineBuffer.h"
 #include "files/UtlReadAhead.h"
 #include "foundation/UtlLogLine.h"
 #include "text/UtlCodePage932.h"
@@ -21,6 +23,7 @@ namespace utl {
 namespace {
 
 constexpr long FAILED = -1;
+constexpr long CANNOT = -2;  // no result of a File
 
 // The bytes that one call reads or writes are fewer than this.
 constexpr unsigned long BYTE_LIMIT = 5120;
@@ -51,9 +54,20 @@ public:
     explicit LineWalk(int textType) : mTextType(textType) {}
 
     // Takes the next bytes of the file, or those up to the end of the line. True when that is among
-    // them. In UTF-16 only the last ones of the file can be odd in number.
-    bool take(unsigned char const* bytes, unsigned long size) {
-        return isUtf16(mTextType) ? takeUnits(bytes, size) : takeBytes(bytes, size);
+    // them. In UTF-16 only the last ones of the file can be odd in number. Inline, so that a line
+    // that is found at once is not walked through memory.
+    [[gnu::always_inline]] bool take(unsigned char const* bytes, unsigned long size) {
+        unsigned long const end = isUtf16(mTextType)             ? endOfUnits(bytes, size)
+                                  : mTextType == File::SHIFT_JIS ? endOfPairs(bytes, size)
+                                                                 : endOfBytes(bytes, size, 0);
+        unsigned long const taken = end != NONE ? end : size;
+        // Deliberate: carriage returns end a line only together with the line feed behind them;
+        // text with a lone one inside a line depends on it.
+        unsigned long const pending = pendingBytes(bytes, taken);
+        mPending = pending == taken ? mPending + pending : pending;
+        mWalked += taken;
+        mFollowsLead = mTextType == File::SHIFT_JIS && isTrail(bytes, taken);
+        return end != NONE;
     }
 
     unsigned long long walked() const { return mWalked; }
@@ -61,44 +75,82 @@ public:
     unsigned long long endSize() const { return mPending; }
 
 private:
-    static constexpr unsigned NO_CHARACTER = 0xFFFF;
+    // The index behind the first line feed from `begin` on; NONE without one. In UTF-8 as well:
+    // what is not ASCII holds no CR or LF there.
+    static unsigned long endOfBytes(unsigned char const* bytes, unsigned long size,
+                                    unsigned long begin) {
+        void const* const feed = std::memchr(bytes + begin, '\n', size - begin);
+        return feed == nullptr
+                   ? NONE
+                   : static_cast<unsigned long>(static_cast<unsigned char const*>(feed) - bytes) +
+                         1;
+    }
 
-    bool takeUnits(unsigned char const* bytes, unsigned long size) {
+    // In Shift_JIS either can be the second byte of a pair.
+    unsigned long endOfPairs(unsigned char const* bytes, unsigned long size) const {
+        unsigned long end = endOfBytes(bytes, size, 0);
+        while (end != NONE && isTrail(bytes, end - 1)) {
+            end = endOfBytes(bytes, size, end);
+        }
+        return end;
+    }
+
+    // And in UTF-16 half of another unit.
+    unsigned long endOfUnits(unsigned char const* bytes, unsigned long size) const {
+        unsigned long const behind = mTextType == File::UTF16_LOW_FIRST ? 1 : 0;
+        for (unsigned long end = endOfBytes(bytes, size, 0); end != NONE;
+             end = endOfBytes(bytes, size, end)) {
+            unsigned long const unitEnd = end + behind;
+            if (unitEnd % 2 == 0 && unitEnd <= size && unitAt(bytes + unitEnd - 2) == '\n') {
+                return unitEnd;
+            }
+        }
+        return NONE;
+    }
+
+    unsigned unitAt(unsigned char const* bytes) const {
         bool const highFirst = mTextType == File::UTF16_HIGH_FIRST;
-        for (unsigned long i = 0; i + 1 < size; i += 2) {
-            unsigned const high = bytes[highFirst ? i : i + 1];
-            unsigned const low = bytes[highFirst ? i + 1 : i];
-            if (takeCharacter(high << 8 | low, 2)) {
-                return true;
-            }
+        return static_cast<unsigned>(bytes[highFirst ? 0 : 1]) << 8 | bytes[highFirst ? 1 : 0];
+    }
+
+    // Whether the byte at `index` is the second one of a pair. A byte that is no lead ends a
+    // character, so that those right before `index` which could be leads tell it.
+    bool isTrail(unsigned char const* bytes, unsigned long index) const {
+        unsigned long leads = 0;
+        while (leads < index && codepage932::isLead(bytes[index - 1 - leads])) {
+            ++leads;
         }
+        bool const isFirstTrail = leads == index && mFollowsLead;
+        return (leads + (isFirstTrail ? 1 : 0)) % 2 != 0;
+    }
+
+    // Those of the line end, or of the carriage returns, that the bytes end with.
+    unsigned long pendingBytes(unsigned char const* bytes, unsigned long size) const {
+        return isUtf16(mTextType) ? pendingInUnits(bytes, size) : pendingInBytes(bytes, size);
+    }
+
+    unsigned long pendingInUnits(unsigned char const* bytes, unsigned long size) const {
         if (size % 2 != 0) {
-            takeCharacter(NO_CHARACTER, 1);  // half a unit ends the file
+            return 0;  // half a unit ends the file
         }
-        return false;
+        unsigned long begin = size;
+        while (begin != 0 && isEnd(unitAt(bytes + begin - 2))) {
+            begin -= 2;
+        }
+        return size - begin;
     }
 
-    // Byte by byte in UTF-8 as well: what is not ASCII holds no CR or LF there. In Shift_JIS
-    // either can be the second byte of a pair.
-    bool takeBytes(unsigned char const* bytes, unsigned long size) {
-        for (unsigned long i = 0; i < size; ++i) {
-            bool const isTrail = mFollowsLead;
-            mFollowsLead =
-                mTextType == File::SHIFT_JIS && !isTrail && codepage932::isLead(bytes[i]);
-            if (takeCharacter(isTrail ? NO_CHARACTER : bytes[i], 1)) {
-                return true;
-            }
+    unsigned long pendingInBytes(unsigned char const* bytes, unsigned long size) const {
+        unsigned long begin = size;
+        while (begin != 0 && isEnd(bytes[begin - 1])) {
+            --begin;
         }
-        return false;
+        bool const isInPair =
+            mTextType == File::SHIFT_JIS && begin != size && isTrail(bytes, begin);
+        return size - begin - (isInPair ? 1 : 0);
     }
 
-    bool takeCharacter(unsigned character, unsigned long bytes) {
-        mWalked += bytes;
-        // Deliberate: carriage returns end a line only together with the line feed behind them;
-        // text with a lone one inside a line depends on it.
-        mPending = character == '\r' || character == '\n' ? mPending + bytes : 0;
-        return character == '\n';
-    }
+    static bool isEnd(unsigned character) { return character == '\r' || character == '\n'; }
 
     int const mTextType;
     bool mFollowsLead = false;
@@ -121,65 +173,93 @@ bool walkLine(ReadAhead* ahead, LineWalk* line, int textType, unsigned long long
     return !ahead->hasFailed();
 }
 
-// The text, in UTF-8, of bytes of a file.
-class Text {
-public:
-    // `size` is below BYTE_LIMIT. Half a unit at the end is left out.
-    Text(unsigned char const* bytes, unsigned long size, int textType)
-        : mSize(isUtf16(textType) ? takeUnits(bytes, size / 2, textType)
-                                  : takeBytes(bytes, size, textType)) {}
+// Some bytes of a file, fewer than BYTE_LIMIT. One behind them may be written to as well.
+struct Span {
+    unsigned char* bytes;
+    unsigned long size;
+    int textType;
 
-    // Stores it behind the first `offset` bytes of `dst` and returns its size with the terminator;
-    // a `size` of 0 only asks for that. NONE, with `dst` as it was, without room for all of it.
-    unsigned long store(char* dst, unsigned long size, unsigned long offset) const {
-        bool const fits = size == 0 || (offset < size && mSize <= size - offset);
-        if (fits && size != 0) {
-            copyMemory(dst + offset, mText, mSize);
-        }
-        return fits ? mSize : NONE;
+    // What their text can take at the most, with its terminator.
+    unsigned long mostText() const {
+        return textType == File::UTF8 ? size + 1
+               : isUtf16(textType)    ? size / 2 * 3 + 1
+                                      : 3 * size + 1;
     }
-
-    // The same with what room it takes. NONE too for a string shorter than `offset`, and without
-    // memory.
-    unsigned long store(BasicString<char>* dst, unsigned long offset) const {
-        if (mSize == NONE || dst->length() < offset) {
-            return NONE;
-        }
-        unsigned long const size = offset + mSize;
-        std::unique_ptr<char[]> const text(new (std::nothrow) char[size]);
-        if (text == nullptr) {
-            return NONE;
-        }
-        copyMemory(text.get(), dst->c_str(), offset);
-        copyMemory(text.get() + offset, mText, mSize);
-        bool const hasRoom = dst->capacity() >= size || dst->resizeMax(size) == 1;
-        return hasRoom && dst->copy(text.get(), ALL, WHOLE) == 1 ? mSize : NONE;
-    }
-
-private:
-    unsigned long takeUnits(unsigned char const* bytes, unsigned long count, int textType) {
-        unsigned short units[BYTE_LIMIT / 2];
-        convertBinFromUint8ToDchar(units, count, bytes, 2 * count,
-                                   textType == File::UTF16_HIGH_FIRST ? 1 : 0);
-        units[count] = 0;
-        return convertStrFromUtf16ToUtf8(mText, sizeof mText, units);
-    }
-
-    unsigned long takeBytes(unsigned char const* bytes, unsigned long size, int textType) {
-        char text[BYTE_LIMIT];
-        copyMemory(text, bytes, size);
-        text[size] = '\0';
-        if (textType == File::SHIFT_JIS) {
-            return convertStrFromSjisToUtf8(mText, sizeof mText, text);
-        }
-        bool isMark = false;
-        unsigned long const markSize = strCharBytesBase(text, &isMark);
-        return copyCharacters(mText, sizeof mText, isMark ? text + markSize : text);
-    }
-
-    unsigned long const mSize;  // with the terminator
-    char mText[LARGEST_TEXT];
 };
+
+unsigned long makeTextOfUnits(char* dst, Span const& span) {
+    unsigned short units[BYTE_LIMIT / 2];
+    unsigned long const count = span.size / 2;  // half a unit at the end is left out
+    convertBinFromUint8ToDchar(units, count, span.bytes, 2 * count,
+                               span.textType == File::UTF16_HIGH_FIRST ? 1 : 0);
+    units[count] = 0;
+    return convertStrFromUtf16ToUtf8(dst, span.mostText(), units);
+}
+
+unsigned long makeTextOfPairs(char* dst, Span const& span) {
+    unsigned char const behind = span.bytes[span.size];
+    span.bytes[span.size] = 0;
+    unsigned long const used =
+        convertStrFromSjisToUtf8(dst, span.mostText(), reinterpret_cast<char const*>(span.bytes));
+    span.bytes[span.size] = behind;
+    return used;
+}
+
+constexpr unsigned char MARK[] = {0xEF, 0xBB, 0xBF};
+
+unsigned long makeTextOfBytes(char* dst, Span const& span) {
+    bool const isMarked =
+        span.size >= sizeof MARK && std::memcmp(span.bytes, MARK, sizeof MARK) == 0;
+    unsigned long const markSize = isMarked ? sizeof MARK : 0;
+    return copyCharacters(dst, reinterpret_cast<char const*>(span.bytes) + markSize,
+                          span.size - markSize);
+}
+
+// Stores their text, in UTF-8, and returns its size with the terminator. `dst` has room for the
+// most that it can take.
+unsigned long makeText(char* dst, Span const& span) {
+    return span.textType == File::UTF8        ? makeTextOfBytes(dst, span)
+           : span.textType == File::SHIFT_JIS ? makeTextOfPairs(dst, span)
+                                              : makeTextOfUnits(dst, span);
+}
+
+[[gnu::noinline]] unsigned long storeIfItFits(Span const& span, char* dst, unsigned long size) {
+    char text[LARGEST_TEXT];
+    unsigned long const used = makeText(text, span);
+    if (used <= size) {
+        copyMemory(dst, text, used);
+    }
+    return used <= size || size == 0 ? used : NONE;
+}
+
+// Stores the text behind the first `offset` bytes of `dst` and returns its size with the
+// terminator; a `size` of 0 only asks for that. NONE, with `dst` as it was, without room for all
+// of it.
+unsigned long storeText(Span const& span, char* dst, unsigned long size, unsigned long offset) {
+    if (size != 0 && offset >= size) {
+        return NONE;
+    }
+    if (size != 0 && span.mostText() <= size - offset) {
+        return makeText(dst + offset, span);
+    }
+    return storeIfItFits(span, size != 0 ? dst + offset : nullptr, size != 0 ? size - offset : 0);
+}
+
+// The same with what room it takes. NONE too for a string shorter than `offset`, and without
+// memory.
+unsigned long storeText(Span const& span, BasicString<char>* dst, unsigned long offset) {
+    if (dst->length() < offset) {
+        return NONE;
+    }
+    std::unique_ptr<char[]> const text(new (std::nothrow) char[offset + span.mostText()]);
+    if (text == nullptr) {
+        return NONE;
+    }
+    copyMemory(text.get(), dst->c_str(), offset);
+    unsigned long const used = makeText(text.get() + offset, span);
+    bool const hasRoom = dst->capacity() >= offset + used || dst->resizeMax(offset + used) == 1;
+    return hasRoom && dst->copy(text.get(), ALL, WHOLE) == 1 ? used : NONE;
+}
 
 bool lacksDestination(char const* dst, unsigned long size) {
     return dst == nullptr && size != 0;
@@ -208,11 +288,76 @@ long takeText(File& file, int textType, unsigned long count, bool asks, unsigned
     if (!ahead.readBlock()) {
         return ahead.hasFailed() ? FAILED : File::END_OF_FILE;
     }
-    unsigned long const used = store(Text(ahead.block(), ahead.size(), textType));
+    unsigned long const used = store(Span{ahead.block(), ahead.size(), textType});
     return finish(file, static_cast<long>(ahead.size()), asks ? 0 : ahead.size(), used, textSize);
 }
 
-// readLine() in the same way.
+// The next line of what is read ahead: its size, or what readLine() returns in its place, and the
+// bytes with its end.
+struct NextLine {
+    long size;
+    unsigned long walked;
+};
+
+NextLine sizesOf(LineWalk const& line) {
+    if (line.walked() == 0) {
+        return {File::END_OF_FILE, 0};
+    }
+    bool const isTooLong = line.size() >= BYTE_LIMIT;
+    return {isTooLong ? FAILED : static_cast<long>(line.size()),
+            static_cast<unsigned long>(line.walked())};
+}
+
+// CANNOT for one that may be too long to find its end there, and where reading fails.
+NextLine nextLine(LineBuffer& lines, int textType) {
+    for (bool isLast = false;;) {
+        LineWalk line(textType);
+        if (line.take(lines.bytes(), lines.size()) || isLast) {
+            return sizesOf(line);
+        }
+        LineBuffer::Filling const filling =
+            lines.size() < BYTE_LIMIT ? lines.fill() : LineBuffer::FAILED;
+        if (filling == LineBuffer::FAILED) {
+            return {CANNOT, 0};
+        }
+        isLast = filling == LineBuffer::END;
+    }
+}
+
+// readLine() in the same way, out of what is read ahead, if that is possible.
+template <typename Store>
+long takeLineAhead(LineBuffer& lines, int textType, bool asks, unsigned long* textSize,
+                   Store store) {
+    NextLine const line = nextLine(lines, textType);
+    if (line.size < 0) {
+        return line.size;
+    }
+    unsigned long const used =
+        store(Span{lines.bytes(), static_cast<unsigned long>(line.size), textType});
+    if (used == NONE) {
+        return FAILED;
+    }
+    if (!asks) {
+        lines.advance(line.walked);
+    }
+    report(textSize, used);
+    return line.size;
+}
+
+// Whether the next line of UTF-8 fits in `room` bytes, ends with a line feed alone, and begins
+// neither with that nor like a byte order mark. Nearly all do: what the others need is not asked.
+bool hasUsualLine(LineBuffer& lines, unsigned long room, unsigned long* size) {
+    unsigned char const* const begin = lines.bytes();
+    auto const* const feed =
+        static_cast<unsigned char const*>(std::memchr(begin, '\n', lines.size()));
+    if (feed == nullptr || feed == begin) {
+        return false;
+    }
+    *size = static_cast<unsigned long>(feed - begin);
+    return *size < room && feed[-1] != '\r' && begin[0] != MARK[0];
+}
+
+// And from the position that the system knows.
 template <typename Store>
 long takeLine(File& file, int textType, bool asks, unsigned long* textSize, Store store) {
     long long const available = file.isOpened() ? file.availableSize() : -1;
@@ -232,7 +377,7 @@ long takeLine(File& file, int textType, bool asks, unsigned long* textSize, Stor
         return FAILED;
     }
     unsigned long const size = static_cast<unsigned long>(line.size());
-    unsigned long const used = store(Text(ahead.block(), size, textType));
+    unsigned long const used = store(Span{ahead.block(), size, textType});
     return finish(file, static_cast<long>(size), asks ? 0 : line.walked(), used, textSize);
 }
 
@@ -287,7 +432,7 @@ long File::readText(char* dst, unsigned long dstSize, unsigned long count, unsig
         return FAILED;
     }
     return takeText(*this, mTextType, count, dstSize == 0, textSize,
-                    [=](Text const& text) { return text.store(dst, dstSize, dstOffset); });
+                    [=](Span const& span) { return storeText(span, dst, dstSize, dstOffset); });
 }
 
 long File::readText(BasicString<char>* dst, unsigned long count, unsigned long dstOffset,
@@ -296,23 +441,40 @@ long File::readText(BasicString<char>* dst, unsigned long count, unsigned long d
         return FAILED;
     }
     return takeText(*this, mTextType, count, false, textSize,
-                    [=](Text const& text) { return text.store(dst, dstOffset); });
+                    [=](Span const& span) { return storeText(span, dst, dstOffset); });
+}
+
+template <typename Store>
+long File::takeNextLine(bool asks, unsigned long* textSize, Store store) {
+    LineBuffer* lines = nullptr;
+    if (isTextType(mTextType)) {
+        lines = mLines != nullptr && mLines->isReady() ? mLines : startLines();
+    }
+    long const result =
+        lines != nullptr ? takeLineAhead(*lines, mTextType, asks, textSize, store) : CANNOT;
+    return result != CANNOT ? result : takeLine(*this, mTextType, asks, textSize, store);
 }
 
 long File::readLine(char* dst, unsigned long dstSize, unsigned long* textSize) {
     if (lacksDestination(dst, dstSize) || dstSize >= BYTE_LIMIT) {
         return FAILED;
     }
-    return takeLine(*this, mTextType, dstSize == 0, textSize,
-                    [=](Text const& text) { return text.store(dst, dstSize, 0); });
+    unsigned long size = 0;
+    if (mTextType == UTF8 && mLines != nullptr && mLines->isReady() &&
+        hasUsualLine(*mLines, dstSize, &size)) {
+        report(textSize, copyCharacters(dst, reinterpret_cast<char*>(mLines->bytes()), size));
+        mLines->advance(size + 1);
+        return static_cast<long>(size);
+    }
+    return takeNextLine(dstSize == 0, textSize,
+                        [=](Span const& span) { return storeText(span, dst, dstSize, 0); });
 }
 
 long File::readLine(BasicString<char>* dst, unsigned long* textSize) {
     if (dst == nullptr) {
         return FAILED;
     }
-    return takeLine(*this, mTextType, false, textSize,
-                    [=](Text const& text) { return text.store(dst, 0); });
+    return takeNextLine(false, textSize, [=](Span const& span) { return storeText(span, dst, 0); });
 }
 
 long File::findNextLineSize(unsigned long /*dstSize*/, unsigned long* lineSize,

@@ -34,7 +34,8 @@ public:
     // Has the first block again, without reading where no second one was read.
     bool returnToBegin();
 
-    unsigned char const* block() const { return mBlock; }
+    // One byte behind it may be written to as well.
+    unsigned char* block() { return mBlock; }
     unsigned long size() const { return mSize; }
 
     // Where the block begins in the file.
@@ -49,7 +50,7 @@ private:
     long long mNext;  // behind the block
     unsigned long mSize = 0;
     bool mHasFailed;
-    unsigned char mBlock[BLOCK_SIZE];
+    unsigned char mBlock[BLOCK_SIZE + 1];
 };
 
 }  // namespace utl

@@ -23,6 +23,11 @@ bool RefCounter::lower(char const* holderClass) {
     return count == 0;
 }
 
+// What the last one of the others did is over when it has let go.
+bool RefCounter::isShared() const {
+    return lRefCount.load(std::memory_order_acquire) > 1;
+}
+
 GetRefCounterInterface::~GetRefCounterInterface() = default;
 
 bool DestructCloseFile::operator()(int descriptor) const {

@@ -11,8 +11,11 @@
 namespace utl {
 namespace platform {
 
+std::atomic<unsigned> forks{1};
+
 namespace {
 
+std::atomic<void (*)()> beforeEachFork{nullptr};
 std::atomic<void (*)(int)> inChildOfFork{nullptr};
 std::atomic<bool> areForksFollowed{false};
 
@@ -50,6 +53,7 @@ public:
             taken.forEach([](StaticLock& lock) { pthread_mutex_lock(&lock.mMutex); });
             pthread_mutex_lock(&listMutex);
             if (taken.mCount == count) {
+                prepare();
                 return;
             }
             pthread_mutex_unlock(&listMutex);
@@ -81,6 +85,13 @@ public:
 private:
     static constexpr int ROOM = 32;
 
+    static void prepare() {
+        if (auto const function = beforeEachFork.load()) {
+            function();
+        }
+        forks.fetch_add(1, std::memory_order_release);
+    }
+
     // What is in the list now. The caller holds listMutex.
     List() : mCount(count) { std::copy(locks, locks + count, mLocks); }
 
@@ -100,6 +111,10 @@ private:
 
 StaticLock* StaticLock::List::locks[ROOM];
 int StaticLock::List::count = 0;
+
+void beforeForks(void (*function)()) {
+    beforeEachFork.store(function);
+}
 
 void onFork(void (*inChild)(int)) {
     inChildOfFork.store(inChild);

@@ -28,8 +28,18 @@ inline unsigned processNumber() {
 // for the whole process.
 void onFork(void (*inChild)(int parentsThreadId));
 
+// What is to be done before each fork, with all StaticLocks held. One function for the whole
+// process.
+void beforeForks(void (*function)());
+
 // From here on forks are followed; false without memory.
 bool followForks();
+
+// Another number after each fork that was followed, in the parent as well as in the child. Never 0.
+extern std::atomic<unsigned> forks;
+inline unsigned forkCount() {
+    return forks.load(std::memory_order_relaxed);
+}
 
 // From here on forks take `lock`, which is the first thing its first user does.
 void followForks(StaticLock& lock);

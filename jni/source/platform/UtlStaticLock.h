@@ -30,6 +30,7 @@ enum class LockOrder {
     TIME_ZONE,
     WATCHDOG,    // who is watched
     LOOP_WAITS,  // which loop waits for which
+    LINES,       // the files that are read ahead
     LOG_OUTPUT,
     LOG_TABLE
 };
