@@ -37,8 +37,8 @@ constexpr unsigned long MEGABYTE = 1 << 20;
 class Scratch {
 public:
     Scratch() {
-        char path[] = "/tmp/utl-bench-XXXXXX";
-        mPath = mkdtemp(path);
+        mPath = std::filesystem::temp_directory_path() / "utl-bench-XXXXXX";
+        mkdtemp(mPath.data());
     }
     ~Scratch() { std::filesystem::remove_all(mPath); }
 

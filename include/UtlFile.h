@@ -180,6 +180,10 @@ public:
     // END_OF_FILE, or -1. The position is behind the line end afterwards; a `dstSize` of 0 only
     // asks for the size and leaves it. A `dstSize` of 5120 or more is refused. A line that is too
     // long, or finds no room, stays; findNextLineSize() goes past it.
+    //
+    // While nobody else has the descriptor the lines are read ahead, with 64 KB that the first one
+    // allocates, if there is memory, and close() frees. What another program changes in them then
+    // without a lock may not be seen; what it adds at the end is.
     long readLine(char* dst, unsigned long dstSize, unsigned long* textSize);
     long readLine(BasicString<char>* dst, unsigned long* textSize);
 

@@ -7,7 +7,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
+#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -61,6 +64,7 @@ void actAt(unsigned long statement, unsigned times, std::function<void()> what) 
 
 bool hasExclusiveRename = true;
 bool hasLinks = true;
+unsigned transfersLeft = 0;  // until the system can no more
 
 int failWith(int error) {
     errno = error;
@@ -92,6 +96,12 @@ extern "C" int renameat2(int from, char const* source, int to, char const* desti
     return hasExclusiveRename
                ? static_cast<int>(syscall(SYS_renameat2, from, source, to, destination, flags))
                : failWith(ENOSYS);
+}
+
+extern "C" ssize_t copy_file_range(int from, off64_t*, int to, off64_t*, size_t length, unsigned) {
+    return transfersLeft == 0 || transfersLeft-- == 0
+               ? failWith(EXDEV)
+               : syscall(SYS_copy_file_range, from, nullptr, to, nullptr, length, 0);
 }
 
 extern "C" int link(char const* source, char const* destination) noexcept {
@@ -509,9 +519,24 @@ TEST(CopyTest, OverwritesOnlyWhenAskedAndKeepsTheTail) {
     EXPECT_EQ("new", scratch.content("target"));
     EXPECT_FALSE(File::copy(source, scratch("source/x"), 1));
     EXPECT_FALSE(File::copy("/dev/zero", scratch("zeros"), 1));
-    std::string const big(100000, 'b');
-    EXPECT_TRUE(File::copy(scratch.file("big", big), scratch("big2"), 0));
-    EXPECT_EQ(big, scratch.content("big2"));
+}
+
+TEST(CopyTest, TakesAllOfALargeFileHoweverFarTheSystemDoesIt) {
+    Scratch const scratch;
+    std::string big(9000001, '\0');
+    std::generate(big.begin(), big.end(), std::minstd_rand(5));
+    char const* const source = scratch.file("big", big);
+    for (unsigned const transfers : {0u, 1u, 2u, 100u}) {
+        transfersLeft = transfers;
+        EXPECT_TRUE(File::copy(source, scratch.file("copy", big + "tail"), 1));
+        EXPECT_TRUE(big + "tail" == scratch.content("copy")) << transfers;
+        std::filesystem::remove(scratch("copy"));
+        transfersLeft = transfers;
+        EXPECT_TRUE(File::copy(source, scratch("copy"), 0));
+        EXPECT_TRUE(big == scratch.content("copy")) << transfers;
+        EXPECT_EQ(1, File::erase(scratch("copy"), 0));
+    }
+    transfersLeft = 0;
 }
 
 TEST(MoveTest, OverwritesNothingAndMakesTheWay) {

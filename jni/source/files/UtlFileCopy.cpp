@@ -1,6 +1,8 @@
 #include <errno.h>
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "UtlFile.h"
 #include "UtlLog.h"
@@ -23,8 +25,6 @@ namespace {
 using platform::FileStatus;
 using platform::Links;
 
-constexpr unsigned long BLOCK_SIZE = 1024;
-
 enum Statement : unsigned long {
     OPEN_SOURCE = 2012,
     STAT_SOURCE = 2021,
@@ -41,6 +41,21 @@ template <typename Call>
 auto watchedStep(Statement statement, Call call) {
     return watched("copy", statement, call);
 }
+
+// What files are copied through, one after another.
+class CopyBlock {
+public:
+    CopyBlock() : mLarge(new (std::nothrow) char[LARGE_SIZE]) {}
+
+    char* data() { return mLarge != nullptr ? mLarge.get() : mSmall; }
+    unsigned long size() const { return mLarge != nullptr ? LARGE_SIZE : sizeof mSmall; }
+
+private:
+    static constexpr unsigned long LARGE_SIZE = 131072;  // fits in the caches of what it runs on
+
+    std::unique_ptr<char[]> const mLarge;
+    char mSmall[1024];  // without memory
+};
 
 // Tells the watchdog when it is closed.
 class CopyEnd {
@@ -96,38 +111,46 @@ int openExisting(Target const& target, unsigned mode) {
     return watchedStep(OPEN_DESTINATION, [&] { return openIn(target.entry, flags, mode); });
 }
 
-// With a writer's lock; none when anybody has it open.
-int openTarget(Target const& target, unsigned mode, bool* isNew) {
+// With a writer's lock, and its status; none when anybody has it open.
+int openTarget(Target const& target, unsigned mode, bool* isNew, FileStatus* status) {
     for (int openings = 0; openings < MOST_OPENINGS; ++openings) {
         Descriptor file(createTarget(target, mode));
         *isNew = file.isOpen();
         if (!*isNew && target.overwrites && errno == EEXIST) {
             file.set(openExisting(target, mode));
         }
-        FileStatus status;
         if (!file.isOpen() ||
             (platform::lockFile(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)) {
             return Descriptor::NO_DESCRIPTOR;
         }
-        if (stillMeans(target.entry, target.links, file.get(), &status)) {
+        if (stillMeans(target.entry, target.links, file.get(), status)) {
             return file.release();
         }
     }
     return Descriptor::NO_DESCRIPTOR;
 }
 
-bool copyBytes(int source, int destination) {
-    char block[BLOCK_SIZE];
+// Ends where the system cannot go on, for whatever reason: copyBytes() finds that out, and goes on
+// itself where it can.
+void transferBytes(int source, int destination) {
+    constexpr unsigned long PIECE = 4ul << 20;  // the watchdog hears of each
+    while (watchedStep(WRITE_DESTINATION,
+                       [=] { return platform::transferFile(source, destination, PIECE); }) > 0) {
+    }
+}
+
+bool copyBytes(int source, int destination, CopyBlock& block) {
     for (;;) {
-        long const got =
-            watchedStep(READ_SOURCE, [&] { return platform::readFile(source, block, BLOCK_SIZE); });
+        long const got = watchedStep(
+            READ_SOURCE, [&] { return platform::readFile(source, block.data(), block.size()); });
         if (got <= 0) {
             // Deliberate: a file that cannot be read on ends there; what could be read is kept.
             return true;
         }
         unsigned long const size = static_cast<unsigned long>(got);
-        if (watchedStep(WRITE_DESTINATION,
-                        [&] { return platform::writeFile(destination, block, size); }) != got) {
+        if (watchedStep(WRITE_DESTINATION, [&] {
+                return platform::writeFile(destination, block.data(), size);
+            }) != got) {
             return false;
         }
     }
@@ -141,18 +164,20 @@ bool hasSameOwners(FileStatus const& source, int copy) {
 
 // A new file gets its mode whatever the process's mask is, and last: writing takes bits away. The
 // set-id bits let others act for its owner and its group: not for any but those of the source.
-void copyMode(FileStatus const& source, int copy, bool isWhole) {
+void copyMode(FileStatus const& source, int copy, FileStatus const& made, bool isWhole) {
+    if ((source.st_mode & CHANGEABLE_BITS) == (made.st_mode & CHANGEABLE_BITS)) {
+        return;  // it was made with it, and without bits that writing takes away
+    }
     bool const mayActFor = isWhole && hasSameOwners(source, copy);
     unsigned const bits = mayActFor ? CHANGEABLE_BITS : CHANGEABLE_BITS & ~SET_ID_BITS;
     watchedStep(MODE_DESTINATION,
                 [&] { return platform::changeMode(copy, source.st_mode & bits); });
 }
 
-bool copyFile(Entry const& entry, Target const& target) {
-    FileStatus status;
+// `status` is what was there a moment ago.
+bool copyFile(Entry const& entry, FileStatus status, Target const& target, CopyBlock& block) {
     // A FIFO or a device need never come to an end; opening one is noticed.
-    if (!platform::statusAt(entry.directory, entry.name, Links::FOLLOWED, &status) ||
-        !S_ISREG(status.st_mode)) {
+    if (!S_ISREG(status.st_mode)) {
         return false;
     }
     CopyEnd const from(watchedStep(OPEN_SOURCE,
@@ -167,13 +192,18 @@ bool copyFile(Entry const& entry, Target const& target) {
         return false;
     }
     bool isNew = false;
-    CopyEnd const to(openTarget(target, status.st_mode & PERMISSIONS, &isNew), CLOSE_DESTINATION);
+    FileStatus made;
+    CopyEnd const to(openTarget(target, status.st_mode & PERMISSIONS, &isNew, &made),
+                     CLOSE_DESTINATION);
     if (!to.isOpen()) {
         return false;
     }
-    bool const isWhole = copyBytes(from.get(), to.get());
+    if (status.st_size > static_cast<long long>(block.size())) {
+        transferBytes(from.get(), to.get());
+    }
+    bool const isWhole = copyBytes(from.get(), to.get(), block);
     if (isNew && !keepsModes()) {
-        copyMode(status, to.get(), isWhole);
+        copyMode(status, to.get(), made, isWhole);
     }
     return isWhole;
 }
@@ -240,7 +270,8 @@ public:
             return false;
         }
         bool const leadsOut = S_ISDIR(behind.st_mode);
-        return leadsOut || copyFile(entry, {at(entry, nullptr), Links::NOT_FOLLOWED, mOverwrites});
+        return leadsOut || copyFile(entry, behind,
+                                    {at(entry, nullptr), Links::NOT_FOLLOWED, mOverwrites}, mBlock);
     }
 
     bool enter(Entry const& entry, FileStatus const& status) override {
@@ -266,6 +297,7 @@ private:
     bool const mOverwrites;
     DirectoryWay mWay;
     FileStatus const mRoot;
+    CopyBlock mBlock;
 };
 
 bool copyTree(char const* from, char const* to, bool overwrites) {
@@ -275,6 +307,15 @@ bool copyTree(char const* from, char const* to, bool overwrites) {
     TreeCopy copy(from, to, overwrites);
     return copy.isReady() &&
            walkTree(openTree(platform::WORKING_DIRECTORY, from, Links::FOLLOWED), from, &copy);
+}
+
+bool copyOneFile(char const* from, char const* to, bool overwrites) {
+    char directory[PATH_SIZE];
+    FileStatus status;
+    CopyBlock block;
+    return File::extractDirectoryPath(directory, sizeof directory, to) &&
+           File::makeDirectories(directory) && platform::pathStatus(from, &status) &&
+           copyFile(Entry::of(from), status, {Entry::of(to), Links::FOLLOWED, overwrites}, block);
 }
 
 }  // namespace
@@ -296,11 +337,7 @@ bool File::copy(char const* source, char const* destination, int overwrite) {
     if (isTree) {
         return copyTree(from.c_str(), to.c_str(), overwrite == 1);
     }
-    char directory[PATH_SIZE];
-    return extractDirectoryPath(directory, sizeof directory, to.c_str()) &&
-           makeDirectories(directory) &&
-           copyFile(Entry::of(from.c_str()),
-                    {Entry::of(to.c_str()), Links::FOLLOWED, overwrite == 1});
+    return copyOneFile(from.c_str(), to.c_str(), overwrite == 1);
 }
 
 bool File::copy(char const* destination, int overwrite) const {

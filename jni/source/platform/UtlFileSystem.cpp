@@ -171,6 +171,20 @@ long writeFile(int descriptor, void const* buffer, unsigned long length) {
     return repeatInterrupted([=] { return write(descriptor, buffer, length); });
 }
 
+long transferFile(int source, int destination, unsigned long length) {
+#if defined(__ANDROID__) && __ANDROID_API__ < 34
+    // The call would end the process on systems whose filter does not know it.
+    (void)source;
+    (void)destination;
+    (void)length;
+    errno = ENOSYS;
+    return -1;
+#else
+    return repeatInterrupted(
+        [=] { return copy_file_range(source, nullptr, destination, nullptr, length, 0); });
+#endif
+}
+
 long long seekFile(int descriptor, long long offset, int origin) {
     return lseek64(descriptor, offset, origin);
 }

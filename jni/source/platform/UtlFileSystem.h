@@ -58,6 +58,10 @@ long readFile(int descriptor, void* buffer, unsigned long length);
 long readFileAt(int descriptor, long long position, void* buffer, unsigned long length);
 long writeFile(int descriptor, void const* buffer, unsigned long length);
 
+// Writes up to `length` bytes that `source` has, without taking them through the process. Returns
+// them; 0 and -1 do not mean that there are none: not every system and not every file can do that.
+long transferFile(int source, int destination, unsigned long length);
+
 // `origin` as for lseek(). Returns the new position.
 long long seekFile(int descriptor, long long offset, int origin);
 
