@@ -113,6 +113,9 @@ private:
     Range admit(bool isSound, unsigned long bits, int offset);
     void endRead(std::uint32_t end, int offset);
     void endWrite(std::uint32_t end, int offset);
+    bool isNear(unsigned long bits, unsigned long maxBits, int offset) const;
+    std::uint32_t readNearField(unsigned long bits, unsigned long maxBits, int offset);
+    void writeNearField(std::uint32_t value, unsigned long bits, unsigned long maxBits, int offset);
     std::uint64_t readField(unsigned long bits, unsigned long maxBits, int offset);
     void writeField(std::uint64_t value, unsigned long bits, unsigned long maxBits, int offset);
 

@@ -199,6 +199,16 @@ TEST(BitStreamPlainFormTest, TransfersTheSameBits) {
         EXPECT_EQ(std::bitset<64>(expected.substr(to, field)).to_ullong(),
                   stream.readBitToUint64(field, offset));
 
+        unsigned long const few = std::min(bits, 32ul);
+        stream.seekBitOffset(start, 0);
+        stream.writeBitToUint32(static_cast<std::uint32_t>(value >> 7), few, HERE);
+        expected.replace(to, few, std::bitset<32>(value >> 7).to_string(), 32 - few);
+        EXPECT_EQ(expected, bitsOf(memory));
+        stream.seekBitOffset(start, 0);
+        EXPECT_EQ(std::bitset<32>(expected.substr(to, few)).to_ulong(),
+                  stream.readBitToUint32(few, HERE));
+        EXPECT_EQ(start + few, stream.getBitPosition());
+
         stream.writeBitData(&memory[place], bits, offset);
         expected.replace(to, bits, expected.substr(from, bits));
         EXPECT_EQ(expected, bitsOf(memory));
