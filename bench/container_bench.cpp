@@ -215,69 +215,70 @@ struct Reading {
 
 constexpr unsigned long RECORD = 64;
 
-struct ReadingMsg : Msg {
-    ReadingMsg() : Msg(0x8001) {}
-    void storeDataTo(MsgDataBroker* broker) const override {
-        broker->set(reading.number);
-        broker->set(reading.isLast);
-        broker->set(reading.port);
-        broker->set(reading.time);
-        broker->set(reading.value);
-        broker->set(reading.flags);
-        broker->set(reading.name);
-        broker->set(reading.address, sizeof reading.address);
-    }
-    void restoreDataFrom(MsgDataBroker& broker) override {
-        broker.get(&reading.number);
-        broker.get(&reading.isLast);
-        broker.get(&reading.port);
-        broker.get(&reading.time);
-        broker.get(&reading.value);
-        broker.get(&reading.flags);
-        broker.get(reading.name, sizeof reading.name);
-        broker.get(reading.address, sizeof reading.address);
-    }
-    Reading reading;
-};
+// As a message does it, which knows its broker only by what brokers have in common.
+
+[[gnu::noinline]] bool store(MsgDataBroker* broker, Reading const& reading) {
+    broker->setMsgId(0x8001);
+    broker->beginInput();
+    broker->set(reading.number);
+    broker->set(reading.isLast);
+    broker->set(reading.port);
+    broker->set(reading.time);
+    broker->set(reading.value);
+    broker->set(reading.flags);
+    broker->set(reading.name);
+    broker->set(reading.address, sizeof reading.address);
+    broker->endInput();
+    return broker->getResult() == 0;
+}
+
+[[gnu::noinline]] bool restore(MsgDataBroker& broker, Reading* reading) {
+    long id = 0;
+    broker.getMsgId(&id);
+    broker.beginOutput();
+    broker.get(&reading->number);
+    broker.get(&reading->isLast);
+    broker.get(&reading->port);
+    broker.get(&reading->time);
+    broker.get(&reading->value);
+    broker.get(&reading->flags);
+    broker.get(reading->name, sizeof reading->name);
+    broker.get(reading->address, sizeof reading->address);
+    broker.endOutput();
+    return broker.getResult() == 0;
+}
 
 class RawRecord {
 public:
     bool pass(Reading const& from, Reading* to) {
-        mFrom.reading = from;
-        bool const isPassed = mFrom.storeTo(&mRecord) == 1 && mTo.restoreFrom(mRecord) == 1;
-        *to = mTo.reading;
-        return isPassed;
+        return store(&mRecord, from) && restore(mRecord, to);
     }
 
 private:
     ThreadRawMsg mRecord{RECORD};
-    ReadingMsg mFrom;
-    ReadingMsg mTo;
 };
 
 // The same fields through `Bytes`, which has put() and take().
 template <typename Bytes>
 class PackedRecord {
 public:
-    bool pass(Reading const& from, Reading* to) {
-        mFrom = from;
-        mBytes.clear();
-        bool const isStored = put(0x8001) && put(mFrom.number) && put(mFrom.isLast) &&
-                              put(mFrom.port) && put(mFrom.time) && put(mFrom.value) &&
-                              put(mFrom.flags) &&
-                              mBytes.put(mFrom.name, std::strlen(mFrom.name) + 1) &&
-                              mBytes.put(mFrom.address, sizeof mFrom.address);
-        int id = 0;
-        bool const isRestored = take(&id) && take(&mTo.number) && take(&mTo.isLast) &&
-                                take(&mTo.port) && take(&mTo.time) && take(&mTo.value) &&
-                                take(&mTo.flags) &&
-                                mBytes.take(mTo.name, mBytes.textSize(sizeof mTo.name)) &&
-                                mBytes.take(mTo.address, sizeof mTo.address);
-        *to = mTo;
-        return isStored && isRestored;
-    }
+    bool pass(Reading const& from, Reading* to) { return store(from) && restore(to); }
 
 private:
+    [[gnu::noinline]] bool store(Reading const& from) {
+        mBytes.clear();
+        return put(0x8001) && put(from.number) && put(from.isLast) && put(from.port) &&
+               put(from.time) && put(from.value) && put(from.flags) &&
+               mBytes.put(from.name, std::strlen(from.name) + 1) &&
+               mBytes.put(from.address, sizeof from.address);
+    }
+    [[gnu::noinline]] bool restore(Reading* to) {
+        int id = 0;
+        return take(&id) && take(&to->number) && take(&to->isLast) && take(&to->port) &&
+               take(&to->time) && take(&to->value) && take(&to->flags) &&
+               mBytes.take(to->name, mBytes.textSize(sizeof to->name)) &&
+               mBytes.take(to->address, sizeof to->address);
+    }
     template <typename T>
     bool put(T const& value) {
         return mBytes.put(&value, sizeof value);
@@ -288,8 +289,6 @@ private:
     }
 
     Bytes mBytes;
-    Reading mFrom;
-    Reading mTo;
 };
 
 struct VectorBytes {

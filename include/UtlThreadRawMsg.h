@@ -101,10 +101,14 @@ private:
     int fail();
     int write(void const* source, unsigned long size);
     int read(void* destination, unsigned long size);
+    template <typename Value>
+    int store(Value value);
+    template <typename Value>
+    int restore(Value* value);
     template <typename Stored, typename Value>
-    int writeLong(Value value);
+    int storeLong(Value value);
     template <typename Stored, typename Value>
-    int readLong(Value* value);
+    int restoreLong(Value* value);
 
     unsigned long mMaxSize;
     unsigned char* mBuffer;

@@ -71,6 +71,48 @@ void ThreadRawMsg::release() {
     }
 }
 
+// Fields of one size are most of a record. Their bytes are moved without a call; a position is
+// never so far behind the record that it could wrap here.
+
+template <typename Value>
+int ThreadRawMsg::store(Value value) {
+    unsigned long const end = mWritePosition + sizeof value;
+    if (mResult == FAILED || end > mMaxSize) {
+        return fail();
+    }
+    std::memcpy(mBuffer + mWritePosition, &value, sizeof value);
+    mWritePosition = end;
+    return 1;
+}
+
+template <typename Value>
+int ThreadRawMsg::restore(Value* value) {
+    unsigned long const end = mReadPosition + sizeof *value;
+    if (mResult == FAILED || value == nullptr || end > mMaxSize) {
+        return fail();
+    }
+    std::memcpy(value, mBuffer + mReadPosition, sizeof *value);
+    mReadPosition = end;
+    return 1;
+}
+
+// Where a long is wider than what is stored, a value that needs the width fails like one that finds
+// no room.
+template <typename Stored, typename Value>
+int ThreadRawMsg::storeLong(Value value) {
+    return fits<Stored>(value) ? store(static_cast<Stored>(value)) : fail();
+}
+
+template <typename Stored, typename Value>
+int ThreadRawMsg::restoreLong(Value* value) {
+    Stored stored;
+    if (!restore(value != nullptr ? &stored : nullptr)) {
+        return 0;
+    }
+    *value = stored;
+    return 1;
+}
+
 int ThreadRawMsg::beginInput() {
     mResult = mIsIdRefused ? FAILED : 0;
     mIsIdRefused = false;
@@ -105,56 +147,55 @@ int ThreadRawMsg::getMsgId(long* msgId) {
 }
 
 int ThreadRawMsg::set(bool value) {
-    unsigned char const stored = value ? 1 : 0;
-    return write(&stored, sizeof stored);
+    return store(static_cast<unsigned char>(value ? 1 : 0));
 }
 
 int ThreadRawMsg::set(unsigned char value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(unsigned short value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(unsigned long value) {
-    return writeLong<std::uint32_t>(value);
+    return storeLong<std::uint32_t>(value);
 }
 
 int ThreadRawMsg::set(unsigned long long value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(unsigned int value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(signed char value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(short value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(long value) {
-    return writeLong<std::int32_t>(value);
+    return storeLong<std::int32_t>(value);
 }
 
 int ThreadRawMsg::set(long long value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(int value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(float value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(double value) {
-    return write(&value, sizeof value);
+    return store(value);
 }
 
 int ThreadRawMsg::set(char const* text) {
@@ -167,7 +208,7 @@ int ThreadRawMsg::set(unsigned char const* bytes, unsigned long size) {
 
 int ThreadRawMsg::get(bool* value) {
     unsigned char stored;
-    if (!read(&stored, sizeof stored)) {
+    if (!restore(&stored)) {
         return 0;
     }
     *value = stored != 0;
@@ -175,51 +216,51 @@ int ThreadRawMsg::get(bool* value) {
 }
 
 int ThreadRawMsg::get(unsigned char* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(unsigned short* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(unsigned long* value) {
-    return readLong<std::uint32_t>(value);
+    return restoreLong<std::uint32_t>(value);
 }
 
 int ThreadRawMsg::get(unsigned long long* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(unsigned int* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(signed char* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(short* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(long* value) {
-    return readLong<std::int32_t>(value);
+    return restoreLong<std::int32_t>(value);
 }
 
 int ThreadRawMsg::get(long long* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(int* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(float* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(double* value) {
-    return read(value, sizeof *value);
+    return restore(value);
 }
 
 int ThreadRawMsg::get(char* text, unsigned long maxLength) {
@@ -252,47 +293,22 @@ int ThreadRawMsg::fail() {
 }
 
 int ThreadRawMsg::write(void const* source, unsigned long size) {
-    if (mResult == FAILED) {
-        return 0;
-    }
-    if (source == nullptr || mWritePosition > mMaxSize || size > mMaxSize - mWritePosition) {
+    if (mResult == FAILED || source == nullptr || mWritePosition > mMaxSize ||
+        size > mMaxSize - mWritePosition) {
         return fail();
     }
-    copyMemory(mBuffer + mWritePosition, source, size);
+    std::memcpy(mBuffer + mWritePosition, source, size);
     mWritePosition += size;
     return 1;
 }
 
 int ThreadRawMsg::read(void* destination, unsigned long size) {
-    if (mResult == FAILED) {
-        return 0;
-    }
-    if (destination == nullptr || mReadPosition > mMaxSize || size > mMaxSize - mReadPosition) {
+    if (mResult == FAILED || destination == nullptr || mReadPosition > mMaxSize ||
+        size > mMaxSize - mReadPosition) {
         return fail();
     }
-    copyMemory(destination, mBuffer + mReadPosition, size);
+    std::memcpy(destination, mBuffer + mReadPosition, size);
     mReadPosition += size;
-    return 1;
-}
-
-// Where a long is wider than what is stored, a value that needs the width fails like one that finds
-// no room.
-template <typename Stored, typename Value>
-int ThreadRawMsg::writeLong(Value value) {
-    if (!fits<Stored>(value)) {
-        return mResult == FAILED ? 0 : fail();
-    }
-    Stored const stored = static_cast<Stored>(value);
-    return write(&stored, sizeof stored);
-}
-
-template <typename Stored, typename Value>
-int ThreadRawMsg::readLong(Value* value) {
-    Stored stored;
-    if (!read(value != nullptr ? &stored : nullptr, sizeof stored)) {
-        return 0;
-    }
-    *value = stored;
     return 1;
 }
 
