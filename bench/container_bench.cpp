@@ -60,14 +60,15 @@ private:
     };
 
     Entry const* placeOf(int key) const {
-        Entry const* at = mEntries.data();
-        unsigned long count = mEntries.size();
-        while (count > 1) {
-            unsigned long const half = count / 2;
-            at += at[half - 1].key < key ? half : 0;
-            count -= half;
+        Entry const* const entries = mEntries.data();
+        unsigned long low = 0;
+        unsigned long left = mEntries.size();
+        while (left > 1) {
+            unsigned long const half = left / 2;
+            low += entries[low + half - 1].key < key ? half : 0;
+            left -= half;
         }
-        return at + (count == 1 && at->key < key ? 1 : 0);
+        return entries + low + (left == 1 && entries[low].key < key ? 1 : 0);
     }
 
     std::vector<Entry> mEntries;

@@ -32,6 +32,10 @@ public:
         }
         unsigned long const end = mRing.count();
         mRing.setCount(end + n);
+        if (T* const slots = mRing.row(end, n)) {
+            std::copy(src, src + n, slots);
+            return 1;
+        }
         for (unsigned long done = 0, length; done < n; done += length) {
             T* const slots = mRing.stretch(end + done, n - done, &length);
             std::copy(src + done, src + done + length, slots);
@@ -83,7 +87,15 @@ public:
     void clear() { mRing.clear(); }
 
 private:
+    // Groups that lie in a row are copied with the size that the caller has given, which is often
+    // known where this is compiled.
     void copyOut(T* dst, unsigned long offset, unsigned long n) {
+        if (n <= mRing.count() - offset) {
+            if (T const* const slots = mRing.row(offset, n)) {
+                std::copy(slots, slots + n, dst);
+                return;
+            }
+        }
         unsigned long const copied = std::min(n, mRing.count() - offset);
         for (unsigned long done = 0, length; done < copied; done += length) {
             T const* const slots = mRing.stretch(offset + done, copied - done, &length);

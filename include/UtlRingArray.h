@@ -44,6 +44,12 @@ public:
         return mData + slot;
     }
 
+    // The `n` slots from there on; nullptr where they do not lie in a row.
+    T* row(unsigned long offset, unsigned long n) {
+        unsigned long const slot = wrap(mHead + static_cast<long long>(offset));
+        return n <= mCapacity - slot ? mData + slot : nullptr;
+    }
+
     // Appends the next `n` slots as they stand, or drops the last elements. 0 when `count` is above
     // the capacity.
     int setCount(unsigned long count) {
