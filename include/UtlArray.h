@@ -11,9 +11,11 @@
 #define UTL_ARRAY_H
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "UtlApi.h"
@@ -26,6 +28,24 @@ template <typename T>
 T* allocateElements(unsigned long count) {
     bool const isCountable = count <= NONE / 4 / sizeof(T);
     return count != 0 && isCountable ? new (std::nothrow) T[count]() : nullptr;
+}
+
+// Whether an element can be moved over another one byte by byte.
+template <typename T>
+struct IsMovedAsBytes : std::is_trivially_copyable<T> {};
+
+// Moves `count` elements to where others are; the areas may overlap.
+template <typename T>
+void moveElements(T* dst, T* src, unsigned long count) {
+    if constexpr (IsMovedAsBytes<T>::value) {
+        if (count != 0) {
+            std::memmove(static_cast<void*>(dst), static_cast<void const*>(src), count * sizeof(T));
+        }
+    } else if (std::less<T*>()(src, dst)) {
+        std::move_backward(src, src + count, dst + count);
+    } else {
+        std::move(src, src + count, dst);
+    }
 }
 
 // T must be default-constructible and assignable. ArgT is how elements are passed in.
@@ -77,7 +97,10 @@ public:
         if (count > mCapacity) {
             return 0;
         }
-        resetSlots(count, mCount);
+        endAt(count);
+        if constexpr (IsMovedAsBytes<T>::value) {
+            resetSlots(mCount, count);
+        }
         mCount = count;
         return 1;
     }
@@ -126,7 +149,7 @@ public:
         if (!makeRoom(mCount + 1)) {
             return 0;
         }
-        std::move_backward(mData + index, mData + mCount, mData + mCount + 1);
+        moveElements(mData + index + 1, mData + index, mCount - index);
         mData[index] = value;
         ++mCount;
         return 1;
@@ -149,7 +172,7 @@ public:
         if (erased == 0) {
             return 1;
         }
-        std::move(mData + index + erased, mData + mCount, mData + index);
+        moveElements(mData + index, mData + index + erased, mCount - index - erased);
         return setCount(mCount - erased);
     }
 
@@ -169,7 +192,7 @@ private:
             return false;
         }
         mCount = std::min(mCount, needed);
-        std::move(mData, mData + mCount, data);
+        moveElements(data, mData, mCount);
         delete[] mData;
         mData = data;
         mRoom = room;
@@ -188,11 +211,18 @@ private:
 
     void assignFrom(Array const& src, unsigned long n) {
         std::copy(src.mData, src.mData + n, mData);
-        resetSlots(n, mCount);
+        endAt(n);
         mCount = n;
     }
 
     // A slot that holds no element holds nothing else either: no counted handle lives on in one.
+    // What is only bytes may stay until the slot is used again.
+    void endAt(unsigned long count) {
+        if constexpr (!IsMovedAsBytes<T>::value) {
+            resetSlots(count, mCount);
+        }
+    }
+
     void resetSlots(unsigned long begin, unsigned long end) {
         for (unsigned long i = begin; i < end; ++i) {
             mData[i] = T();

@@ -12,6 +12,8 @@
 #ifndef UTL_MAP_H
 #define UTL_MAP_H
 
+#include <type_traits>
+
 #include "UtlApi.h"
 #include "UtlArray.h"
 
@@ -37,6 +39,12 @@ private:
     V mValue;
 };
 
+// But for key and value a pair holds what all pairs of its class have in common.
+template <typename K, typename V>
+struct IsMovedAsBytes<Pair<K, V>>
+    : std::integral_constant<bool, std::is_trivially_copyable<K>::value &&
+                                       std::is_trivially_copyable<V>::value> {};
+
 // Orders pairs by the key type's own less-than.
 template <typename K, typename V>
 struct CompareLessPairKey {
@@ -48,21 +56,23 @@ struct CompareLessPairKey {
 // The index of the first of `count` sorted pairs that holds `key`, or the index at which it would
 // be inserted. NONE for null pairs or a negative count.
 template <typename K, typename PairT, typename Compare>
-unsigned long searchPosition(K const& key, PairT const* pairs, long count, Compare compare) {
+[[gnu::always_inline]] inline unsigned long searchPosition(K const& key, PairT const* pairs,
+                                                           long count, Compare compare) {
     if (pairs == nullptr || count < 0) {
         return NONE;
     }
-    long low = 0;
-    long high = count - 1;
-    while (low <= high) {
-        long const mid = low + (high - low) / 2;
-        if (compare(pairs[mid], key)) {
-            low = mid + 1;
-        } else {
-            high = mid - 1;
-        }
+    // No branch depends on what a comparison says: no processor can guess wrong. Inline, as the
+    // call would be a fifth of the search.
+    PairT const* first = pairs;
+    unsigned long left = static_cast<unsigned long>(count);
+    while (left > 1) {
+        unsigned long const half = left / 2;
+        PairT const* const middle = first + half;
+        first = compare(middle[-1], key) ? middle : first;
+        left -= half;
     }
-    return static_cast<unsigned long>(low);
+    first += left == 1 && compare(*first, key) ? 1 : 0;
+    return static_cast<unsigned long>(first - pairs);
 }
 
 template <typename K, typename V, typename KArg = K const&, typename VArg = V const&,
