@@ -88,7 +88,7 @@ TEST(BitStreamTest, AFieldHasNoMoreBitsThanItsType) {
 }
 
 TEST(BitStreamTest, PositionsAndSizesEndWith32Bits) {
-    unsigned char bytes[] = {0xA5};  // as far as this test goes
+    unsigned char bytes[5] = {0xA5};  // as far as this test goes
     BitStream stream(bytes, 0x20000000);
     EXPECT_EQ(0xA5u, stream.readBitToUint8(8, HERE));
     stream.seekBitOffset(0xFFFFFFFF, 0);

@@ -93,7 +93,7 @@ void putBits(unsigned char* bytes, std::uint32_t position, std::uint32_t bits,
 
 // Nearly every field is in five bytes of the buffer, whichever bit it begins at. These do with
 // numbers of 32 bits, which is what 32-bit processors are quick with. Inline: compilers judge them
-// before they have seen the four bytes as one.
+// before they have seen four bytes as one.
 
 constexpr std::uint32_t NEAR_BYTES = 5;
 constexpr std::uint32_t NEAR_BITS = 32;
@@ -101,13 +101,6 @@ constexpr std::uint32_t NEAR_BITS = 32;
 [[gnu::always_inline]] inline std::uint32_t loadHalf(unsigned char const* bytes) {
     return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
            std::uint32_t{bytes[2]} << 8 | std::uint32_t{bytes[3]};
-}
-
-[[gnu::always_inline]] inline void storeHalf(unsigned char* bytes, std::uint32_t value) {
-    bytes[0] = static_cast<unsigned char>(value >> 24);
-    bytes[1] = static_cast<unsigned char>(value >> 16);
-    bytes[2] = static_cast<unsigned char>(value >> 8);
-    bytes[3] = static_cast<unsigned char>(value);
 }
 
 // As getBits(), for 1 to 32 bits.
@@ -120,18 +113,26 @@ constexpr std::uint32_t NEAR_BITS = 32;
     return (loadHalf(bytes) << begin | last) >> (NEAR_BITS - bits);
 }
 
-// As putBits(), likewise.
+void mixByte(unsigned char* byte, std::uint32_t mask, std::uint32_t value) {
+    *byte = static_cast<unsigned char>((*byte & ~mask) | (value & mask));
+}
+
+// As putBits(), likewise. Byte by byte: those that the field does not lie in may be another
+// thread's.
 [[gnu::always_inline]] inline void putNearBits(unsigned char* bytes, std::uint32_t position,
                                                std::uint32_t bits, std::uint32_t value) {
     bytes += position / BYTE_BITS;
     std::uint32_t const begin = position % BYTE_BITS;
     std::uint32_t const after = NEAR_BITS - bits;
-    value <<= after;
-    std::uint32_t const mask = ~std::uint32_t{0} << after;
-    storeHalf(bytes, (loadHalf(bytes) & ~(mask >> begin)) | value >> begin);
     if (begin > after) {
-        std::uint32_t const back = BYTE_BITS - begin;
-        bytes[4] = static_cast<unsigned char>((bytes[4] & ~(mask << back)) | value << back);
+        std::uint32_t const below = BYTE_BITS - (begin - after);
+        mixByte(bytes + 4, 0xFFu << below & 0xFF, value << below);
+    }
+    value = value << after >> begin;
+    for (std::uint32_t mask = ~std::uint32_t{0} << after >> begin; mask != 0; mask <<= BYTE_BITS) {
+        mixByte(bytes, mask >> 24, value >> 24);
+        value <<= BYTE_BITS;
+        ++bytes;
     }
 }
 
