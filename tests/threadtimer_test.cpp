@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include <atomic>
@@ -290,26 +289,11 @@ TEST_F(ThreadTimerTest, AnIntervalThatTheKernelRefusesLeavesNoEntry) {
 }
 
 // As when another process of this user has used them up.
-class NoPendingSignals {
-public:
-    NoPendingSignals() {
-        getrlimit(RLIMIT_SIGPENDING, &mLimit);
-        rlimit const none = {0, mLimit.rlim_max};
-        setrlimit(RLIMIT_SIGPENDING, &none);
-    }
-    ~NoPendingSignals() { setrlimit(RLIMIT_SIGPENDING, &mLimit); }
-    NoPendingSignals(NoPendingSignals const&) = delete;
-    NoPendingSignals& operator=(NoPendingSignals const&) = delete;
-
-private:
-    rlimit mLimit;
-};
-
 TEST_F(ThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
     {
-        NoPendingSignals const limit;
+        test::NoPendingSignals const limit;
         EXPECT_EQ(-1, station->setTimer(1, 0, 0, REARMED));
         long const heard = station.count(EXPIRY);
         EXPECT_TRUE(station.waitFor(EXPIRY, heard + 10));

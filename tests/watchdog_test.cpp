@@ -430,6 +430,8 @@ TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {
     EXPECT_FALSE(watchdog.initialize(BEYOND_TIMERS));
     EXPECT_TRUE(comesToThreads(1));  // the manager's own
     EXPECT_FALSE(watchdog.entry(gettid(), LONG_ALIVE, nullptr, "me"));
+    ThreadWatchdog smallest(1);
+    EXPECT_TRUE(smallest.initialize(INTERVAL) && smallest.setWatchInterval(2 * INTERVAL));
 }
 
 TEST_F(WatchdogTest, RestsWhileNobodyIsWatched) {

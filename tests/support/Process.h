@@ -26,22 +26,27 @@ bool isAsleep(int threadId);
 // Blocks until the child process has ended. -1 unless it has exited.
 int exitCodeOf(pid_t child);
 
-// As long as it lives the process gets no new descriptors. A sanitizer that meets a class for the
-// first time wants some: what is made meanwhile must have been made before.
-class NoDescriptors {
+// As long as it lives the process gets no more of a resource.
+template <__rlimit_resource RESOURCE>
+class NoMore {
 public:
-    NoDescriptors() {
-        getrlimit(RLIMIT_NOFILE, &mLimit);
+    NoMore() {
+        getrlimit(RESOURCE, &mLimit);
         rlimit const none = {0, mLimit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &none);
+        setrlimit(RESOURCE, &none);
     }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &mLimit); }
-    NoDescriptors(NoDescriptors const&) = delete;
-    NoDescriptors& operator=(NoDescriptors const&) = delete;
+    ~NoMore() { setrlimit(RESOURCE, &mLimit); }
+    NoMore(NoMore const&) = delete;
+    NoMore& operator=(NoMore const&) = delete;
 
 private:
     rlimit mLimit;
 };
+
+// A sanitizer that meets a class for the first time wants descriptors: what is made meanwhile must
+// have been made before.
+using NoDescriptors = NoMore<RLIMIT_NOFILE>;
+using NoPendingSignals = NoMore<RLIMIT_SIGPENDING>;
 
 // Looks again and again, for what nobody signals. False when it never becomes true.
 bool comesTrue(std::function<bool()> const& condition);

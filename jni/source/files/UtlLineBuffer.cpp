@@ -22,8 +22,9 @@ unsigned LineBuffer::followForks() {
 }
 
 bool LineBuffer::start(int descriptor, unsigned forks) {
-    platform::StaticGuard const guard(listLock);
     mDescriptor = descriptor;
+    knowSize();  // the file system may take long: without the lock that everybody's forks wait for
+    platform::StaticGuard const guard(listLock);
     mForks = forks;
     if (isForked()) {
         return false;
@@ -32,7 +33,6 @@ bool LineBuffer::start(int descriptor, unsigned forks) {
     mAt.store(0, std::memory_order_relaxed);
     mEnd = 0;
     mRoom = FIRST_SIZE;
-    knowSize();
     if (mBegin == -1 || mBegin >= mSizeSeen) {
         return false;
     }

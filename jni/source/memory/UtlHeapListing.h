@@ -1,7 +1,7 @@
 // Internal. The records of a heap table in the order of their addresses, the latest first of those
 // at one address, for as long as it takes and while others change the table.
 //
-//     HeapListing<Table> listing(table, tableLock, serials);
+//     HeapListing<Table> listing(table, tableLock, 1, nextSerial, table.count());
 //     while (Memory::DetailHeapInfo const* info = listing.next()) { ... }
 //
 // Gives what was in the table when it was made, less what was released before it came to that. The

@@ -27,6 +27,9 @@ namespace {
 // The watchdog's own thread only ever receives the expiries of its check timer.
 constexpr unsigned long MSG_SIZE = 4;
 constexpr unsigned long MSG_COUNT = 64;
+
+// A check that gets another interval has two for a moment.
+constexpr unsigned long LEAST_TIMERS = 2;
 constexpr char NAME[] = "Watchdog Thread";
 
 constexpr char const* WATCH_WORDS[] = {"WATCHING", "NOT_WATCHING"};
@@ -145,7 +148,8 @@ bool ThreadWatchdog::initialize(unsigned long watchIntervalMs) {
         return false;
     }
     // By its rule a thread is started once: each attempt has its own.
-    mThread.reset(new (std::nothrow) MsgDrivenThread(MSG_SIZE, MSG_COUNT, NAME, mCapacity));
+    mThread.reset(new (std::nothrow) MsgDrivenThread(MSG_SIZE, MSG_COUNT, NAME,
+                                                     std::max(mCapacity, LEAST_TIMERS)));
     if (mThread == nullptr ||
         mThread->start(this, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0) != 0) {
         return false;
