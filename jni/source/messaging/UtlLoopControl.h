@@ -111,8 +111,17 @@ public:
     // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread.
     class Access {
     public:
-        explicit Access(LoopControl& loop);
-        ~Access();
+        explicit Access(LoopControl& loop) : mLoop(loop) {
+            mLoop.mMutex.lock();
+            if (mLoop.mIsExclusive) {
+                awaitShared();
+            }
+        }
+        ~Access() {
+            if (mIsTaken) {
+                mLoop.mMutex.unlock();
+            }
+        }
         Access(Access const&) = delete;
         Access& operator=(Access const&) = delete;
 
@@ -123,7 +132,7 @@ public:
 
         LoopControl& mLoop;
         std::optional<VisitorCount::Visit> mVisit;  // of one who has to wait
-        bool mIsTaken;
+        bool mIsTaken = true;
     };
 
     // The right to ask the loop, which one thread has at a time, until the answer was dealt with.
@@ -163,7 +172,11 @@ public:
 
     bool hasEndedLocked() const { return mHasEnded; }
     SlotRing& entriesLocked() { return mEntries; }
-    static Entry entryIn(unsigned char const* slot);
+    static Entry entryIn(unsigned char const* slot) {
+        Entry entry;
+        std::memcpy(&entry, slot, sizeof entry);
+        return entry;
+    }
 
     // The loop only.
 
@@ -176,7 +189,15 @@ public:
     void leave(CleanUp cleanUp);
 
     // Takes the next entry. False when there is none.
-    bool take(Entry* entry);
+    bool take(Entry* entry) {
+        unsigned char const* const slot = mEntries.front();
+        if (slot == nullptr) {
+            return false;
+        }
+        *entry = entryIn(slot);
+        mEntries.drop();
+        return true;
+    }
 
     // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it
     // reports alive at the lines `before` and `after`. False, logged, when the pipe is broken.
@@ -186,7 +207,9 @@ public:
     void awaitNobody() const { mVisitors.awaitNone(); }
 
     // What the loop is asked for, until it answers. False when it is not asked.
-    bool isAsked(Request* request);
+    bool isAsked(Request* request) {
+        return mIsAsked.load(std::memory_order_acquire) && isReallyAsked(request);
+    }
     bool isAskedLocked(Request* request) const;
     void answerLocked(bool isServed);
 
@@ -203,6 +226,7 @@ private:
     LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
                 unsigned long maxTimers);
 
+    bool isReallyAsked(Request* request);
     bool wakeLocked(Entry const& entry);
     void leaveThread();
     bool read();

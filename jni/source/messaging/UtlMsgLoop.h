@@ -74,6 +74,7 @@ private:
     Queuing queueLocked(Msg const& msg);
     int report(Queuing queuing, long msgId);
     bool ask(LoopControl::Asking& asking, Request request, long argument);
+    bool isFirstOverflow();
     bool report(LoopControl::Posting posting, long ctlId);
     void logTooLarge(long msgId);
     void logError(long msgId);
@@ -114,13 +115,12 @@ private:
 
     // Guarded by the mutex of the control, but that the loop takes out of the queue without it.
     BorrowedRecord mSendMsg;
-    ThreadRawMsg mRefusedMsg;  // of a message that finds no slot
+    ThreadRawMsg mRefusedMsg;                  // of a message that finds no slot
+    std::atomic<unsigned> mOverflowedAt{~0u};  // what mDelivered was when one last found none
     CacheDistance mBehindSending;
     SlotRing mDataQueue;
     Map<int, TimerInfo> mTimers;
     int mNextUserTimerId = 1;
-
-    std::atomic<bool> mHasDataQueueOverflowed{false};  // until the loop next delivers a message
 
     // What a request comes with, and what it is answered with: the asking thread's while it has the
     // right to ask, and the loop's until it answers.
@@ -128,6 +128,7 @@ private:
     ThreadRawMsg mAnsweredMsg;
 
     // The loop's.
+    std::atomic<unsigned> mDelivered{0};  // data messages, wraps
     std::unique_ptr<unsigned char[]> const mReceiveBuffer;
     BorrowedRecord mReceiveMsg;  // what the listener sees
     ThreadRawMsg mFoundMsg;      // what the listener has looked for itself
