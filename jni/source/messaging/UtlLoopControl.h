@@ -14,7 +14,7 @@
 // only when every entry before it has been taken. A word that was written for an entry that the
 // loop has taken in the meantime, because a timer woke it, makes it look once for nothing. The
 // signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do
-// the same with a mark of their own.
+// the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps.
 
 #ifndef UTL_LOOP_CONTROL_H
 #define UTL_LOOP_CONTROL_H
