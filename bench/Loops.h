@@ -67,6 +67,17 @@ public:
     std::atomic<std::int64_t> arrivedAt{0};
 };
 
+// A sender that finds the queue full yields and tries again.
+template <typename Loop>
+void postAll(Loop& loop, long count) {
+    typename Loop::Sender sender(loop);
+    for (long i = 0; i < count; ++i) {
+        while (!sender.post()) {
+            std::this_thread::yield();
+        }
+    }
+}
+
 // ---- the library
 
 class PayloadMsg : public utl::Msg {

@@ -2,8 +2,12 @@
 // taken, wake-ups of a loop that sleeps, and round trips.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,17 +19,6 @@
 namespace {
 
 using namespace bench;
-
-// A sender that finds the queue full yields and tries again.
-template <typename Loop>
-void postAll(Loop& loop, long count) {
-    typename Loop::Sender sender(loop);
-    for (long i = 0; i < count; ++i) {
-        while (!sender.post()) {
-            std::this_thread::yield();
-        }
-    }
-}
 
 template <typename Loop>
 void post(benchmark::State& state, long senders) {
@@ -90,6 +83,37 @@ void roundTrip(benchmark::State& state) {
     });
 }
 
+// How often the other threads of the process have left the processor to wait for something.
+long waits() {
+    long sum = 0;
+    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        std::string word;
+        while (status >> word && word != "voluntary_ctxt_switches:") {
+        }
+        long count = 0;
+        status >> count;
+        sum += task.path().filename() != std::to_string(getpid()) ? count : 0;
+    }
+    return sum;
+}
+
+// The time says nothing; the counter how often any of them was woken.
+void idle(benchmark::State& state) {
+    std::vector<std::unique_ptr<Utl>> loops;
+    for (int i = 0; i < 32; ++i) {
+        loops.push_back(std::make_unique<Utl>());
+        typename Utl::Sender(*loops.back()).send();
+    }
+    // By then the watchdog has found that there is nobody to watch, and rests.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    long const before = waits();
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+    }
+    state.counters["wake-ups"] = static_cast<double>(waits() - before);
+}
+
 template <typename Loop>
 void registerPosting() {
     for (long const senders : {1, 4}) {
@@ -123,6 +147,10 @@ int main(int argc, char** argv) {
     registerPosting<Pipe>();
     registerRoundTrip<Utl>();
     registerRoundTrip<Pipe>();
+    benchmark::RegisterBenchmark("messaging/idle, 32 threads, 2 s/wake-ups", idle)
+        ->UseRealTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kSecond);
 #ifdef UTL_BENCH_UV
     registerPosting<Uv>();
 #endif

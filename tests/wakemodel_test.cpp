@@ -157,7 +157,8 @@ Explored explore(Flaw flaw) {
         for (int actor = 0; actor < SENDERS + 2; ++actor) {
             State next = state;
             if (actor < SENDERS ? post(next, actor)
-                                : actor == LOOP ? loop(next, flaw) : expire(next)) {
+                : actor == LOOP ? loop(next, flaw)
+                                : expire(next)) {
                 isOver = false;
                 open.push_back(next);
             }
@@ -172,8 +173,8 @@ TEST(WakeModelTest, NoOrderLeavesTheLoopAsleepWithSomethingToDo) {
     Explored const explored = explore(Flaw::NONE);
     EXPECT_LT(10000u, explored.states);
     EXPECT_EQ(0u, explored.stuck);
-    for (Flaw const flaw : {Flaw::MARKS_WITHOUT_LOCK, Flaw::MARKS_WITHOUT_LOOKING,
-                            Flaw::LOOKS_BEFORE_IT_PERMITS}) {
+    for (Flaw const flaw :
+         {Flaw::MARKS_WITHOUT_LOCK, Flaw::MARKS_WITHOUT_LOOKING, Flaw::LOOKS_BEFORE_IT_PERMITS}) {
         EXPECT_LT(0u, explore(flaw).stuck) << static_cast<int>(flaw);
     }
 }
