@@ -21,24 +21,18 @@ constexpr unsigned long UNTOUCHED = 4711;
 TEST(FirstCharacterTest, IsMeasuredByItsBytes) {
     struct {
         char const* text;
-        unsigned long strict;
-        unsigned long lenient;
+        unsigned long strict, lenient;
         bool isBom;
     } const cases[] = {
-        {"", 0, 0, false},
-        {"\xC1\xBF", NONE, 0, false},
-        {"\xC2\x80", 2, 2, false},
-        {"\xE0\x9F\xBF", NONE, 0, false},
-        {"\xE0\xA0\x80", 3, 3, false},
-        {"\xED\xA0\x80", 3, 3, false},  // surrogate
-        {"\xEF\xBB\xBFx", 3, 3, true},
-        {"\xF0\x8F\xBF\xBF", NONE, 0, false},
+        // clang-format off
+        {"", 0, 0, false},               {"\xC2\x80", 2, 2, false},         {"\xE0\xA0\x80", 3, 3, false},
         {"\xF0\x90\x80\x80", 4, 4, false},
-        {"\xF7\xBF\xBF\xBF", 4, 4, false},  // beyond Unicode
-        {"\xBF", NONE, NONE, false},
+        {"\xED\xA0\x80", 3, 3, false},   {"\xF7\xBF\xBF\xBF", 4, 4, false},  // surrogate, and beyond Unicode
+        {"\xEF\xBB\xBFx", 3, 3, true},
+        {"\xC1\xBF", NONE, 0, false},    {"\xE0\x9F\xBF", NONE, 0, false},  {"\xF0\x8F\xBF\xBF", NONE, 0, false},
+        {"\xE3\x81", NONE, 0, false},    {"\xF0\x90\x80z", NONE, 0, false}, {"\xBF", NONE, NONE, false},
         {"\xF8\x80\x80\x80\x80", NONE, NONE, false},
-        {"\xE3\x81", NONE, 0, false},
-        {"\xF0\x90\x80z", NONE, 0, false},
+        // clang-format on
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.text));
@@ -262,27 +256,12 @@ TEST(WorkingBufferTest, KeepsThreadsApartInTheSameSlots) {
 
 // The library's functions beside the plain ones, on random text, well-formed or not.
 TEST(PlainFormTest, DoesTheSame) {
-    static char const* const PIECES[] = {"a",
-                                         "b",
-                                         "A",
-                                         "\xC3\xA9",
-                                         "\xE3\x81\x82",
-                                         "\xEF\xBC\xA0",
-                                         "\xEF\xBC\xA1",
-                                         "\xEF\xBD\x81",
-                                         "\xEF\xBB\xBF",
-                                         "\xF0\x9F\x98\x80",
-                                         "\xF0\xA0\x80\x80",
-                                         "\xE0\xA0\x80",
-                                         "a long word",
-                                         "\xE3\x81\xAE\xE4\xB8\x80\xE3\x81\xA4",
-                                         "\x80",
-                                         "\xE3",
-                                         "\xE3\x81",
-                                         "\xC0\x80",
-                                         "\xE0\x9F\xBF",
-                                         "\xE3\xC1\x82",
-                                         "\xFF"};  // the last seven malformed
+    // clang-format off
+    static char const* const PIECES[] = {
+        "a", "b", "A", "\u00E9", "\u3042", "\uFF20", "\uFF21", "\uFF41", "\uFEFF", "\U0001F600",
+        "\U00020000", "\u0800", "a long word", "\u306E\u4E00\u3064",
+        "\x80", "\xE3", "\xE3\x81", "\xC0\x80", "\xE0\x9F\xBF", "\xE3\xC1\x82", "\xFF"};  // malformed
+    // clang-format on
     std::mt19937 random(20240607);
     auto const pick = [&](unsigned long below) { return random() % below; };
     auto const makeText = [&](unsigned long maxPieces) {
