@@ -237,8 +237,7 @@ TEST_F(LinesAheadTest, OtherCallsWorkAtThePosition) {
 }
 
 TEST_F(LinesAheadTest, AFileThatGrowsGoesOn) {
-    while (file.readLine(nullptr, 0, nullptr) != File::END_OF_FILE) {
-        line(file);
+    while (std::get<0>(read(file)) != File::END_OF_FILE) {
     }
     std::ofstream(text.scratch("text"), std::ios::app) << "seven";
     EXPECT_EQ("seven", line(file));
@@ -288,16 +287,13 @@ TEST(ReadTextRoomTest, WithoutItTheTextStays) {
     EXPECT_TRUE(dst.fencesIntact());
 }
 
-TEST(ReadTextFailureTest, LeavesThePosition) {
-    TextFile text("a\n", UTF8);
+TEST(ReadTextFailureTest, LeavesThePositionAndIsLogged) {
+    TextFile large("a\n", UTF8);
     TextFile unknown("a\n", 4);
     Outcome const failure(-1, "", 0, 0);
-    EXPECT_EQ(failure, read(text.file, 5120));
+    EXPECT_EQ(failure, read(large.file, 5120));
     EXPECT_EQ(failure, read(unknown.file));
     EXPECT_EQ(failure, read(unknown.file, 1));
-}
-
-TEST(ReadTextFailureTest, IsLogged) {
     test::LogCapture log;
     TextFile text("a", LOW_FIRST, File::WRITE);
     EXPECT_EQ(-1, text.file.findNextLineSize(1, nullptr, nullptr));
@@ -339,11 +335,19 @@ Written write(int textType, char const* text, unsigned long maxBytes, unsigned l
     return {result, file.scratch.content("text")};
 }
 
-TEST(WriteTextTest, StoresTheBytes) {
+TEST(WriteTextTest, StoresTheBytesOfWhatIsInTheText) {
     EXPECT_EQ(Written(2, "bc"), write(UTF8, "abc", 9, 1));
     EXPECT_EQ(Written(2, "a\xE3"), write(UTF8, "a\u3042", 2));  // cut in a character
     EXPECT_EQ(Written(4, "\0y\x30\x42"s), write(HIGH_FIRST, "xy\u3042", 9, 1));
     EXPECT_EQ(Written(3, "x\0y"s), write(LOW_FIRST, "xy", 3));
+    EXPECT_EQ(Written(-1, ""), write(SJIS, "ab", 9));
+    EXPECT_EQ(Written(-1, ""), write(UTF8, "abc", 9, 4));
+    EXPECT_EQ(Written(-1, ""), write(UTF8, "abc", 5120));
+    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "\u3042xy", 9, 1));  // inside a character
+    // No single character, in UTF-16.
+    EXPECT_EQ(Written(0, ""), write(LOW_FIRST, "x", 9));
+    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "xy", 9, 1));
+    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "", 9));
 }
 
 TEST(WriteTextTest, WritesALongTextPieceByPiece) {
@@ -367,19 +371,6 @@ TEST(WriteTextTest, WritesALongTextPieceByPiece) {
     EXPECT_EQ(-1, TextFile("", UTF8, File::WRITE).file.writeText(text.c_str(), 9, 100001));
     text[3] = '\0';  // another one in its place
     EXPECT_EQ(-1, utf8.file.writeText(text.c_str(), 9, 230000));
-}
-
-TEST(WriteTextTest, RefusesShiftJisAndWhatIsNotInTheText) {
-    EXPECT_EQ(Written(-1, ""), write(SJIS, "ab", 9));
-    EXPECT_EQ(Written(-1, ""), write(UTF8, "abc", 9, 4));
-    EXPECT_EQ(Written(-1, ""), write(UTF8, "abc", 5120));
-    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "\u3042xy", 9, 1));  // inside a character
-}
-
-TEST(WriteTextTest, WritesNoSingleCharacterInUtf16) {
-    EXPECT_EQ(Written(0, ""), write(LOW_FIRST, "x", 9));
-    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "xy", 9, 1));
-    EXPECT_EQ(Written(-1, ""), write(LOW_FIRST, "", 9));
 }
 
 TEST(WriteLineTest, EndsALineInUtf8Only) {

@@ -116,11 +116,8 @@ TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
     struct {
         char const* name;
         unsigned long (*search)(char const*, char const*, unsigned long, unsigned long*);
-        char const* text;
-        char const* key;
-        unsigned long offset;
-        unsigned long index;
-        unsigned long end;
+        char const *text, *key;
+        unsigned long offset, index, end;
     } const cases[] = {
         {"empty pattern", findStr<char>, "abc", "", 1, 3, NONE},
         {"null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
