@@ -39,10 +39,10 @@ CLASS = re.compile(r"^(?:template\s*<.*?>\s*)?(class|struct)\s+(\w+)(?:\s+final)
 NAMESPACE = re.compile(r"^namespace\s*(\w*)$")
 FUNCTION = re.compile(r"(~?\w+)\s*\(")
 
-# What the library exports besides its namespace: the log, its sink, and instances of templates of
-# the standard library.
+# What the library exports besides its namespace: the log, its sink, instances of templates of the
+# standard library, and what a linker adds.
 OTHERS = re.compile(r"_Z\d+(?:applog|rawlog|registerLogType|\w*LogTag|\w*FilterLevel)"
-                    r"|__android_log_print$|_Z(?:T\w|N)?K?S[a-z]")
+                    r"|__android_log_print$|_edata$|_end$|__bss_start$|_Z(?:T\w|N)?K?S[a-z]")
 
 
 class Scope:
