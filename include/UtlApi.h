@@ -3,8 +3,11 @@
 #ifndef UTL_API_H
 #define UTL_API_H
 
+// The version's first number rises with what may break a program,
 #define UTL_VERSION_MAJOR 0
+// the second with what is new,
 #define UTL_VERSION_MINOR 1
+// and the third with what was mended.
 #define UTL_VERSION_PATCH 0
 
 // The library is built with hidden symbols; what carries this mark is its interface.

@@ -58,6 +58,7 @@ extern UTL_API DualText const KAIGYO_TBL[];     // line breaks: CR, LF
 extern UTL_API DualText const TAB_FF_TBL[];     // tab, vertical tab, form feed
 extern UTL_API DualText const CTL_OTHER_TBL[];  // all other ASCII controls but the terminator
 
+// The space, and the ideographic one.
 extern UTL_API DualText const HAN_SPACE_TBL[];
 extern UTL_API DualText const ZEN_SPACE_TBL[];
 
@@ -66,6 +67,7 @@ extern UTL_API DualText const ZEN_SPACE_TBL[];
 extern UTL_API DualText const HAN_MARK_TBL[];
 extern UTL_API DualText const ZEN_MARK_TBL[];
 
+// The digits and what else belongs to numbers, with the full-width forms.
 extern UTL_API DualText const HAN_DIGIT_TBL[];
 extern UTL_API DualText const ZEN_DIGIT_TBL[];
 extern UTL_API DualText const HAN_SIGN_TBL[];  // plus, minus

@@ -34,12 +34,14 @@ public:
     RefCounter(RefCounter const&) = delete;
     RefCounter& operator=(RefCounter const&) = delete;
 
+    // One holder more.
     void raise();
 
     // True when the last holder has let go. A count below 0 is logged under the name of the
     // holder's class; nobody destroys anything then.
     bool lower(char const* holderClass);
 
+    // Whether more than one holds it.
     bool isShared() const;
 
 private:
@@ -54,6 +56,7 @@ public:
     // nullptr when the holder is empty.
     virtual RefCounter* actGetRefCounter() const = 0;
 
+    // That of `other`.
     RefCounter* getRefCounter(GetRefCounterInterface const& other) const {
         return other.actGetRefCounter();
     }
@@ -65,6 +68,7 @@ class CountedHolder : public GetRefCounterInterface {
 public:
     CountedHolder() = default;
     CountedHolder(CountedHolder const& other) : GetRefCounterInterface(other) { copy(other); }
+    // Lets go of what it holds and shares what `other` holds.
     CountedHolder& operator=(CountedHolder const& other) {
         copy(other);
         return *this;
@@ -139,14 +143,17 @@ private:
     RefCounter* mCounter = nullptr;
 };
 
+// What holders of objects are called in the log.
 struct CountingPointerName {
     static char const* className() { return "CountingPointer"; }
 };
 
+// What holders of values are called there.
 struct CountingName {
     static char const* className() { return "Counting"; }
 };
 
+// Holds an object by its address.
 template <typename T, typename Destruct>
 class CountingPointer : public CountedHolder<T*, Destruct, CountingPointerName> {
 public:
@@ -156,15 +163,19 @@ public:
 // Deletes the object.
 template <typename T>
 struct DestructPointer {
+    // nullptr does no harm.
     void operator()(T* object) const { delete object; }
 };
 
+// Holds an object from new.
 template <typename T>
 class SmartPointer : public CountingPointer<T, DestructPointer<T>> {};
 
+// Holds a value that stands for something, such as a descriptor.
 template <typename T, typename Destruct>
 class Counting : public CountedHolder<T, Destruct, CountingName> {};
 
+// Holds a descriptor.
 template <typename Destruct>
 class SmartHandle : public Counting<int, Destruct> {};
 
@@ -172,6 +183,7 @@ class SmartHandle : public Counting<int, Destruct> {};
 // logged, when the disk did not take what was written; it is closed all the same. Deliberate:
 // descriptor 0 is never closed. It stands for "none", and the library never owns standard input.
 struct UTL_API DestructCloseFile {
+    // False when the disk did not take what was written.
     bool operator()(int descriptor) const;
 };
 

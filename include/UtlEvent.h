@@ -17,6 +17,7 @@
 
 namespace utl {
 
+// On or off, for others to wait for.
 class UTL_API Event {
 public:
     // The mode in which off can be waited for as well.

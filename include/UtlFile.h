@@ -78,6 +78,7 @@ public:
         KEEP_MODES,
     };
 
+    // What is listed or given as several paths.
     using Paths = Array<BasicString<char>, BasicString<char> const&>;
 
     // Closes `file`, which must live longer, when the scope ends.
@@ -117,6 +118,7 @@ public:
     // Does nothing: what was written reaches the disk when the last holder lets go. 1.
     int flush();
 
+    // Whether this object has it open.
     int isOpened() const;
 
     // 0, and no change, for what is not a text type.
@@ -207,6 +209,7 @@ public:
 
     // Questions about a path.
 
+    // Whether there is anything; whether it is a directory.
     static int exists(char const* path);
     static int isDirectory(char const* path);
 

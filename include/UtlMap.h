@@ -19,6 +19,7 @@
 
 namespace utl {
 
+// A key and its value.
 template <typename K, typename V>
 class Pair {
 public:
@@ -48,6 +49,7 @@ struct IsMovedAsBytes<Pair<K, V>>
 // Orders pairs by the key type's own less-than.
 template <typename K, typename V>
 struct CompareLessPairKey {
+    // Whether `a` comes before `b`.
     bool operator()(Pair<K, V> const& a, Pair<K, V> const& b) const { return a.key() < b.key(); }
     bool operator()(Pair<K, V> const& a, K const& b) const { return a.key() < b; }
     bool operator()(K const& a, Pair<K, V> const& b) const { return a < b.key(); }
@@ -75,6 +77,7 @@ template <typename K, typename PairT, typename Compare>
     return static_cast<unsigned long>(first - pairs);
 }
 
+// A sorted array of pairs with distinct keys.
 template <typename K, typename V, typename KArg = K const&, typename VArg = V const&,
           typename Compare = CompareLessPairKey<K, V>>
 class Map {
@@ -113,6 +116,7 @@ public:
         return mPairs.insertAt(position, pair);
     }
 
+    // The same with a pair made of the two.
     int insert(KArg key, VArg value, int overwrite) {
         return insert(Pair<K, V>(key, value), overwrite);
     }

@@ -72,6 +72,8 @@ public:
     struct FileNameInfo {
         char path[260];
     };
+
+    // The same for a thread.
     struct ThreadNameInfo {
         int threadId;
         char name[128];

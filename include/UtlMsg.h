@@ -40,9 +40,11 @@ public:
     // 0 while everything since the last begin succeeded. This one always returns 0.
     virtual int getResult();
 
+    // The id comes first.
     virtual int setMsgId(long msgId) = 0;
     virtual int getMsgId(long* msgId) = 0;
 
+    // Write a field; a text with its terminator.
     virtual int set(bool value) = 0;
     virtual int set(unsigned char value) = 0;
     virtual int set(unsigned short value) = 0;
@@ -59,6 +61,7 @@ public:
     virtual int set(char const* text) = 0;
     virtual int set(unsigned char const* bytes, unsigned long size) = 0;
 
+    // Read the next field.
     virtual int get(bool* value) = 0;
     virtual int get(unsigned char* value) = 0;
     virtual int get(unsigned short* value) = 0;
@@ -73,7 +76,7 @@ public:
     virtual int get(float* value) = 0;
     virtual int get(double* value) = 0;
 
-    // A text with its terminator, into `maxLength` bytes.
+    // A text with its terminator, into `maxLength` bytes; bytes, exactly `size` of them.
     virtual int get(char* text, unsigned long maxLength) = 0;
     virtual int get(unsigned char* bytes, unsigned long size) = 0;
 };

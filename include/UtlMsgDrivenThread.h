@@ -36,6 +36,7 @@ namespace utl {
 
 class LoopControl;
 
+// What a thread does with its messages.
 class UTL_API ThreadMsgListener {
 public:
     virtual ~ThreadMsgListener();

@@ -10,6 +10,7 @@
 
 namespace utl {
 
+// Elements come out in the order in which they went in.
 template <typename T>
 class Queue {
 public:

@@ -30,6 +30,7 @@ UTL_API bool compareMemory(void const* a, void const* b, unsigned long size);
 template <typename CharT>
 unsigned long clearStrBuffer(CharT* buffer, unsigned long count);
 
+// The one for char.
 template <>
 UTL_API unsigned long clearStrBuffer<char>(char* buffer, unsigned long count);
 

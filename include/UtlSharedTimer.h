@@ -93,6 +93,7 @@ public:
     // In milliseconds; all bits set for an unknown timer.
     unsigned long getInterval(int timerId) const;
 
+    // False for an unknown timer.
     bool isRunning(int timerId) const;
 
     // Fills `ids` in ascending order. False for nullptr and without memory.

@@ -99,6 +99,7 @@ UTL_API unsigned long combineStr(CharT* dst, unsigned long size, CharT const* ba
 template <typename CharT>
 unsigned long formatStr(CharT* dst, unsigned long size, CharT const* format, ...);
 
+// The one for char.
 template <>
 UTL_API UTL_PRINTF_FORMAT(3, 4) unsigned long formatStr<char>(char* dst, unsigned long size,
                                                               char const* format, ...);
@@ -293,6 +294,7 @@ UTL_API BasicString<CharT> operator+(CharT const* left, BasicString<CharT> const
 // never destroyed: static constructors may use it, and threads while the process exits.
 class UTL_API StaticBuffer {
 public:
+    // The process's one.
     static StaticBuffer& get();
 
     StaticBuffer(StaticBuffer const&) = delete;
@@ -321,6 +323,7 @@ public:
     WorkingBuffer(WorkingBuffer const&) = delete;
     WorkingBuffer& operator=(WorkingBuffer const&) = delete;
 
+    // What was borrowed. A fourth nested buffer gets the third one's.
     operator CharT*() const;
 
 private:

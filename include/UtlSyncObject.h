@@ -49,6 +49,7 @@ private:
 // Holds `object`, which must live longer, until the scope ends. A failed lock() is not reported.
 class UTL_API SyncGuard {
 public:
+    // Locks; blocks.
     explicit SyncGuard(SyncObjectBase const& object);
     virtual ~SyncGuard();
     SyncGuard(SyncGuard const&) = delete;

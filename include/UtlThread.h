@@ -59,6 +59,7 @@ public:
     ThreadPriority& operator=(ThreadPriority const&) = default;
     ThreadPriority& operator=(Priority label);
 
+    // Any number that is no label gives the invalid priority.
     void value(int label);
 
     // The label, or -1. -3, which no label has, counts as HIGH's, and anything below -4 as

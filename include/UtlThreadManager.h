@@ -39,6 +39,7 @@ public:
 
     // Detaches and frees a thread handle, a heap copy of the system's.
     struct UTL_API DetachThread {
+        // `handle` must not be null.
         void operator()(long* handle) const;
     };
 
@@ -66,6 +67,7 @@ public:
         // The manager started the thread.
         bool isControllable() const;
 
+        // Sets the stop event, if there is one.
         void toStop();
 
         // REACHED, TIMED_OUT, or WAIT_FAILED without a stop event.
@@ -131,6 +133,7 @@ public:
     // runs.
     bool unregister(int id);
 
+    // Registered; and registered, started by the manager and not yet finished.
     bool isThreadExist(int id) const;
     bool isThreadActive(int id) const;
 

@@ -30,7 +30,10 @@ class WatchdogTimerListener;
 // What the watchdog knows of a registered thread. A plain value.
 class UTL_API WatchdogInfo {
 public:
+    // Whether its reports are waited for.
     enum WatchStatus { WATCHING = 0, NOT_WATCHING = 1 };
+
+    // What came of the last wait for one.
     enum AliveStatus { UNKNOWN = 0, ALIVE = 1, TIMEOUT = 2 };
 
     // How often the watchdog looks unless told otherwise, in milliseconds.
@@ -84,6 +87,7 @@ private:
     BasicString<char> mName;
 };
 
+// Who is told of a silent thread.
 class UTL_API WatchdogTimerListener {
 public:
     virtual ~WatchdogTimerListener();
@@ -140,6 +144,7 @@ public:
     // A new alive time begins at once. False, logged, for 0.
     bool setAliveTime(int id, unsigned long aliveTimeMs);
 
+    // False for an unknown one.
     bool isWatching(int id) const;
     bool isRegistered(int id) const;
 

@@ -51,6 +51,7 @@ public:
     unsigned short microsecond() const { return mMicrosecond; }
     unsigned short nanosecond() const { return mNanosecond; }
 
+    // Every field in its range; the day is not held against the month.
     bool isValid() const;
 
     // Strictly earlier than `other`.

@@ -20,6 +20,7 @@ namespace utl {
 
 class WatchdogTimerListener;
 
+// Who is called when a timer expires.
 class UTL_API TimerListener {
 public:
     virtual ~TimerListener();
@@ -50,6 +51,7 @@ public:
     Timer(Timer const&) = delete;
     Timer& operator=(Timer const&) = delete;
 
+    // As in SharedTimer, for this one timer.
     bool start(int noWait);
     bool stop(int noWait);
     bool restart(int noWait);

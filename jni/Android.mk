@@ -93,9 +93,14 @@ ifeq ($(UTL_HEAP_ACCOUNTING),1)
 LOCAL_CPPFLAGS += -DUTL_HEAP_ACCOUNTING
 LOCAL_EXPORT_CPPFLAGS := -DUTL_HEAP_ACCOUNTING
 endif
-LOCAL_LDFLAGS := -Wl,-z,nodelete
+LOCAL_LDFLAGS := -Wl,-z,nodelete -Wl,--version-script=$(LOCAL_PATH)/source/utl.map
 LOCAL_LDLIBS := -llog
-# The companion library that knows the device's time zone (class LocalTimeTzApp).
-LOCAL_SHARED_LIBRARIES := localtimetz
+# The module of the companion library that knows the device's time zone (class LocalTimeTzApp), where
+# there is one: UTL_TIME_ZONE_LIBRARY=localtimetz. Without it, the zone that the C library knows.
+ifdef UTL_TIME_ZONE_LIBRARY
+LOCAL_SHARED_LIBRARIES := $(UTL_TIME_ZONE_LIBRARY)
+else
+LOCAL_SRC_FILES += source/platform/UtlTimeZoneSystem.cpp
+endif
 
 include $(BUILD_SHARED_LIBRARY)

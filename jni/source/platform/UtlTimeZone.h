@@ -7,7 +7,7 @@
 
 #include "platform/UtlStaticLock.h"
 
-// Android: the companion time-zone library supplies it. Elsewhere this library does.
+// The companion time-zone library of a device supplies it. Where there is none this library does.
 class LocalTimeTzApp {
 public:
     LocalTimeTzApp();
