@@ -14,6 +14,7 @@
 
 #include "UtlApi.h"
 #include "UtlCountingPointer.h"
+#include "UtlDuration.h"
 #include "UtlEvent.h"
 #include "UtlMap.h"
 #include "UtlString.h"
@@ -141,6 +142,7 @@ public:
     // WAIT_FAILED for any other thread and for the caller itself. `timeout` in milliseconds, 0 for
     // no limit.
     int waitToStop(int id, unsigned long timeout) const;
+    int waitToStop(int id, Duration limit) const { return waitToStop(id, limit.atLeastOne()); }
 
     // Changes the priority of the calling thread, which must have been started by the manager;
     // false for any other id, an invalid priority, or when the system refuses.
@@ -167,6 +169,9 @@ public:
     // The watchdog: the operations of ThreadWatchdog, with their results. An `id` of 0 stands for
     // the calling thread, which is registered under its name here.
     bool entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListener* listener, int id);
+    bool entryWatchdog(Duration aliveTime, WatchdogTimerListener* listener, int id) {
+        return entryWatchdog(aliveTime.milliseconds(), listener, id);
+    }
     bool unregisterWatchdog(int id);
     bool isRegisteredWatchdog(int id) const;
 
@@ -176,7 +181,13 @@ public:
     // How often the watchdog looks, in milliseconds. Blocks until a listener that is being called
     // has returned. False when that cannot be set.
     bool setWatchdogWatchInterval(unsigned long intervalMs);
+    bool setWatchdogWatchInterval(Duration interval) {
+        return setWatchdogWatchInterval(interval.atLeastOne());
+    }
     bool setWatchdogAliveTime(unsigned long aliveTimeMs, int id);
+    bool setWatchdogAliveTime(Duration aliveTime, int id) {
+        return setWatchdogAliveTime(aliveTime.milliseconds(), id);
+    }
     bool startWatchdog(int id);
     bool stopWatchdog(int id);
 

@@ -11,7 +11,7 @@ SOURCE = ROOT / "jni" / "source"
 
 # From the bottom to the top: folders of jni/source, or modules where a folder has several layers.
 LAYERS = [
-    {"UtlApi"},
+    {"UtlApi", "UtlDuration"},
     {"platform", "UtlRawMemory"},
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},
