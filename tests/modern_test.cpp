@@ -87,5 +87,56 @@ TEST_F(ModernThreads, NothingEndsBeforeItsTime) {
     EXPECT_LE(4ms, counter.elapsedTime());
 }
 
+// Views.
+
+TEST(ModernStrings, AViewIsStoredUpToItsEndOnACharacter) {
+    struct {
+        std::string_view text;
+        unsigned long room;
+        int trunc;
+        std::string_view stored;  // without a data pointer where nothing is
+    } const cases[] = {
+        {"abc", 4, WHOLE, "abc"},
+        {"abc", 3, WHOLE, {}},
+        {"abc", 3, TRUNCATE, "ab"},
+        {"a\xC3\xA9", 3, TRUNCATE, "a"},
+        {"a\xC3"sv, 9, WHOLE, "a"},  // the end of the view cuts it
+        {"a\xE3\x81"sv, 9, TRUNCATE, "a"},
+        {"\xF0\x9F\x98"sv, 9, WHOLE, ""},
+        {"a\xF0\x9F\x98\x80", 9, WHOLE, "a\xF0\x9F\x98\x80"},
+        {"ab\0cd"sv, 9, WHOLE, "ab"},
+        {{}, 1, WHOLE, ""},
+        {"\x80\x80\x80"sv, 2, TRUNCATE, {}},
+    };
+    for (auto const& one : cases) {
+        std::vector<char> const exact(one.text.begin(), one.text.end());  // nothing behind it
+        std::string_view const view(exact.data(), exact.size());
+        test::FencedBuffer dst(one.room);
+        unsigned long const expected = one.stored.data() != nullptr ? one.stored.size() + 1 : NONE;
+        EXPECT_EQ(expected, copyStr(dst.data(), one.room, view, one.trunc)) << one.text;
+        EXPECT_TRUE(expected == NONE ? dst.isUntouched() : dst.data() == one.stored) << one.text;
+        EXPECT_TRUE(dst.fencesIntact());
+    }
+    EXPECT_EQ(4u, copyStr(nullptr, 0, "abc"sv, WHOLE));
+}
+
+TEST(ModernStrings, AStringTakesViewsOfItselfToo) {
+    BasicString<char> text("0123456", 8, BasicString<char>::FIXED);
+    text += text.view().substr(2, 3);
+    EXPECT_EQ("0123456234"sv, text.view());
+    text = text.view().substr(5);
+    EXPECT_EQ("56234"sv, text.view());
+    EXPECT_EQ(1, text.copy("\xC3\xA9\xC3\xA9"sv.substr(0, 3), WHOLE));
+    EXPECT_STREQ("\xC3\xA9", text.c_str());
+    EXPECT_EQ(1, text.combine(std::string(20, 'x'), TRUNCATE));
+    EXPECT_EQ(text.capacity() - 1, text.length());
+    EXPECT_EQ(0, text.combine("y"sv, WHOLE));
+    text.copyShallow("lent");
+    text += "er"sv;
+    EXPECT_EQ("lenter"sv, text.view());
+    text = ""sv;
+    EXPECT_EQ(0u, text.length());
+}
+
 }  // namespace
 }  // namespace utl
