@@ -57,6 +57,7 @@ LOCAL_SRC_FILES := \
     source/files/UtlFileLog.cpp \
     source/files/UtlFileModes.cpp \
     source/files/UtlFilePath.cpp \
+    source/files/UtlFileReplace.cpp \
     source/files/UtlFileSeekKey.cpp \
     source/files/UtlFileText.cpp \
     source/files/UtlFileTree.cpp \

@@ -138,5 +138,86 @@ TEST(ModernStrings, AStringTakesViewsOfItselfToo) {
     EXPECT_EQ(0u, text.length());
 }
 
+// Files that are replaced.
+
+unsigned entries(test::Scratch const& scratch) {
+    std::filesystem::directory_iterator const all(scratch.path());
+    return static_cast<unsigned>(std::distance(begin(all), end(all)));
+}
+
+TEST(ModernFiles, AReplacementKeepsModesTargetsAndReadersAndYieldsToWriters) {
+    test::Scratch const scratch;
+    EXPECT_TRUE(test::asNobody([&] {
+        umask(027);
+        EXPECT_EQ(1, File::replace(scratch("new/file"), "one\0two"sv));
+        EXPECT_EQ(0777u, scratch.mode("new/file"));
+        File::setModePolicy(File::KEEP_MODES);
+        EXPECT_EQ(1, File::replace(scratch("kept"), nullptr, 0));
+        EXPECT_EQ(0640u, scratch.mode("kept"));
+        chmod(scratch("kept"), 04603);
+        File reader(scratch("kept"), File::UTF8);
+        EXPECT_EQ(1, reader.open(File::AS_IT_IS, File::READ));
+        EXPECT_EQ(1, File::replace(scratch("kept"), "private"));
+        EXPECT_EQ(0603u, scratch.mode("kept"));
+        EXPECT_EQ(0, reader.size());
+        scratch.link("kept", "link");
+        EXPECT_EQ(1, File::replace(scratch("link"), "in place of the link"));
+        EXPECT_EQ("in place of the link", scratch.content("link"));
+        File::applyReadOnly(scratch("link"), 0);
+        for (char const* path : {scratch("link"), scratch("new"), scratch("new//file")}) {
+            EXPECT_EQ(0, File::replace(path, "x")) << path;
+        }
+        File writer(scratch("kept"), File::UTF8);
+        EXPECT_EQ(1, writer.open(File::AS_IT_IS, File::WRITE));
+        EXPECT_EQ(0, File::replace(scratch("kept"), "lost"));
+        EXPECT_EQ("private", scratch.content("kept"));
+        EXPECT_EQ(3u, entries(scratch));
+    }));
+}
+
+// The limit of a file's size stands for a full disk; its signal, where it is not ignored, kills the
+// process half way.
+TEST(ModernFiles, AFailureHalfWayLeavesTheOldFile) {
+    test::Scratch const scratch;
+    char const* const path = scratch.file("file", "old");
+    test::NoMore<RLIMIT_CORE> const noCore;
+    auto const replace = [=](void (*onSignal)(int)) {
+        rlimit const most = {4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &most);
+        signal(SIGXFSZ, onSignal);
+        test::LogCapture log;
+        EXPECT_EQ(0, File::replace(path, std::string(10000, 'x')));
+        EXPECT_TRUE(log.has("replace Failed. errno[" + std::to_string(EFBIG) + "] Path:" + path));
+    };
+    EXPECT_TRUE(test::inChild([=] { replace(SIG_IGN); }));
+    EXPECT_EQ(1u, entries(scratch));
+    EXPECT_FALSE(test::inChild([=] { replace(SIG_DFL); }));
+    EXPECT_EQ("old", scratch.content("file"));
+    EXPECT_EQ(2u, entries(scratch));
+}
+
+TEST(ModernFiles, WhoeverLooksSeesAWholeFile) {
+    test::Scratch const scratch;
+    char const* const path = scratch("file");
+    std::atomic<bool> isOver{false};
+    auto const replace = [=](char letter) {
+        for (int times = 0; times < 60; ++times) {
+            EXPECT_EQ(1, File::replace(path, std::string(9000, letter)));
+        }
+    };
+    auto const look = test::inThread([&] {
+        while (!isOver.load()) {
+            std::string const content = scratch.content("file");
+            EXPECT_TRUE(content.empty() || content == std::string(9000, content[0]));
+        }
+    });
+    auto const other = test::inThread([=] { replace('b'); });
+    replace('a');
+    other.wait();
+    isOver.store(true);
+    look.wait();
+    EXPECT_EQ(1u, entries(scratch));
+}
+
 }  // namespace
 }  // namespace utl
