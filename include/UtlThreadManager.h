@@ -27,6 +27,7 @@ class StaticLock;
 }
 
 class Deadline;
+class LineOutput;
 class ManagerAccess;
 class StatementInfo;
 class ThreadWatchdog;
@@ -163,6 +164,11 @@ public:
     // Logs the registry at `level`.
     void printThreadInfoReg(int level) const;
 
+    // Stores the same lines at `dst`, each with a line feed behind it: as many whole ones as there
+    // is room for in `size` bytes with a terminator. Returns the bytes that all of them need with
+    // it; a `size` of 0 only asks. One that is longer than 1022 bytes is cut.
+    unsigned long storeThreadInfoReg(char* dst, unsigned long size) const;
+
     // Does nothing.
     void printThreadInfo(int level) const;
 
@@ -194,8 +200,10 @@ public:
     // The calling thread is alive, at `statement`. False when it is not registered.
     bool keepAliveWatchdog(StatementInfo const& statement);
 
-    // Logs the watchdog's table, and the threads that are not in it, at `level`.
+    // Log the watchdog's table, and the threads that are not in it, at `level`; store it as
+    // storeThreadInfoReg() does.
     void printWatchdogInfo(int level) const;
+    unsigned long storeWatchdogInfo(char* dst, unsigned long size) const;
 
 private:
     friend class ManagerAccess;
@@ -228,6 +236,8 @@ private:
     static void becomeChild(int parentsId);
     void keepOnly(int parentsId);
     bool findEntry(int id, ThreadEntry* out) const;
+    void printRegistry(LineOutput& output) const;
+    void printWatched(LineOutput& output) const;
 
     static std::atomic<ThreadManager*> mpTheObject;
 

@@ -37,6 +37,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlString.cpp \
     source/text/UtlStringSearch.cpp \
     source/text/UtlWorkingBuffer.cpp \
+    source/foundation/UtlLineOutput.cpp \
     source/foundation/UtlLog.cpp \
     source/foundation/UtlLogTypes.cpp \
     source/foundation/UtlBlockingCall.cpp \

@@ -87,6 +87,73 @@ TEST_F(ModernThreads, NothingEndsBeforeItsTime) {
     EXPECT_LE(4ms, counter.elapsedTime());
 }
 
+TEST_F(ModernThreads, OptionsSayWhatIsNotAsUsual) {
+    StartOptions options;
+    options.priority = ThreadPriority::LOW;
+    options.aliveTime = 61s;
+    test::Worker worker("worker");
+    EXPECT_EQ(0, worker.Thread::start(options));
+    ThreadPriority priority(ThreadPriority::HIGH);
+    EXPECT_TRUE(worker.getPriority(&priority) && priority == ThreadPriority::LOW);
+    char table[4096];
+    manager()->storeWatchdogInfo(table, sizeof table);
+    EXPECT_NE(nullptr, std::strstr(table, "     61000, NOT_WATCHING"));
+}
+
+// Dumps.
+
+// All of it; and in less room the longest beginning that ends with a line.
+template <typename Dump>
+std::string stored(Dump dump) {
+    std::string whole(dump(nullptr, 0), '#');
+    EXPECT_EQ(whole.size(), dump(whole.data(), whole.size()));
+    EXPECT_EQ('\0', whole.back());
+    whole.pop_back();
+    unsigned long const second = whole.find('\n', whole.find('\n') + 1) + 1;  // the head's end
+    for (unsigned long size = second; size <= whole.size(); ++size) {
+        test::FencedBuffer buffer(size);
+        EXPECT_EQ(whole.size() + 1, dump(buffer.data(), size));
+        unsigned long const end = size > second ? whole.rfind('\n', size - 2) + 1 : 0;
+        EXPECT_EQ(0, whole.compare(0, end != 0 ? end : std::strlen(buffer.data()), buffer.data()));
+        EXPECT_TRUE(buffer.fencesIntact());
+    }
+    return whole;
+}
+
+TEST_F(ModernThreads, ATableIsTheSameInTheLogAndInABuffer) {
+    manager()->entryCaller(1, 60000, nullptr, "t\xC3\xA9st");
+    test::LogCapture log;
+    manager()->printThreadInfoReg(3);
+    manager()->printWatchdogInfo(3);
+    std::string logged;
+    for (test::LogLine const& line : log.all()) {
+        logged += line.text.substr(12, line.text.size() - 14) + '\n';  // "<UTIL> DTL: ", "\r\n"
+    }
+    std::string const registry = stored(
+        [](char* dst, unsigned long size) { return manager()->storeThreadInfoReg(dst, size); });
+    EXPECT_EQ(logged, registry + stored([](char* dst, unsigned long size) {
+                          return manager()->storeWatchdogInfo(dst, size);
+                      }));
+}
+
+TEST(ModernMemory, AHeapDumpIsTheSameInAFileAndInABuffer) {
+    test::Scratch const scratch;
+    Memory* const memory = Memory::get();
+    auto const allocate = [=](std::uintptr_t address) {
+        memory->updateManagement(0, reinterpret_cast<void*>(address), 7, NONE, 12);
+    };
+    allocate(64);
+    EXPECT_EQ(NONE, memory->storeMarkedHeapDetail(nullptr, 0));
+    memory->mark();
+    allocate(128);
+    allocate(32);
+    memory->printMarkedHeapDetail(0, scratch("dump"));
+    EXPECT_EQ(scratch.content("dump"), stored([=](char* dst, unsigned long size) {
+                  return memory->storeMarkedHeapDetail(dst, size);
+              }));
+    Memory::destroy();
+}
+
 // Views.
 
 TEST(ModernStrings, AViewIsStoredUpToItsEndOnACharacter) {

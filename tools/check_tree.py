@@ -18,7 +18,7 @@ LAYERS = [
     {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8", "UtlCharacterSet",
      "UtlPattern", "UtlAppender",
      "UtlCharTable", "UtlCharTableData"},
-    {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode"},
+    {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode", "UtlBoundedText", "UtlLineOutput"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",
      "UtlBlockingCall", "UtlVisitorCount"},
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",
