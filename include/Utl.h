@@ -9,6 +9,7 @@
 #include "UtlCharSet.h"
 #include "UtlCharTable.h"
 #include "UtlCountingPointer.h"
+#include "UtlDuration.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlLog.h"

@@ -2,7 +2,7 @@
 //
 //     Event ready(0, 0);
 //     ready.setOn();                       // one thread
-//     if (ready.waitToOn(500) == REACHED)  // any number of others
+//     if (ready.waitToOn(500ms) == REACHED)  // any number of others
 //
 // Any thread may use an event. Nobody may wait for it when it is destroyed; whoever has seen it on
 // may destroy it, even if the one who switched it on has not returned yet.
@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "UtlApi.h"
+#include "UtlDuration.h"
 
 namespace utl {
 
@@ -45,6 +46,8 @@ public:
     // state was seen; without one, the thread was woken, and the state may have changed again.
     int waitToOn(unsigned long timeout) const;
     int waitToOff(unsigned long timeout) const;
+    int waitToOn(Duration limit) const { return waitToOn(limit.atLeastOne()); }
+    int waitToOff(Duration limit) const { return waitToOff(limit.atLeastOne()); }
 
 private:
     struct Side;

@@ -24,6 +24,8 @@
 #ifndef UTL_FILE_H
 #define UTL_FILE_H
 
+#include <string_view>
+
 #include "UtlApi.h"
 #include "UtlArray.h"
 #include "UtlCountingPointer.h"
@@ -258,6 +260,23 @@ public:
     // read-only is removed only with a `force` of 1, a file that anybody has open not at all. Of a
     // symbolic link only the link goes. A path that ends in "." or ".." is refused.
     static int erase(char const* path, int force);
+
+    // Gives the path a new file with just these bytes, at once: whoever opens it finds the old file
+    // or the new one, whole, also after a power cut. Makes the directories that are missing. The
+    // new file has the permissions of the old one, without set-id bits, or those of any new file;
+    // its owner is this process's. Of a symbolic link the link is replaced, and what it leads to
+    // left alone.
+    //
+    // 0 for what is no plain file, for a read-only one, for one that anybody has open to write, and
+    // for a directory that cannot be read; and, logged, when the disk does not take it: the old
+    // file is as it was. Only when the directory cannot be synced, at the very end, the new file is
+    // there already. Who has the old file open to read goes on with that; opening it to write,
+    // moving and erasing it are refused meanwhile.
+    //
+    // The bytes are written beside it first: a process that is killed meanwhile leaves a file
+    // ".utl-*.tmp" in the directory, which nobody uses.
+    static int replace(char const* path, std::string_view contents);
+    static int replace(char const* path, void const* bytes, unsigned long size);
 
     // Copies a file, or a directory with everything in it, up to the first failure; makes the
     // directories it goes to. New files take the permission bits of their source, and its set-id

@@ -44,6 +44,10 @@ class StaticLock;
 // They show what was recorded when they were called, less what is released before they come to it.
 // Nobody waits for them: recording goes on, and of two that go to one file at once the messages are
 // mixed there.
+//
+// The store operations store the same text at `dst`: as many of its messages as there is room for
+// in `size` bytes with a terminator. They return the bytes that all of it needs with it; a `size`
+// of 0 only asks. With the switch off the text is empty.
 class UTL_API Memory {
 public:
     // Live allocations, and the highest that either figure has been.
@@ -121,12 +125,15 @@ public:
 
     // Prints the four figures.
     bool printUsedHeap(int toLog, char const* path);
+    unsigned long storeUsedHeap(char* dst, unsigned long size);
 
     // Prints every live allocation, in the order of their addresses.
     bool printUsedHeapDetail(int toLog, char const* path);
+    unsigned long storeUsedHeapDetail(char* dst, unsigned long size);
 
-    // Prints those made since mark(). False when that was never called.
+    // Prints those made since mark(). False, or NONE, when that was never called.
     bool printMarkedHeapDetail(int toLog, char const* path);
+    unsigned long storeMarkedHeapDetail(char* dst, unsigned long size);
 
     // Forgets all allocations, figures and names, but not the mark. resetUsedHeap() does so only
     // with the switch on.
@@ -146,7 +153,6 @@ private:
 
     void recordAllocation(DetailHeapInfo const& info);
     void recordRelease(std::uintptr_t address, unsigned long fileId, int line);
-    void printDetails(int toLog, char const* path, char const* title, std::uint64_t firstSerial);
 
     static Memory* mpTheObject;  // guarded by mInstantiationSyncObject
 

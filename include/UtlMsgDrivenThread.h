@@ -12,7 +12,7 @@
 //
 //     Printer printer;
 //     MsgDrivenThread thread(256, 100, "printer", 0);  // 100 messages of 256 bytes, no timers
-//     thread.start(&printer, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0);
+//     thread.start(&printer, {});
 //     thread.postMsg(LineMsg(...));
 //     thread.stop(1, 0);
 //
@@ -88,10 +88,12 @@ public:
     int start(ThreadMsgListener* listener, int watchdogMode, unsigned long watchdogAliveTime,
               WatchdogTimerListener* watchdogListener, int waitMode, unsigned long waitTimeout,
               ThreadPriority const& priority, unsigned long reserved);
+    int start(ThreadMsgListener* listener, StartOptions const& options);
 
     // As Thread::stop(). What is queued is not delivered, but for at most one message. A thread
     // that has ended leaves the manager's registry. -1 on the thread itself.
     int stop(int waitMode, unsigned long timeout);
+    int stop(Duration limit) { return stop(1, limit.atLeastOne()); }
 
     // Queue a message: messages of one sender arrive in their order. Refused, and logged, when it
     // is too large, has a reserved id, or the queue is full; refused when the thread does not run
@@ -128,6 +130,10 @@ public:
     // two wait. Its id, which is positive, or -1. With `noWait` 0 it blocks until the thread has
     // started the timer.
     int setTimer(unsigned long intervalMs, int noWait, unsigned int repeatCount, int freeRunning);
+    int setTimer(Duration interval, int noWait = 0, unsigned int repeatCount = 0,
+                 int freeRunning = 0) {
+        return setTimer(interval.atLeastOne(), noWait, repeatCount, freeRunning);
+    }
 
     // Stops and forgets a timer; an expiry that is queued still arrives. With `noWait` 0 it blocks
     // until that is done. 0 when it is unknown, which on the thread itself counts as done.
@@ -151,6 +157,7 @@ private:
 
     class Loop;
 
+    bool takeListener(ThreadMsgListener* listener);
     bool isServing() const;
     LoopControl& control();
 

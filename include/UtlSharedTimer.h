@@ -2,7 +2,7 @@
 // other, when they expire.
 //
 //     SharedTimer timers(0, 0, nullptr, 8, "timers");  // not watched, up to 8 timers
-//     int const id = timers.addTimer(&poller, 500, 0, 0);
+//     int const id = timers.addTimer(&poller, 500ms);
 //     timers.start(id, 0);
 //     ...
 //     timers.destroy();
@@ -67,6 +67,10 @@ public:
     // timer's id, which is positive, or -1: there is no more room, or the thread is ending.
     int addTimer(TimerListener* listener, unsigned long intervalMs, unsigned int repeatCount,
                  int freeRunning);
+    int addTimer(TimerListener* listener, Duration interval, unsigned int repeatCount = 0,
+                 int freeRunning = 0) {
+        return addTimer(listener, interval.atLeastOne(), repeatCount, freeRunning);
+    }
 
     // True also for a timer that runs already. False for an unknown one, and when it cannot be
     // started.
@@ -89,6 +93,9 @@ public:
 
     // Takes effect at the timer's next expiry or start. False for an unknown one.
     bool setInterval(int timerId, unsigned long intervalMs);
+    bool setInterval(int timerId, Duration interval) {
+        return setInterval(timerId, interval.atLeastOne());
+    }
 
     // In milliseconds; all bits set for an unknown timer.
     unsigned long getInterval(int timerId) const;
@@ -105,6 +112,9 @@ public:
 
     // As setWatchdogAliveTime(), startWatchdog() and stopWatchdog() of Thread.
     bool setThreadWatchdogAliveTime(unsigned long aliveTimeMs);
+    bool setThreadWatchdogAliveTime(Duration aliveTime) {
+        return setThreadWatchdogAliveTime(aliveTime.milliseconds());
+    }
     bool startThreadWatchdog();
     bool stopThreadWatchdog();
 

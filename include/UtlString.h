@@ -22,6 +22,7 @@
 #define UTL_STRING_H
 
 #include <memory>
+#include <string_view>
 
 #include "UtlApi.h"
 #include "UtlArray.h"
@@ -83,6 +84,13 @@ UTL_API unsigned long copyGeneral(CharT* dst, unsigned long size, unsigned long 
 template <typename CharT>
 UTL_API unsigned long copyStr(CharT* dst, unsigned long size, CharT const* src, unsigned long count,
                               int trunc);
+
+// Stores the text of a view, which ends where the view does, or at a zero byte in it before. A
+// character that the end of the view cuts is left out; an empty view stores an empty text. NONE for
+// text that does not fit, and with TRUNCATE for bytes among which no character starts. The buffers
+// may overlap.
+UTL_API unsigned long copyStr(char* dst, unsigned long size, std::string_view src, int trunc);
+
 template <typename CharT>
 UTL_API unsigned long copyStrBase(CharT* dst, unsigned long size, CharT const* src,
                                   unsigned long count, int trunc);
@@ -227,19 +235,28 @@ public:
     unsigned long length() const;
     unsigned long capacity() const { return mCapacity; }
 
+    // The text for what takes a view; as good as c_str().
+    std::basic_string_view<CharT> view() const { return {mText, length()}; }
+
     // Makes the text the first `count` bytes of `s`; 0 for null. A `count` of 0 changes nothing,
     // unless a string is copied to itself, which cuts it.
     int copy(CharT const* s, unsigned long count, int trunc);
     int copy(BasicString const& other, unsigned long count, int trunc);
+
+    // The text of a view, as copyStr() takes it. An empty one empties the string.
+    int copy(std::basic_string_view<CharT> text, int trunc);
+    BasicString& operator=(std::basic_string_view<CharT> text);
 
     // Borrows `s`, which must outlive that, and leaves the capacity as it is. 0 for null.
     int copyShallow(CharT const* s);
 
     // Appends the first `count` bytes of `s`; 0 for null unless `count` is 0.
     int combine(CharT const* s, unsigned long count, int trunc);
+    int combine(std::basic_string_view<CharT> text, int trunc);
 
     // Appends in either mode. Where room is short, the capacity grows by the length of `s` and 1.
     BasicString& operator+=(CharT const* s);
+    BasicString& operator+=(std::basic_string_view<CharT> text);
 
     // Makes the capacity `capacity`, at least 1, and cuts the text to it. At 1 the string shares
     // the empty text. The memory behind may be more than the capacity tells: text that grows a
@@ -266,6 +283,8 @@ private:
 
     int store(CharT const* s, unsigned long count, int trunc, unsigned long capacity);
     int append(CharT const* s, unsigned long count, int trunc, unsigned long capacity);
+    int storeView(unsigned long pos, std::basic_string_view<CharT> text, int trunc,
+                  unsigned long capacity);
     int cut(unsigned long maxBytes, unsigned long capacity, bool apart);
     template <typename Write>
     int edit(unsigned long capacity, bool apart, Write write);
@@ -275,6 +294,7 @@ private:
     void shareEmpty();
     unsigned long cutLength(unsigned long maxBytes) const;
     unsigned long capacityForText() const;
+    unsigned long capacityWith(unsigned long added) const;
     bool holds(CharT const* s) const;
 
     Buffer mOwned;  // without a text while mText is borrowed

@@ -12,7 +12,7 @@
 //     };
 //
 //     Reader reader;
-//     reader.start(0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0);
+//     reader.start({});
 //     ...
 //     reader.stop(1, 0);
 //
@@ -22,9 +22,11 @@
 #define UTL_THREAD_H
 
 #include <atomic>
+#include <optional>
 
 #include "UtlApi.h"
 #include "UtlCountingPointer.h"
+#include "UtlDuration.h"
 #include "UtlEvent.h"
 #include "UtlString.h"
 #include "UtlSyncObject.h"
@@ -86,6 +88,22 @@ public:
     virtual int execute() = 0;
 };
 
+// How a thread is started, where it is not as usual.
+//
+//     StartOptions options;
+//     options.aliveTime = 5s;
+//     reader.start(options);
+struct StartOptions {
+    ThreadPriority priority = ThreadPriority::NORMAL;
+
+    // With one the thread is registered with the watchdog; `watchdogListener` may be null.
+    std::optional<Duration> aliveTime;
+    WatchdogTimerListener* watchdogListener = nullptr;
+
+    // How long start() waits for preExecute() to return; as long as it takes without one.
+    std::optional<Duration> limit;
+};
+
 // Any thread may call any operation. An object runs at most once. A derived class whose
 // requestStop() ends its work, or whose members the work uses, stops the thread in its own
 // destructor: the base destructor stops it too, but by then only the base is left. In a child of a
@@ -116,17 +134,22 @@ public:
               int waitMode, unsigned long waitTimeout, ThreadPriority const& priority,
               unsigned long reserved);
 
+    // The same with names for what is not as usual. Waits for preExecute() to return.
+    int start(StartOptions const& options);
+
     // Takes the thread off the watchdog and asks it to stop. 0, or with `waitMode` 1 the result of
     // waitTo(EXECUTED, timeout); then a call of its watchdog listener has returned too. -1 when it
     // was never started or has finished. `timeout` holds for the whole of it: TIMED_OUT also when a
     // start() that is under way does not come to its end, or the listener does not return.
     int stop(int waitMode, unsigned long timeout);
+    int stop(Duration limit) { return stop(1, limit.atLeastOne()); }
 
     // Blocks until `stage` was reached: REACHED, TIMED_OUT or WAIT_FAILED. `timeout` in
     // milliseconds, 0 for no limit. Before the start, STARTED and PRE_EXECUTED wait for somebody to
     // start the thread. WAIT_FAILED at once for what cannot come: any other stage before the start,
     // a stop request to a thread that finished without one, a thread's wait for its own end.
     int waitTo(int stage, unsigned long timeout);
+    int waitTo(int stage, Duration limit) { return waitTo(stage, limit.atLeastOne()); }
 
     // False for a bad stage. EXECUTED is done when the thread's function has left.
     bool hasDone(int stage) const;
@@ -148,6 +171,7 @@ public:
     bool getPriority(ThreadPriority* out) const;
     bool keepAliveWatchdog(StatementInfo const& statement);
     bool setWatchdogAliveTime(unsigned long aliveTimeMs);
+    bool setWatchdogAliveTime(Duration time) { return setWatchdogAliveTime(time.milliseconds()); }
     bool startWatchdog();
     bool stopWatchdog();
 
@@ -157,6 +181,7 @@ public:
     // Blocks the calling thread, whatever thread it is, and reports it to the watchdog before and
     // after. A signal may end the sleep early.
     static void sleep(unsigned long milliseconds);
+    static void sleep(Duration duration) { sleep(duration.milliseconds()); }
 
 protected:
     // On the new thread, in this order. execute() runs the command, or returns -1 without one.

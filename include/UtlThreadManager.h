@@ -14,6 +14,7 @@
 
 #include "UtlApi.h"
 #include "UtlCountingPointer.h"
+#include "UtlDuration.h"
 #include "UtlEvent.h"
 #include "UtlMap.h"
 #include "UtlString.h"
@@ -26,6 +27,7 @@ class StaticLock;
 }
 
 class Deadline;
+class LineOutput;
 class ManagerAccess;
 class StatementInfo;
 class ThreadWatchdog;
@@ -144,6 +146,7 @@ public:
     // WAIT_FAILED for any other thread and for the caller itself. `timeout` in milliseconds, 0 for
     // no limit.
     int waitToStop(int id, unsigned long timeout) const;
+    int waitToStop(int id, Duration limit) const { return waitToStop(id, limit.atLeastOne()); }
 
     // Changes the priority of the calling thread, which must have been started by the manager;
     // false for any other id, an invalid priority, or when the system refuses.
@@ -164,12 +167,20 @@ public:
     // Logs the registry at `level`.
     void printThreadInfoReg(int level) const;
 
+    // Stores the same lines at `dst`, each with a line feed behind it: as many whole ones as there
+    // is room for in `size` bytes with a terminator. Returns the bytes that all of them need with
+    // it; a `size` of 0 only asks. One that is longer than 1022 bytes is cut.
+    unsigned long storeThreadInfoReg(char* dst, unsigned long size) const;
+
     // Does nothing.
     void printThreadInfo(int level) const;
 
     // The watchdog: the operations of ThreadWatchdog, with their results. An `id` of 0 stands for
     // the calling thread, which is registered under its name here.
     bool entryWatchdog(unsigned long aliveTimeMs, WatchdogTimerListener* listener, int id);
+    bool entryWatchdog(Duration aliveTime, WatchdogTimerListener* listener, int id) {
+        return entryWatchdog(aliveTime.milliseconds(), listener, id);
+    }
     bool unregisterWatchdog(int id);
     bool isRegisteredWatchdog(int id) const;
 
@@ -179,15 +190,23 @@ public:
     // How often the watchdog looks, in milliseconds. Blocks until a listener that is being called
     // has returned. False when that cannot be set.
     bool setWatchdogWatchInterval(unsigned long intervalMs);
+    bool setWatchdogWatchInterval(Duration interval) {
+        return setWatchdogWatchInterval(interval.atLeastOne());
+    }
     bool setWatchdogAliveTime(unsigned long aliveTimeMs, int id);
+    bool setWatchdogAliveTime(Duration aliveTime, int id) {
+        return setWatchdogAliveTime(aliveTime.milliseconds(), id);
+    }
     bool startWatchdog(int id);
     bool stopWatchdog(int id);
 
     // The calling thread is alive, at `statement`. False when it is not registered.
     bool keepAliveWatchdog(StatementInfo const& statement);
 
-    // Logs the watchdog's table, and the threads that are not in it, at `level`.
+    // Log the watchdog's table, and the threads that are not in it, at `level`; store it as
+    // storeThreadInfoReg() does.
     void printWatchdogInfo(int level) const;
+    unsigned long storeWatchdogInfo(char* dst, unsigned long size) const;
 
 private:
     friend class ManagerAccess;
@@ -220,6 +239,8 @@ private:
     static void becomeChild(int parentsId);
     void keepOnly(int parentsId);
     bool findEntry(int id, ThreadEntry* out) const;
+    void printRegistry(LineOutput& output) const;
+    void printWatched(LineOutput& output) const;
 
     static std::atomic<ThreadManager*> mpTheObject;
 

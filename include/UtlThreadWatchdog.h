@@ -25,6 +25,7 @@
 namespace utl {
 
 class Deadline;
+class LineOutput;
 class WatchdogTimerListener;
 
 // What the watchdog knows of a registered thread. A plain value.
@@ -151,8 +152,10 @@ public:
     // Whether the watchdog's own thread calls.
     bool isOwnThread() const;
 
-    // Logs the table of registrations at `level`.
+    // Log the table of registrations at `level`; store it as ThreadManager::storeThreadInfoReg()
+    // does.
     void printWatchdogInfo(int level) const;
+    unsigned long storeWatchdogInfo(char* dst, unsigned long size) const;
 
     // The check timer has expired; any other message is ignored.
     int receiveMsg(int threadId, ThreadRawMsg& msg) override;
@@ -162,6 +165,7 @@ private:
 
     class DefaultTimerListener;
 
+    void printTable(LineOutput& output) const;
     bool forget(int id);
     int awaitReturn(int id, Deadline const& deadline);
     bool isCallUnderWay(int id, unsigned* call) const;

@@ -11,7 +11,9 @@
 #ifndef UTL_TIMEPIECE_H
 #define UTL_TIMEPIECE_H
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 
 #include "UtlApi.h"
 
@@ -101,16 +103,29 @@ public:
     std::uint32_t watch();
     std::uint32_t stop();
 
+    // watch() as a duration; empty, and logged, where that fails.
+    std::optional<std::chrono::milliseconds> elapsedTime() { return toDuration(watch()); }
+
     // Any thread. Up to MAX_COUNTERS run at a time; stop() makes room even when it fails.
     static int start(unsigned long id);
     static std::uint32_t watch(unsigned long id);
     static std::uint32_t stop(unsigned long id);
+    static std::optional<std::chrono::milliseconds> elapsedTime(unsigned long id) {
+        return toDuration(watch(id));
+    }
 
     // Milliseconds on the monotonic clock, which began at some moment in the past.
     static std::uint32_t getTickTime();
 
 private:
-    std::uint32_t mStartTick = 0xFFFFFFFFu;
+    static constexpr std::uint32_t FAILED = 0xFFFFFFFFu;
+
+    static std::optional<std::chrono::milliseconds> toDuration(std::uint32_t milliseconds) {
+        return milliseconds != FAILED ? std::optional(std::chrono::milliseconds(milliseconds))
+                                      : std::nullopt;
+    }
+
+    std::uint32_t mStartTick = FAILED;
     bool mHasStarted = false;
 };
 

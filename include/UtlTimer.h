@@ -5,7 +5,7 @@
 //     };
 //
 //     Blinker blinker;
-//     Timer timer(&blinker, 500, 0, 0, nullptr, 0, 0, "blinker");
+//     Timer timer(&blinker, 500ms, "blinker");
 //     timer.start(0);
 //     ...
 //     timer.destroy();
@@ -46,6 +46,12 @@ public:
           unsigned long watchdogAliveTime, WatchdogTimerListener* watchdogListener,
           unsigned int repeatCount, int freeRunning, char const* threadName);
 
+    // The same, without the watchdog.
+    Timer(TimerListener* listener, Duration interval, char const* threadName,
+          unsigned int repeatCount = 0, int freeRunning = 0)
+        : Timer(listener, interval.atLeastOne(), 0, 0, nullptr, repeatCount, freeRunning,
+                threadName) {}
+
     // As destroy().
     ~Timer() override;
     Timer(Timer const&) = delete;
@@ -56,6 +62,7 @@ public:
     bool stop(int noWait);
     bool restart(int noWait);
     bool setInterval(unsigned long intervalMs);
+    bool setInterval(Duration interval) { return setInterval(interval.atLeastOne()); }
     unsigned long getInterval() const;
     bool isRunning() const;
 

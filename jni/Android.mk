@@ -37,6 +37,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlString.cpp \
     source/text/UtlStringSearch.cpp \
     source/text/UtlWorkingBuffer.cpp \
+    source/foundation/UtlLineOutput.cpp \
     source/foundation/UtlLog.cpp \
     source/foundation/UtlLogTypes.cpp \
     source/foundation/UtlBlockingCall.cpp \
@@ -57,6 +58,7 @@ LOCAL_SRC_FILES := \
     source/files/UtlFileLog.cpp \
     source/files/UtlFileModes.cpp \
     source/files/UtlFilePath.cpp \
+    source/files/UtlFileReplace.cpp \
     source/files/UtlFileSeekKey.cpp \
     source/files/UtlFileText.cpp \
     source/files/UtlFileTree.cpp \

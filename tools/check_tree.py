@@ -11,14 +11,14 @@ SOURCE = ROOT / "jni" / "source"
 
 # From the bottom to the top: folders of jni/source, or modules where a folder has several layers.
 LAYERS = [
-    {"UtlApi"},
+    {"UtlApi", "UtlDuration"},
     {"platform", "UtlRawMemory"},
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},
     {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8", "UtlCharacterSet",
      "UtlPattern", "UtlAppender",
      "UtlCharTable", "UtlCharTableData"},
-    {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode"},
+    {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode", "UtlBoundedText", "UtlLineOutput"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",
      "UtlBlockingCall", "UtlVisitorCount"},
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",

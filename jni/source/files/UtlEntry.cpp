@@ -73,6 +73,12 @@ Parent::Parent(char const* path) : mPath(path), mName(), mCanOpenUp(false) {
     }
 }
 
+bool makeParent(char const* path) {
+    char directory[PATH_SIZE];
+    return File::extractDirectoryPath(directory, sizeof directory, path) &&
+           File::makeDirectories(directory);
+}
+
 int openIn(Entry const& entry, int flags, unsigned mode) {
     auto const open = [=](Entry const& at) {
         return platform::openFileAt(at.directory, at.name, flags, mode);
@@ -98,6 +104,13 @@ int removeIn(Entry const& entry, bool isDirectory) {
     return actIn(entry, [=](Entry const& at) {
         return isDirectory ? platform::removeDirectoryAt(at.directory, at.name)
                            : platform::removeFileAt(at.directory, at.name);
+    });
+}
+
+int renameIn(Entry const& entry, char const* name, bool overwrites) {
+    return actIn(entry, [=](Entry const& at) {
+        return overwrites ? platform::renameFileAt(at.directory, at.name, name)
+                          : platform::renameToNewAt(at.directory, at.name, name);
     });
 }
 

@@ -38,6 +38,9 @@ private:
     Descriptor mDirectory;
 };
 
+// Makes the directory that a path is in, and those that that one is in.
+bool makeParent(char const* path);
+
 // As platform::openFileAt().
 int openIn(Entry const& entry, int flags, unsigned mode);
 
@@ -47,6 +50,10 @@ bool makeDirectoryIn(Entry const& entry, char const* whole);
 
 // -1 with errno for failure.
 int removeIn(Entry const& entry, bool isDirectory);
+
+// Gives the entry another name in its directory; over what has that only if that is asked for, and
+// else EEXIST. -1 with errno for failure.
+int renameIn(Entry const& entry, char const* name, bool overwrites);
 
 }  // namespace utl
 

@@ -110,12 +110,6 @@ bool prepare(int descriptor, int mode, char const* path) {
     return true;
 }
 
-bool makeParent(char const* path) {
-    char directory[PATH_SIZE];
-    return File::extractDirectoryPath(directory, sizeof directory, path) == 1 &&
-           File::makeDirectories(directory) == 1;
-}
-
 }  // namespace
 
 File::File(char const* path, int textType)

@@ -310,11 +310,9 @@ bool copyTree(char const* from, char const* to, bool overwrites) {
 }
 
 bool copyOneFile(char const* from, char const* to, bool overwrites) {
-    char directory[PATH_SIZE];
     FileStatus status;
     CopyBlock block;
-    return File::extractDirectoryPath(directory, sizeof directory, to) &&
-           File::makeDirectories(directory) && platform::pathStatus(from, &status) &&
+    return makeParent(to) && platform::pathStatus(from, &status) &&
            copyFile(Entry::of(from), status, {Entry::of(to), Links::FOLLOWED, overwrites}, block);
 }
 

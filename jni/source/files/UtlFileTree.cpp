@@ -141,7 +141,7 @@ bool isDots(char const* name) {
 // What rename() and its like return.
 int renameEntry(char const* source, char const* destination) {
     if (!File::isDirectory(destination)) {
-        return platform::renameToNew(source, destination);
+        return platform::renameToNewAt(platform::WORKING_DIRECTORY, source, destination);
     }
     FileStatus status;
     if (platform::statusAt(platform::WORKING_DIRECTORY, source, Links::NOT_FOLLOWED, &status) &&
@@ -149,7 +149,8 @@ int renameEntry(char const* source, char const* destination) {
         errno = EISDIR;
         return -1;
     }
-    return platform::renameFile(source, destination);  // over a directory, if that is empty
+    // Over a directory, if that is empty.
+    return platform::renameFileAt(platform::WORKING_DIRECTORY, source, destination);
 }
 
 }  // namespace
@@ -187,15 +188,12 @@ int File::move(char const* source, char const* destination) {
     if (compareStr(from.c_str(), to.c_str(), ALL) == 0) {
         return 1;
     }
-    char directory[PATH_SIZE];
     if (exists(to.c_str()) && !isDirectory(to.c_str())) {
         return 0;
     }
     // Locked until it has its new name: who opens it by the old one learns that it has gone.
     Descriptor const file(openToAsk(Entry::of(from.c_str()), Links::FOLLOWED));
-    if ((file.isOpen() && askHolders(file.get()) != Holders::NOBODY) ||
-        !extractDirectoryPath(directory, sizeof directory, to.c_str()) ||
-        !makeDirectories(directory)) {
+    if ((file.isOpen() && askHolders(file.get()) != Holders::NOBODY) || !makeParent(to.c_str())) {
         return 0;
     }
     if (renameEntry(from.c_str(), to.c_str()) != 0) {

@@ -16,18 +16,20 @@ class Deadline {
 public:
     // That lies `timeoutMs` milliseconds ahead; 0 for none.
     explicit Deadline(unsigned long timeoutMs)
-        : mTimeoutMs(timeoutMs), mBegin(platform::monotonicTick()) {}
+        : mTimeoutMs(timeoutMs), mBeginNs(platform::monotonicNanoseconds()) {}
 
     // As Event::waitToOn() with what is left.
     int wait(Event const& event) const {
         if (mTimeoutMs == 0) {
             return event.waitToOn(0);
         }
-        std::uint32_t const waited = platform::monotonicTick() - mBegin;  // right across the wrap
-        if (waited >= mTimeoutMs) {
+        // Whole ones that have passed, not ticks that were seen: nothing ends before its time.
+        std::uint64_t const waitedMs =
+            (platform::monotonicNanoseconds() - mBeginNs) / platform::NANOSECONDS_PER_MILLISECOND;
+        if (waitedMs >= mTimeoutMs) {
             return event.isOn() ? REACHED : TIMED_OUT;
         }
-        return event.waitToOn(mTimeoutMs - waited);
+        return event.waitToOn(mTimeoutMs - static_cast<unsigned long>(waitedMs));
     }
 
     // The same, until the event is on: for one that nobody switches off while somebody waits.
@@ -37,7 +39,7 @@ public:
 
 private:
     unsigned long const mTimeoutMs;
-    std::uint32_t const mBegin;
+    std::uint64_t const mBeginNs;
 };
 
 }  // namespace utl

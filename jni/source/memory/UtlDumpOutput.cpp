@@ -18,6 +18,9 @@ constexpr char LOG_TAG[] = "UtlMemory";
 
 }  // namespace
 
+DumpOutput::DumpOutput(BoundedText& text)
+    : mIsLogged(false), mDescriptor(Descriptor::NO_DESCRIPTOR), mWaitMs(NO_WAITING), mText(&text) {}
+
 void DumpOutput::print(char const* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -31,6 +34,9 @@ void DumpOutput::printList(char const* format, va_list arguments) {
     int const length = vsnprintf(message, sizeof message, format, arguments);
     if (length < 0 || static_cast<unsigned long>(length) >= sizeof message) {
         return;
+    }
+    if (mText != nullptr) {
+        mText->add(message, static_cast<unsigned long>(length));
     }
     if (mIsLogged) {
         platform::LogTurn const turn;

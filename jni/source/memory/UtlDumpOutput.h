@@ -1,5 +1,5 @@
-// Internal. Where the heap accounting prints to: the system log, a descriptor, or both. Takes no
-// memory, and leaves errno as it is: allocation functions print here.
+// Internal. Where the heap accounting prints to: the system log, a descriptor, or both, or a buffer
+// of the caller. Takes no memory, and leaves errno as it is: allocation functions print here.
 
 #ifndef UTL_DUMP_OUTPUT_H
 #define UTL_DUMP_OUTPUT_H
@@ -9,6 +9,8 @@
 #include <cstdint>
 
 #include "UtlApi.h"
+
+#include "foundation/UtlBoundedText.h"
 
 namespace utl {
 
@@ -25,6 +27,9 @@ public:
     DumpOutput(int toLog, int descriptor, std::uint32_t waitMs)
         : mIsLogged(toLog == TO_LOG), mDescriptor(descriptor), mWaitMs(waitMs) {}
 
+    // Into `text`, which must live longer.
+    explicit DumpOutput(BoundedText& text);
+
     // Drops a message of 1024 bytes or more. After a failed write the descriptor is left alone.
     void print(char const* format, ...) UTL_PRINTF_FORMAT(2, 3);
     void printList(char const* format, va_list arguments);
@@ -36,6 +41,7 @@ private:
     bool const mIsLogged;
     int mDescriptor;
     std::uint32_t const mWaitMs;
+    BoundedText* const mText = nullptr;
 };
 
 }  // namespace utl

@@ -12,6 +12,7 @@
 #include "files/UtlEntry.h"
 #include "files/UtlFileModes.h"
 #include "files/UtlNormalPath.h"
+#include "foundation/UtlBoundedText.h"
 #include "memory/UtlDumpOutput.h"
 #include "memory/UtlHeapListing.h"
 #include "memory/UtlHeapTable.h"
@@ -154,6 +155,70 @@ int openDump(char const* path) {
                   O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | platform::NO_WAITING, newFileMode());
 }
 
+void printFigures(DumpOutput& output) {
+    Memory::ProcessHeapInfo info;
+    {
+        platform::StaticGuard const guard(tableLock);
+        info = processHeapInfo;
+    }
+    output.print(
+        "---- ProcessHeap ----\n"
+        "     UseBytes,      UseCount,      MaxBytes,      MaxCount, \n");
+    output.print("%13lu, %13lu, %13lu, %13lu, \n", info.UseBytes, info.UseCount, info.MaxBytes,
+                 info.MaxCount);
+}
+
+void printDetails(DumpOutput& output, char const* title, std::uint64_t firstSerial) {
+    output.print(
+        "%s\n       No.,       Serial,    Address,   UseBytes,   ThreadId, "
+        "ThreadName                        ,     Line, File, \n",
+        title);
+    HeapListing<Details> listing = listDetails(firstSerial);
+    unsigned long row = 0;
+    while (Memory::DetailHeapInfo const* const info = listing.next()) {
+        output.print("%10lu, %12llu, 0x%08lx, %10lu, %10d, %-34s, %8lu, %s, \n", ++row,
+                     static_cast<unsigned long long>(info->serial),
+                     static_cast<unsigned long>(info->address), info->useBytes, info->threadId,
+                     copyThreadName(info->threadId).name, static_cast<unsigned long>(info->line),
+                     copyFileName(info->fileId).path);
+    }
+}
+
+void printAll(DumpOutput& output) {
+    printDetails(output, "---- ProcessDetailHeap ----", 1);
+}
+
+void printMarked(DumpOutput& output) {
+    std::uint64_t const marked = markedSerial();  // 0 when it was taken away just now
+    printDetails(output, "---- ProcessDetailHeap (Marked) ----", marked != 0 ? marked : 1);
+}
+
+// Whether there is something to count from; with the switch off nobody asks.
+bool hasMark() {
+    return !IS_ENABLED || markedSerial() != 0;
+}
+
+// The two places that a dump goes to. With the switch off there is none.
+
+template <typename Print>
+void writeDump(int toLog, char const* path, Print print) {
+    if (IS_ENABLED) {
+        Descriptor const file(openDump(path));
+        DumpOutput output(toLog, file.get(), DumpOutput::WAIT_MS);
+        print(output);
+    }
+}
+
+template <typename Print>
+unsigned long storeDump(char* dst, unsigned long size, Print print) {
+    BoundedText text(dst, size);
+    if (IS_ENABLED) {
+        DumpOutput output(text);
+        print(output);
+    }
+    return text.needed();
+}
+
 }  // namespace
 
 Memory* Memory::mpTheObject = nullptr;
@@ -293,57 +358,33 @@ bool Memory::getUsedHeapOfProcess(ProcessHeapInfo* out) const {
 }
 
 bool Memory::printUsedHeap(int toLog, char const* path) {
-    if (!IS_ENABLED) {
-        return true;
-    }
-    ProcessHeapInfo info;
-    getUsedHeapOfProcess(&info);
-    Descriptor const file(openDump(path));
-    DumpOutput output(toLog, file.get(), DumpOutput::WAIT_MS);
-    output.print(
-        "---- ProcessHeap ----\n"
-        "     UseBytes,      UseCount,      MaxBytes,      MaxCount, \n");
-    output.print("%13lu, %13lu, %13lu, %13lu, \n", info.UseBytes, info.UseCount, info.MaxBytes,
-                 info.MaxCount);
+    writeDump(toLog, path, printFigures);
     return true;
+}
+
+unsigned long Memory::storeUsedHeap(char* dst, unsigned long size) {
+    return storeDump(dst, size, printFigures);
 }
 
 bool Memory::printUsedHeapDetail(int toLog, char const* path) {
-    if (IS_ENABLED) {
-        printDetails(toLog, path, "---- ProcessDetailHeap ----", 1);
-    }
+    writeDump(toLog, path, printAll);
     return true;
+}
+
+unsigned long Memory::storeUsedHeapDetail(char* dst, unsigned long size) {
+    return storeDump(dst, size, printAll);
 }
 
 bool Memory::printMarkedHeapDetail(int toLog, char const* path) {
-    if (!IS_ENABLED) {
-        return true;
-    }
-    std::uint64_t const firstSerial = markedSerial();
-    if (firstSerial == 0) {
+    if (!hasMark()) {
         return false;
     }
-    printDetails(toLog, path, "---- ProcessDetailHeap (Marked) ----", firstSerial);
+    writeDump(toLog, path, printMarked);
     return true;
 }
 
-void Memory::printDetails(int toLog, char const* path, char const* title,
-                          std::uint64_t firstSerial) {
-    Descriptor const file(openDump(path));
-    DumpOutput output(toLog, file.get(), DumpOutput::WAIT_MS);
-    output.print(
-        "%s\n       No.,       Serial,    Address,   UseBytes,   ThreadId, "
-        "ThreadName                        ,     Line, File, \n",
-        title);
-    HeapListing<Details> listing = listDetails(firstSerial);
-    unsigned long row = 0;
-    while (DetailHeapInfo const* const info = listing.next()) {
-        output.print("%10lu, %12llu, 0x%08lx, %10lu, %10d, %-34s, %8lu, %s, \n", ++row,
-                     static_cast<unsigned long long>(info->serial),
-                     static_cast<unsigned long>(info->address), info->useBytes, info->threadId,
-                     copyThreadName(info->threadId).name, static_cast<unsigned long>(info->line),
-                     copyFileName(info->fileId).path);
-    }
+unsigned long Memory::storeMarkedHeapDetail(char* dst, unsigned long size) {
+    return hasMark() ? storeDump(dst, size, printMarked) : NONE;
 }
 
 void Memory::resetUsedHeap() {

@@ -28,17 +28,24 @@ int MsgDrivenThread::start(ThreadMsgListener* listener, int watchdogMode,
                            unsigned long watchdogAliveTime, WatchdogTimerListener* watchdogListener,
                            int waitMode, unsigned long waitTimeout, ThreadPriority const& priority,
                            unsigned long reserved) {
+    return takeListener(listener) ? Thread::start(watchdogMode, watchdogAliveTime, watchdogListener,
+                                                  waitMode, waitTimeout, priority, reserved)
+                                  : -1;
+}
+
+int MsgDrivenThread::start(ThreadMsgListener* listener, StartOptions const& options) {
+    return takeListener(listener) ? Thread::start(options) : -1;
+}
+
+// False when the thread may not be started with it.
+bool MsgDrivenThread::takeListener(ThreadMsgListener* listener) {
     if (isCaller() || listener == nullptr || mLoop == nullptr || !mLoop->hasAllBuffers()) {
-        return -1;
+        return false;
     }
     // Deliberate: the listener stays for good, so that an object is started once; what was queued
     // for one listener never reaches another.
     ThreadMsgListener* none = nullptr;
-    if (!mListener.compare_exchange_strong(none, listener)) {
-        return -1;
-    }
-    return Thread::start(watchdogMode, watchdogAliveTime, watchdogListener, waitMode, waitTimeout,
-                         priority, reserved);
+    return mListener.compare_exchange_strong(none, listener);
 }
 
 int MsgDrivenThread::stop(int waitMode, unsigned long timeout) {

@@ -31,56 +31,57 @@ int liftFromZero() {
     return descriptor;
 }
 
-int renameUnlessTaken(char const* source, char const* destination) {
+int renameUnlessTaken(int directory, char const* source, char const* destination) {
 #if defined(__ANDROID__) && __ANDROID_API__ < 30
     // The call would end the process on systems whose filter does not know it.
+    (void)directory;
     (void)source;
     (void)destination;
     errno = ENOSYS;
     return -1;
 #else
-    return renameat2(AT_FDCWD, source, AT_FDCWD, destination, RENAME_NOREPLACE);
+    return renameat2(directory, source, directory, destination, RENAME_NOREPLACE);
 #endif
 }
 
 // A directory takes the place of an empty one only, so that what appears in it stays.
-int renameDirectoryStepwise(char const* source, char const* destination) {
-    if (mkdir(destination, 0700) != 0) {
+int renameDirectoryStepwise(int directory, char const* source, char const* destination) {
+    if (mkdirat(directory, destination, 0700) != 0) {
         return -1;
     }
-    int const result = rename(source, destination);
+    int const result = renameat(directory, source, directory, destination);
     if (result != 0) {
         ErrnoGuard const guard;
-        rmdir(destination);
+        unlinkat(directory, destination, AT_REMOVEDIR);
     }
     return result;
 }
 
 // For file systems without links: the name is taken first, and locked, so that no File uses it.
-int renameOverPlaceholder(char const* source, char const* destination) {
-    int const placeholder = openFile(destination, O_WRONLY | O_CREAT | O_EXCL, 0600);
+int renameOverPlaceholder(int directory, char const* source, char const* destination) {
+    int const placeholder = openFileAt(directory, destination, O_WRONLY | O_CREAT | O_EXCL, 0600);
     if (placeholder == -1) {
         return -1;
     }
     flock(placeholder, LOCK_EX | LOCK_NB);
-    int const result = rename(source, destination);
+    int const result = renameat(directory, source, directory, destination);
     ErrnoGuard const guard;
     if (result != 0) {
-        unlink(destination);
+        unlinkat(directory, destination, 0);
     }
     closeFile(placeholder);
     return result;
 }
 
-int renameFileStepwise(char const* source, char const* destination) {
-    if (link(source, destination) != 0) {
+int renameFileStepwise(int directory, char const* source, char const* destination) {
+    if (linkat(directory, source, directory, destination, 0) != 0) {
         bool const hasLinks = errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK;
-        return hasLinks ? -1 : renameOverPlaceholder(source, destination);
+        return hasLinks ? -1 : renameOverPlaceholder(directory, source, destination);
     }
-    int const result = unlink(source);
+    int const result = unlinkat(directory, source, 0);
     if (result != 0) {
         ErrnoGuard const guard;
-        unlink(destination);
+        unlinkat(directory, destination, 0);
     }
     return result;
 }
@@ -209,22 +210,23 @@ int removeFileAt(int directory, char const* name) {
     return repeatInterrupted([=] { return unlinkat(directory, name, 0); });
 }
 
-int renameFile(char const* source, char const* destination) {
-    return repeatInterrupted([=] { return rename(source, destination); });
+int renameFileAt(int directory, char const* source, char const* destination) {
+    return repeatInterrupted([=] { return renameat(directory, source, directory, destination); });
 }
 
-int renameToNew(char const* source, char const* destination) {
-    int const result = repeatInterrupted([=] { return renameUnlessTaken(source, destination); });
+int renameToNewAt(int directory, char const* source, char const* destination) {
+    int const result =
+        repeatInterrupted([=] { return renameUnlessTaken(directory, source, destination); });
     // Neither every kernel nor every file system has it.
     if (result == 0 || (errno != ENOSYS && errno != EINVAL)) {
         return result;
     }
     FileStatus status;
-    if (!statusAt(WORKING_DIRECTORY, source, Links::NOT_FOLLOWED, &status)) {
+    if (!statusAt(directory, source, Links::NOT_FOLLOWED, &status)) {
         return -1;
     }
-    return S_ISDIR(status.st_mode) ? renameDirectoryStepwise(source, destination)
-                                   : renameFileStepwise(source, destination);
+    return S_ISDIR(status.st_mode) ? renameDirectoryStepwise(directory, source, destination)
+                                   : renameFileStepwise(directory, source, destination);
 }
 
 int changeMode(int descriptor, unsigned mode) {

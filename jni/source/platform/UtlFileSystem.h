@@ -73,12 +73,14 @@ int lockFile(int descriptor, int operation);
 int makeDirectoryAt(int directory, char const* name, unsigned mode);
 int removeDirectoryAt(int directory, char const* name);
 int removeFileAt(int directory, char const* name);
-int renameFile(char const* source, char const* destination);
+
+// Both names are in `directory`.
+int renameFileAt(int directory, char const* source, char const* destination);
 
 // Renames, but over nothing, whenever that appeared: EEXIST then. Where the system has no such
 // call, a file has two names for a moment, or its new name an empty file; a directory's new name
 // belongs to an empty directory.
-int renameToNew(char const* source, char const* destination);
+int renameToNewAt(int directory, char const* source, char const* destination);
 
 // Any descriptor will do, one of openEntry() too.
 int changeMode(int descriptor, unsigned mode);

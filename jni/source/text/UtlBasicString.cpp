@@ -125,6 +125,18 @@ int BasicString<CharT>::copy(BasicString const& other, unsigned long count, int 
 }
 
 template <typename CharT>
+int BasicString<CharT>::copy(std::basic_string_view<CharT> text, int trunc) {
+    unsigned long const needed = utf8::wholeLength(text) + 1;
+    return storeView(0, text, trunc, mGrowMode == GROWS ? std::max(mCapacity, needed) : mCapacity);
+}
+
+template <typename CharT>
+BasicString<CharT>& BasicString<CharT>::operator=(std::basic_string_view<CharT> text) {
+    storeView(0, text, WHOLE, std::max(mCapacity, utf8::wholeLength(text) + 1));
+    return *this;
+}
+
+template <typename CharT>
 int BasicString<CharT>::copyShallow(CharT const* s) {
     if (s == nullptr) {
         return 0;
@@ -150,13 +162,23 @@ int BasicString<CharT>::combine(CharT const* s, unsigned long count, int trunc) 
 }
 
 template <typename CharT>
+int BasicString<CharT>::combine(std::basic_string_view<CharT> text, int trunc) {
+    unsigned long const needed = length() + 1 + utf8::wholeLength(text);
+    unsigned long const capacity = capacityForText();
+    return storeView(length(), text, trunc,
+                     mGrowMode == GROWS ? std::max(capacity, needed) : capacity);
+}
+
+template <typename CharT>
 BasicString<CharT>& BasicString<CharT>::operator+=(CharT const* s) {
     CharT const* const text = s != nullptr ? s : &EMPTY_CHAR;
-    unsigned long const added = t_strlen(text);
-    unsigned long const capacity = capacityForText();
-    bool const fits = added < capacity - length();
-    // Deliberate: by all that is added, not by what is missing; callers append again and again.
-    append(text, ALL, WHOLE, fits ? capacity : capacity + 1 + added);
+    append(text, ALL, WHOLE, capacityWith(t_strlen(text)));
+    return *this;
+}
+
+template <typename CharT>
+BasicString<CharT>& BasicString<CharT>::operator+=(std::basic_string_view<CharT> text) {
+    storeView(length(), text, WHOLE, capacityWith(utf8::wholeLength(text)));
     return *this;
 }
 
@@ -256,6 +278,19 @@ int BasicString<CharT>::append(CharT const* s, unsigned long count, int trunc,
     });
 }
 
+// Makes the text from `pos` on that of the view.
+template <typename CharT>
+int BasicString<CharT>::storeView(unsigned long pos, std::basic_string_view<CharT> text, int trunc,
+                                  unsigned long capacity) {
+    if (utf8::wholeLength(text) == 0 && pos == length()) {
+        return 1;  // an empty text stays shared
+    }
+    return edit(capacity, false, [=](CharT* dst, unsigned long size) {
+        unsigned long const used = copyStr(dst + pos, size - pos, text, trunc);
+        return used != NONE ? pos + used : NONE;
+    });
+}
+
 // Cuts the text to at most `maxBytes`.
 template <typename CharT>
 int BasicString<CharT>::cut(unsigned long maxBytes, unsigned long capacity, bool apart) {
@@ -344,6 +379,14 @@ unsigned long BasicString<CharT>::cutLength(unsigned long maxBytes) const {
 template <typename CharT>
 unsigned long BasicString<CharT>::capacityForText() const {
     return std::max(mCapacity, length() + 1);
+}
+
+// What operator+= takes for that many bytes more. Deliberate: by all that is added, not by what is
+// missing; callers append again and again.
+template <typename CharT>
+unsigned long BasicString<CharT>::capacityWith(unsigned long added) const {
+    unsigned long const capacity = capacityForText();
+    return added < capacity - length() ? capacity : capacity + 1 + added;
 }
 
 // Whether `s` points into the buffer of this string.

@@ -137,6 +137,23 @@ unsigned long copyStr(CharT* dst, unsigned long size, CharT const* src, unsigned
     return src != nullptr ? copyGeneral(dst, size, 0, src, 0, count, trunc) : NONE;
 }
 
+unsigned long copyStr(char* dst, unsigned long size, std::string_view src, int trunc) {
+    unsigned long n = utf8::wholeLength(src);
+    if (size == 0) {
+        return n + 1;
+    }
+    if (dst == nullptr || (trunc != TRUNCATE && n >= size)) {
+        return NONE;
+    }
+    n = n < size ? n : utf8::cutBack(src.data(), size - 1);
+    if (n == NONE) {
+        return NONE;
+    }
+    moveMemory(dst, src.data(), n);
+    dst[n] = '\0';
+    return n + 1;
+}
+
 template <typename CharT>
 unsigned long copyStrBase(CharT* dst, unsigned long size, CharT const* src, unsigned long count,
                           int trunc) {

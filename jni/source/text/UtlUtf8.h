@@ -6,7 +6,9 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <string_view>
 
 #include "UtlApi.h"
 
@@ -163,6 +165,17 @@ inline unsigned long cutBack(char const* s, unsigned long index) {
         --index;
     }
     return index;
+}
+
+// The bytes of a view up to its first zero byte, less a last character that its end cuts.
+inline unsigned long wholeLength(std::string_view text) {
+    unsigned long const length = std::min(text.find('\0'), text.size());
+    unsigned long back = 1;
+    while (back < 4 && back < length && isContinuation(text[length - back])) {
+        ++back;
+    }
+    bool const isCut = length != 0 && bytesFromLead(text[length - back]) > back;
+    return isCut ? length - back : length;
 }
 
 // The length of the text, or `limit` if that is less; looks no further. 0 for null.

@@ -129,6 +129,12 @@ int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
     return waitMode == 1 ? waitTo(PRE_EXECUTED, waitTimeout) : 0;
 }
 
+int Thread::start(StartOptions const& options) {
+    unsigned long const aliveTimeMs = options.aliveTime ? options.aliveTime->milliseconds() : 0;
+    return start(options.aliveTime ? 1 : 0, aliveTimeMs, options.watchdogListener, 1,
+                 options.limit ? options.limit->atLeastOne() : 0, options.priority, 0);
+}
+
 int Thread::stop(int waitMode, unsigned long timeout) {
     Deadline const deadline(waitMode == 1 ? timeout : 0);
     int started = REACHED;

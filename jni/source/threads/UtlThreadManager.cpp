@@ -13,6 +13,7 @@
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlBlockingCall.h"
 #include "foundation/UtlDeadline.h"
+#include "foundation/UtlLineOutput.h"
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
 #include "platform/UtlFork.h"
@@ -507,10 +508,18 @@ bool ThreadManager::getNames(Map<int, BasicString<char>>* out) const {
 }
 
 void ThreadManager::printThreadInfoReg(int level) const {
+    LineOutput output(level);
+    printRegistry(output);
+}
+
+unsigned long ThreadManager::storeThreadInfoReg(char* dst, unsigned long size) const {
+    return printInto(dst, size, [this](LineOutput& output) { printRegistry(output); });
+}
+
+void ThreadManager::printRegistry(LineOutput& output) const {
     platform::StaticGuard const guard(mRegistryLock);
-    applog(LIBRARY_LOG, level, "ThreadManager:: Registered info of threads in this process.");
-    applog(
-        LIBRARY_LOG, level, "%s",
+    output.print("ThreadManager:: Registered info of threads in this process.");
+    output.print(
         "ID        , Name                            , Status      , Pri.Os    , Pri.Label       "
         ", ");
     for (unsigned long i = 0; i < mRegistry.count(); ++i) {
@@ -519,9 +528,9 @@ void ThreadManager::printThreadInfoReg(int level) const {
         // tell a finished thread from one that registered itself.
         bool const isActive = entry.isActive();
         ThreadPriority const priority = isActive ? entry.priority() : ThreadPriority(-1);
-        applog(LIBRARY_LOG, level, "%10d, %-32s, %-12s, %10d, %-16s, ", mRegistry[i].key(),
-               TableName(entry.name()).text(), isActive ? "ACTIVE" : "UNKNOWN", priority.OsValue(),
-               wordOf(priority));
+        output.print("%10d, %-32s, %-12s, %10d, %-16s, ", mRegistry[i].key(),
+                     TableName(entry.name()).text(), isActive ? "ACTIVE" : "UNKNOWN",
+                     priority.OsValue(), wordOf(priority));
     }
 }
 
@@ -577,18 +586,26 @@ bool ThreadManager::keepAliveWatchdog(StatementInfo const& statement) {
 }
 
 void ThreadManager::printWatchdogInfo(int level) const {
-    mWatchdog->printWatchdogInfo(level);
+    LineOutput output(level);
+    printWatched(output);
+}
+
+unsigned long ThreadManager::storeWatchdogInfo(char* dst, unsigned long size) const {
+    return printInto(dst, size, [this](LineOutput& output) { printWatched(output); });
+}
+
+void ThreadManager::printWatched(LineOutput& output) const {
+    mWatchdog->printTable(output);
 
     platform::StaticGuard const guard(mRegistryLock);
-    applog(LIBRARY_LOG, level,
-           "ThreadManager:: Registered info of threads in this process.(But not registered "
-           "watchdog)");
-    applog(LIBRARY_LOG, level, "%s", "ID        , Name                            , ");
+    output.print(
+        "ThreadManager:: Registered info of threads in this process.(But not registered "
+        "watchdog)");
+    output.print("ID        , Name                            , ");
     for (unsigned long i = 0; i < mRegistry.count(); ++i) {
         int const id = mRegistry[i].key();
         if (!mWatchdog->isRegistered(id)) {
-            applog(LIBRARY_LOG, level, "%10d, %-32s, ", id,
-                   TableName(mRegistry[i].value().name()).text());
+            output.print("%10d, %-32s, ", id, TableName(mRegistry[i].value().name()).text());
         }
     }
 }

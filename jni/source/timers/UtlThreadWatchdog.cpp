@@ -5,6 +5,7 @@
 #include <limits>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
@@ -12,6 +13,7 @@
 
 #include "foundation/UtlDeadline.h"
 #include "foundation/UtlImmortal.h"
+#include "foundation/UtlLineOutput.h"
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
 #include "messaging/UtlLoopWait.h"
@@ -44,19 +46,37 @@ void logNoAliveTime(int id) {
     applog(LIBRARY_LOG, LEVEL_ERROR, "ThreadWatchdog Register AliveTime is 0 ID:%d ", id);
 }
 
-void printHead(int level) {
-    applog(LIBRARY_LOG, level, "ThreadWatchdog:: Watchdog info of threads in this process.");
-    applog(LIBRARY_LOG, level, "%s",
-           "ID        , Name                            , AliveTime , WatchStatus , AliveStatus , "
-           "TimeoutCount , LastAliveInfo(File, Function:Line:Sub) , ");
-}
+// What the table shows of a registration: a copy that needs no memory.
+struct Row {
+    explicit Row(WatchdogInfo const& info)
+        : id(info.id()),
+          name(info.name().c_str()),
+          aliveTime(info.aliveTime()),
+          watchWord(WATCH_WORDS[info.watchStatus()]),
+          aliveWord(ALIVE_WORDS[info.aliveStatus()]),
+          timeoutCount(info.timeoutCount()),
+          statement(info.lastAliveInfo()) {}
 
-void printRow(WatchdogInfo const& info, int level) {
-    StatementInfo const& statement = info.lastAliveInfo();
-    applog(LIBRARY_LOG, level, "%10d, %-32s, %10u, %-12s, %-12s, %13u, (%s, %s:%u:%u)", info.id(),
-           TableName(info.name().c_str()).text(), info.aliveTime(), WATCH_WORDS[info.watchStatus()],
-           ALIVE_WORDS[info.aliveStatus()], info.timeoutCount(), statement.file(),
-           statement.function(), statement.line(), statement.sub());
+    void print(LineOutput& output) const {
+        output.print("%10d, %-32s, %10u, %-12s, %-12s, %13u, (%s, %s:%u:%u)", id, name.text(),
+                     aliveTime, watchWord, aliveWord, timeoutCount, statement.file(),
+                     statement.function(), statement.line(), statement.sub());
+    }
+
+    int id;
+    TableName name;
+    std::uint32_t aliveTime;
+    char const* watchWord;
+    char const* aliveWord;
+    std::uint32_t timeoutCount;
+    StatementInfo statement;
+};
+
+void printHead(LineOutput& output) {
+    output.print("ThreadWatchdog:: Watchdog info of threads in this process.");
+    output.print(
+        "ID        , Name                            , AliveTime , WatchStatus , AliveStatus , "
+        "TimeoutCount , LastAliveInfo(File, Function:Line:Sub) , ");
 }
 
 // A name that is logged when the entry may have gone.
@@ -125,9 +145,10 @@ WatchdogTimerListener::~WatchdogTimerListener() = default;
 class ThreadWatchdog::DefaultTimerListener : public WatchdogTimerListener {
 public:
     void onTime(int, Map<int, WatchdogInfo> const& infos) override {
-        printHead(LEVEL_INFORMATION);
+        LineOutput output(LEVEL_INFORMATION);
+        printHead(output);
         for (unsigned long i = 0; i < infos.count(); ++i) {
-            printRow(infos[i].value(), LEVEL_INFORMATION);
+            Row(infos[i].value()).print(output);
         }
     }
 };
@@ -378,15 +399,23 @@ bool ThreadWatchdog::isOwnThread() const {
     return mThreadId.load() == ThreadManager::getCallerId();
 }
 
-// Row by row, so that nobody who reports waits for the log.
 void ThreadWatchdog::printWatchdogInfo(int level) const {
+    LineOutput output(level);
+    printTable(output);
+}
+
+unsigned long ThreadWatchdog::storeWatchdogInfo(char* dst, unsigned long size) const {
+    return printInto(dst, size, [this](LineOutput& output) { printTable(output); });
+}
+
+// Row by row, so that nobody who reports waits for the log.
+void ThreadWatchdog::printTable(LineOutput& output) const {
     if (!isInitialized()) {
         return;
     }
-    printHead(level);
-    long next = std::numeric_limits<int>::min();
-    for (;;) {
-        WatchdogInfo row;
+    printHead(output);
+    for (long long next = std::numeric_limits<int>::min();;) {
+        std::optional<Row> row;
         {
             TableGuard const guard(tableLock);
             unsigned long i = 0;
@@ -396,10 +425,10 @@ void ThreadWatchdog::printWatchdogInfo(int level) const {
             if (i == mInfos.count()) {
                 return;
             }
-            row = mInfos[i].value();
+            row.emplace(mInfos[i].value());
         }
-        printRow(row, level);
-        next = static_cast<long>(row.id()) + 1;
+        row->print(output);
+        next = row->id + 1LL;
     }
 }
 
