@@ -262,13 +262,14 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
 
     a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
     b.on(B, [&] {
-        EXPECT_EQ(0, a->sendMsgSync(LAST) + a->eraseMsg(LAST));
+        SimpleMsg out(LAST);
+        EXPECT_EQ(0, a->sendMsgSync(LAST) + a->eraseMsg(LAST) + a->askMsg(out, &out));
         EXPECT_EQ(-1, a->setTimer(HOUR, 0, 0, 0));
         EXPECT_EQ(WAIT_FAILED, a->stop(1, 0));
     });
     EXPECT_EQ(1, a->postMsg(A));
     EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
-    EXPECT_EQ(5u, log.count(refusal));
+    EXPECT_EQ(6u, log.count(refusal));
 }
 
 // A message is user code, which runs with a lock of the loop held.
@@ -406,7 +407,8 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
             [&] { sent += station->sendMsgSync(SYNC); },
             [&] { station->peekMsg(A, &out), station->hasMsg(A), station->getFirstMsgId(); },
             [&] { station->killTimer(station->setTimer(HOUR, 0, 0, 0), 0); },
-            [&] { station->postMsg(A), station->eraseMsg(A); }};
+            [&] { station->postMsg(A), station->eraseMsg(A); },
+            [&, own = NumberMsg(A)]() mutable { station->askMsg(own, &own); }};
         std::vector<std::thread> askers;
         for (auto const& request : requests) {
             askers.emplace_back([&] {
