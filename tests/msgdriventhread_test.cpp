@@ -434,11 +434,12 @@ TEST_F(MsgDrivenThreadTest, WhatTheEndComesBeforeIsNotAnsweredAsWhatCameBeforeIt
     RunningStation station;
     EXPECT_EQ(1, station->sendMsgSync(SYNC));
     EXPECT_TRUE(station->postMsg(HOLD) && station.entered.wait());
-    auto found = inThread([&] { return station->hasMsg(A); });
+    SimpleMsg out(A);
+    auto asked = inThread([&] { return station->askMsg(out, &out); });
     EXPECT_TRUE(station.awaitEntries(1));
     EXPECT_EQ(0, station->stop(0, 0));
     station.released.open();
-    EXPECT_EQ(0, found.get());
+    EXPECT_EQ(0, asked.get());
 }
 
 TEST_F(MsgDrivenThreadTest, AWordThatIsNotWholeEndsTheThreadAndWhatIsAskedOfIt) {

@@ -308,7 +308,7 @@ bool MsgDrivenThread::Loop::serveSync(bool isQuestion, long ctlId) {
         mReceiveMsg.mAnswer = &mAnsweredMsg;
     }
     deliver();
-    bool const isServed = !isQuestion || hasAnswered();
+    bool const isServed = !isQuestion || closeQuestion();
 
     LoopControl::Guard const guard(*mControl);
     mControl->answerLocked(isServed);
@@ -317,8 +317,9 @@ bool MsgDrivenThread::Loop::serveSync(bool isQuestion, long ctlId) {
     return isStillThere;
 }
 
-// Whether the listener has answered the question that it was given. Logged if not.
-bool MsgDrivenThread::Loop::hasAnswered() {
+// Whether the listener has answered the question that it was given, which it cannot any more.
+// Logged if it has not.
+bool MsgDrivenThread::Loop::closeQuestion() {
     if (mReceiveMsg.mAnswer == nullptr) {
         return true;
     }

@@ -87,7 +87,7 @@ private:
     Step executeStep();
     bool serveRequest(long ctlId);
     bool serveSync(bool isQuestion, long ctlId);
-    bool hasAnswered();
+    bool closeQuestion();
     bool serveErase(long target, long ctlId);
     int dispatch(ThreadCtlMsg const& ctl);
     int executeReceiveMsg(long msgId);
