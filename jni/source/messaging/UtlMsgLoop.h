@@ -74,9 +74,9 @@ private:
     static bool store(Msg const& msg, ThreadRawMsg* record);
     Queuing queueLocked(Msg const& msg);
     int report(Queuing queuing, long msgId);
+    bool restoreAnswer(Msg* answer);
     bool send(LoopControl::Asking& asking, Request request, Msg const& msg);
     bool ask(LoopControl::Asking& asking, Request request, long argument);
-    bool restoreAnswer(Msg* answer);
     bool report(LoopControl::Posting posting, long ctlId);
     void logTooLarge(long msgId);
     void logError(long msgId);
