@@ -150,6 +150,7 @@ struct Station : utl::ThreadMsgListener {
         require(msg.restoreFrom(raw) == 1, "a record was not whole");
         if (msg.getMsgId() == SYNCHRONOUS && msg.actor < ACTORS) {
             handled[msg.actor] = msg.number;
+            raw.answer(msg);  // as is heard by who asks
         } else if (msg.getMsgId() == ORDERED && msg.actor < ACTORS) {
             require(mLast[msg.actor] < msg.number, "messages of one sender changed places");
             mLast[msg.actor] = msg.number;
@@ -181,7 +182,13 @@ void askStation(unsigned actor, unsigned number) {
     bool const isActor = actor != NOBODY;
     switch (below(16)) {
         case 0: {
-            int const isSent = thread.sendMsgSync(NumberedMsg(SYNCHRONOUS, actor, number));
+            NumberedMsg const msg(SYNCHRONOUS, actor, number);
+            NumberedMsg answer(SYNCHRONOUS);
+            bool const asks = below(2) == 0;
+            int const isSent = asks ? thread.askMsg(msg, &answer) : thread.sendMsgSync(msg);
+            require(!asks || !isActor || isSent == 0 ||
+                        (answer.actor == actor && answer.number == number),
+                    "the answer was another one's");
             require(!isActor || (isSent == 1) == (handled[actor] == number),
                     "a synchronous message was not what its sender was told");
             break;

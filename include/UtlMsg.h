@@ -16,6 +16,8 @@
 //         ...
 //     };
 //
+// Fields that make a struct of their own need no such class: see UtlStructMsg.h.
+//
 // Ids of an application's messages are 0x8000 or more; 0x83F0 and 0x83FB to 0x83FF are reserved.
 
 #ifndef UTL_MSG_H
@@ -24,6 +26,12 @@
 #include "UtlApi.h"
 
 namespace utl {
+
+// Whether `msgId` may be the id of an application's message.
+constexpr bool isApplicationMsgId(long long msgId) {
+    bool const isControlId = msgId == 0x83F0 || (msgId >= 0x83FB && msgId <= 0x83FF);
+    return msgId >= 0x8000 && msgId <= 0x7FFFFFFF && !isControlId;
+}
 
 // Where a message is written to and read from. Operations return 1 for done and 0 for refused. Used
 // by one thread at a time.

@@ -26,6 +26,8 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <type_traits>
 
 #include "UtlApi.h"
 #include "UtlMsg.h"
@@ -53,9 +55,9 @@ public:
 // |----------------------------------|-----------------|----------------------------------------|
 // | postMsg, sendMsgAsync            | queue           | a synchronous message to be handled    |
 // | setTimer, killTimer with noWait  | queue           | the same                               |
-// | sendMsgSync, peekMsg, hasMsg,    | request, queue  | the thread's answer, and those of who  |
-// | getFirstMsgId, eraseMsg,         |                 | asked before                           |
-// | setTimer, killTimer              |                 |                                        |
+// | sendMsgSync, askMsg, ask,        | request, queue  | the thread's answer, and those of who  |
+// | peekMsg, hasMsg, getFirstMsgId,  |                 | asked before                           |
+// | eraseMsg, setTimer, killTimer    |                 |                                        |
 // | stop                             | queue           | the thread's end, for its limit        |
 // | all of them on the thread itself | queue           | nobody                                 |
 //
@@ -110,6 +112,18 @@ public:
     int sendMsgSync(Msg const& msg);
     int sendMsgSync(long msgId);
 
+    // As sendMsgSync(), and restores what the listener has answered (ThreadRawMsg::answer()) into
+    // `*answer`, which must have the answer's id and read all of its fields. 0 also when the
+    // listener gave no answer or another one, which is logged.
+    int askMsg(Msg const& question, Msg* answer);
+
+    // The same for a StructMsg that names the type of its answer: std::optional<Question::Answer>,
+    // empty where askMsg() returns 0.
+    //
+    //     std::optional<double> const area = thread.ask<AreaMsg>({3, 4});
+    template <typename Question>
+    auto ask(typename Question::Value const& question);
+
     // These three ask the thread, and block until it has answered.
     // Restores the first queued message with `msgId` into `*out`; it stays queued. 1 as a `msgId`
     // stands for the first pending expiry.
@@ -159,6 +173,7 @@ private:
 
     bool takeListener(ThreadMsgListener* listener);
     bool isServing() const;
+    bool mayBeSentTo() const;
     LoopControl& control();
 
     // Lets a timer of this thread stand still, on the thread itself; and go on, on any.
@@ -168,6 +183,18 @@ private:
     std::atomic<ThreadMsgListener*> mListener{nullptr};  // set once, by start()
     std::unique_ptr<Loop> mLoop;
 };
+
+template <typename Question>
+auto MsgDrivenThread::ask(typename Question::Value const& question) {
+    using Answer = typename Question::Answer;
+    static_assert(!std::is_void_v<Answer>,
+                  "This message is no question: name its answer, StructMsg<ID, Value, Answer>.");
+    if constexpr (!std::is_void_v<Answer>) {
+        typename Question::AnswerMsg answer;
+        return askMsg(Question(question), &answer) ? std::optional<Answer>(answer.value())
+                                                   : std::nullopt;
+    }
+}
 
 }  // namespace utl
 

@@ -87,16 +87,23 @@ public:
     int get(char* text, unsigned long maxLength) override;
     int get(unsigned char* bytes, unsigned long size) override;
 
+    // Answers the message that came in this record, for who waits in askMsg(): once, in the call of
+    // the listener, and within the size of the thread's messages. 0 when nobody waits for an answer
+    // or has one already, and when it is too large.
+    int answer(Msg const& msg);
+
     // The bytes of the text at the read position with its terminator; NONE when it does not end
     // within `maxLength` bytes.
     unsigned long checkOutputStrLength(unsigned long maxLength) const;
 
 private:
     friend class BorrowedRecord;
+    friend class MsgDrivenThread;
 
     // For records in memory of somebody else.
     ThreadRawMsg() : mMaxSize(0), mBuffer(nullptr), mIsBorrowed(true) {}
 
+    bool isReadToEnd() const { return mReadPosition == mWritePosition; }
     void release();
     int fail();
     int write(void const* source, unsigned long size);
@@ -117,6 +124,7 @@ private:
     unsigned long mReadPosition = 0;
     int mResult = 0;
     bool mIsIdRefused = false;
+    ThreadRawMsg* mAnswer = nullptr;  // for what came in this record; never copied
 };
 
 }  // namespace utl

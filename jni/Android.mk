@@ -82,6 +82,7 @@ LOCAL_SRC_FILES := \
     source/messaging/UtlMsgLoop.cpp \
     source/messaging/UtlMsgLoopTimers.cpp \
     source/messaging/UtlMsgDrivenThread.cpp \
+    source/messaging/UtlMsgHandlers.cpp \
     source/timers/UtlSharedTimerLoop.cpp \
     source/timers/UtlSharedTimer.cpp \
     source/timers/UtlTimer.cpp \

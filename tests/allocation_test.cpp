@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "UtlMsgDrivenThread.h"
+#include "UtlStructMsg.h"
 #include "UtlThreadManager.h"
 
 #include "support/Gate.h"
@@ -57,12 +58,15 @@ constexpr long ID = 0x8001;
 constexpr long OTHER = 0x8002;
 constexpr unsigned long HOUR = 3600000;
 
+using AskMsg = StructMsg<OTHER, int, int>;
+
 class Counting : public ThreadMsgListener {
 public:
     int receiveMsg(int, ThreadRawMsg& raw) override {
         SimpleMsg msg(0);
         msg.restoreFrom(raw);
         count += msg.getMsgId() == ID ? 1 : 0;
+        raw.answer(AskMsg::AnswerMsg(count));
         return 0;
     }
 
@@ -93,7 +97,7 @@ TEST_F(AllocationTest, MessagesTakeNoMemory) {
         }
         if (sent % 1000 == 0) {
             SimpleMsg out(0);
-            thread.sendMsgSync(OTHER);
+            EXPECT_TRUE(thread.ask<AskMsg>(0));
             thread.peekMsg(ID, &out);
             thread.eraseMsg(OTHER);
             thread.postMsg(0x83FF);  // refused, and logged

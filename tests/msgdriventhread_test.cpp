@@ -262,7 +262,8 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
 
     a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
     b.on(B, [&] {
-        EXPECT_EQ(0, a->sendMsgSync(LAST) + a->eraseMsg(LAST));
+        SimpleMsg out(LAST);
+        EXPECT_EQ(0, a->askMsg(out, &out) + a->eraseMsg(LAST));
         EXPECT_EQ(-1, a->setTimer(HOUR, 0, 0, 0));
         EXPECT_EQ(WAIT_FAILED, a->stop(1, 0));
     });
@@ -404,7 +405,7 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
         NumberMsg out(0);
         std::function<void()> const requests[] = {
             [&] { sent += station->sendMsgSync(SYNC); },
-            [&] { station->peekMsg(A, &out), station->hasMsg(A), station->getFirstMsgId(); },
+            [&] { station->peekMsg(A, &out), station->askMsg(out, &out), station->hasMsg(A); },
             [&] { station->killTimer(station->setTimer(HOUR, 0, 0, 0), 0); },
             [&] { station->postMsg(A), station->eraseMsg(A); }};
         std::vector<std::thread> askers;

@@ -26,7 +26,8 @@ LAYERS = [
     {"files", "UtlFile"},
     {"memory", "UtlMemory"},
     {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
-     "UtlTimerInfo", "UtlMsgDrivenThread", "UtlSharedTimer", "UtlTimer", "UtlThreadWatchdog"},
+     "UtlTimerInfo", "UtlMsgDrivenThread", "UtlStructMsg", "UtlMsgHandlers", "UtlSharedTimer",
+     "UtlTimer", "UtlThreadWatchdog"},
     {"Utl"},
 ]
 

@@ -16,9 +16,10 @@
 #include "Output.h"
 #include "Report.h"
 #include "Shelf.h"
+#include "UtlMsgHandlers.h"
 #include "UtlTimepiece.h"
 
-class Collector : public utl::ThreadMsgListener {
+class Collector : public utl::MsgHandlers {
 public:
     Collector(Inbox& inbox, Shelf& shelf, Report& report)
         : mInbox(inbox), mShelf(shelf), mReport(report) {}
@@ -43,27 +44,25 @@ public:
         }
     }
 
-    int receiveMsg(int, utl::ThreadRawMsg& msg) override {
-        long msgId;
-        msg.getMsgId(&msgId);
-        if (msgId == utl::TimerMsg::ID) {
-            showProgress();
-            return 0;
-        }
-        if (msgId == PAGE) {
-            mPage.restoreFrom(msg);
-            addPage();
-        } else {
-            FileMsg file(msgId);
-            file.restoreFrom(msg);
-            msgId == FILE_BEGIN ? beginFile(file) : endFile(file);
-        }
-        mChannel.handled();
-        return 0;
+    // What to do with each message. False without memory.
+    bool listen() {
+        return on<FileBeginMsg>([this](FileNews const& news) {
+                   beginFile(news);
+                   mChannel.handled();
+               }) &&
+               on<PageMsg>([this](Page const& page) {
+                   addPage(page);
+                   mChannel.handled();
+               }) &&
+               on<FileEndMsg>([this](FileNews const& news) {
+                   endFile(news);
+                   mChannel.handled();
+               }) &&
+               on<utl::TimerMsg>([this](utl::TimerMsg const&) { showProgress(); });
     }
 
 private:
-    void beginFile(FileMsg const& file) {
+    void beginFile(FileNews const& file) {
         if (!mReport.failure().empty()) {
             return;
         }
@@ -76,17 +75,17 @@ private:
     }
 
     // Pages keep their order on the way, so each must be the next.
-    void addPage() {
-        if (mPage.number != mPages++) {
+    void addPage(Page const& page) {
+        if (page.number != mPages++) {
             mReport.fail("a page has been lost on its way");
         }
         if (mOutput) {
-            mRow.counts.add({0, mPage.words, mPage.characters});
-            check(mOutput->add(mPage.text, utl::t_strlen(mPage.text)));
+            mRow.counts.add({0, page.words, page.characters});
+            check(mOutput->add(page.text, utl::t_strlen(page.text)));
         }
     }
 
-    void endFile(FileMsg const& file) {
+    void endFile(FileNews const& file) {
         if (!mOutput) {
             return;
         }
@@ -100,7 +99,7 @@ private:
     }
 
     // Moves the outputs to their place and then the source away.
-    void keep(FileMsg const& file) {
+    void keep(FileNews const& file) {
         if (file.lines != mRow.counts.lines) {
             mReport.fail("a line has been lost on its way");
             return;
@@ -179,7 +178,6 @@ private:
     Report& mReport;
     std::optional<Output> mOutput;  // of the file that is being collected
     Report::Row mRow;
-    PageMsg mPage;
     std::uint32_t mPages = 0;
     Channel const* mToWorker = nullptr;
     utl::TimeCounter mSinceBegin;

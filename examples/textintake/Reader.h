@@ -29,15 +29,17 @@ public:
 
 private:
     void takeFile(std::string const& path) {
-        FileMsg end(FILE_END, path.c_str());
+        FileNews news;
+        utl::copyStr(news.path, sizeof news.path, path.c_str(), utl::ALL, utl::WHOLE);
         {
             utl::File file(path.c_str(), utl::File::UTF8);
             if (!open(file)) {
                 return;
             }
-            sendText(file, &end);
+            sendText(file, &news);
         }
-        mToWorker.send(end, mThread);  // the file is closed: the collector may move it away
+        // The file is closed: the collector may move it away.
+        mToWorker.send(FileEndMsg(news), mThread);
     }
 
     // Which locks out writers, and fails while one is at it: then the file comes at a later look.
@@ -56,20 +58,21 @@ private:
         return false;
     }
 
-    void sendText(utl::File& file, FileMsg* end) {
+    void sendText(utl::File& file, FileNews* news) {
         Encoding const encoding = Encoding::of(file);
+        news->encoding = encoding.type();
         Source source(file, encoding);
-        bool isWanted = mToWorker.send(FileMsg(FILE_BEGIN, end->path, encoding.type()), mThread);
+        bool isWanted = mToWorker.send(FileBeginMsg(*news), mThread);
         errno = 0;
-        while (isWanted && source.next(&mPage)) {
+        while (isWanted && source.next(&mPage.value())) {
             mThread.keepAliveWatchdog(utl::StatementInfo("Reader", "sendText", __LINE__, 0));
             isWanted = mToWorker.send(mPage, mThread) && !mThread.hasRequestedStop();
-            ++mPage.number;
+            ++mPage.value().number;
         }
-        end->error = !source.hasFailed() ? 0 : errno != 0 ? errno : EIO;
-        end->isWhole = isWanted && !source.hasFailed();
-        end->lines = source.lines();
-        utl::copyStr(end->notes, sizeof end->notes, source.notes().c_str(), utl::ALL,
+        news->error = !source.hasFailed() ? 0 : errno != 0 ? errno : EIO;
+        news->isWhole = isWanted && !source.hasFailed();
+        news->lines = source.lines();
+        utl::copyStr(news->notes, sizeof news->notes, source.notes().c_str(), utl::ALL,
                      utl::TRUNCATE);
     }
 

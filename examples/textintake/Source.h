@@ -135,7 +135,7 @@ public:
 
     // Fills the page with what comes next: in the fast way, if no line is under way that the
     // library would refuse. False at the end and after a failure.
-    bool next(PageMsg* page) {
+    bool next(Page* page) {
         long long const begin = mFile.position();
         State const before = mState;
         mUsed = 0;
@@ -175,7 +175,7 @@ private:
 
     // The fast way: lines as the library reads them. False when it refuses the first, or when one
     // has text for only some of its bytes: then the sure way takes the whole page.
-    bool takeLines(PageMsg* page) {
+    bool takeLines(Page* page) {
         while (hasPlenty()) {
             char* const line = page->text + mUsed;
             long const read = mFile.readLine(line, std::min(ROOM + 1 - mUsed, READ_LIMIT), nullptr);
@@ -192,7 +192,7 @@ private:
     }
 
     // The sure way.
-    void takeCharacters(PageMsg* page) {
+    void takeCharacters(Page* page) {
         Characters characters(mFile, mEncoding);
         while (hasPlenty() && takeLine(&characters, page)) {
         }
@@ -203,7 +203,7 @@ private:
     // False at the end of the file, and for a line without room: of that one as much is taken as an
     // empty page can hold, but nothing where the page is not empty. So a text is cut at the same
     // places in all encodings.
-    bool takeLine(Characters* characters, PageMsg* page) {
+    bool takeLine(Characters* characters, Page* page) {
         long long const begin = characters->position();
         unsigned long const used = mUsed;
         unsigned long bad = 0;
@@ -235,7 +235,7 @@ private:
         mState.bad.add(mState.lines + 1, bad);
     }
 
-    void endLine(PageMsg* page, unsigned long long bytes, unsigned long bad) {
+    void endLine(Page* page, unsigned long long bytes, unsigned long bad) {
         cutLine(bytes, bad);
         page->text[mUsed++] = '\n';
         ++mState.lines;

@@ -5,8 +5,9 @@
 
 #include "Channel.h"
 #include "Text.h"
+#include "UtlMsgHandlers.h"
 
-class Worker : public utl::ThreadMsgListener {
+class Worker : public utl::MsgHandlers {
 public:
     static constexpr unsigned long ALIVE_TIME_MS = 1000;
 
@@ -16,32 +17,34 @@ public:
     utl::MsgDrivenThread& thread() { return mThread; }
     Channel& channel() { return mChannel; }
 
-    int receiveMsg(int, utl::ThreadRawMsg& msg) override {
-        long msgId;
-        msg.getMsgId(&msgId);
-        if (msgId == PAGE) {
-            mPage.restoreFrom(msg);
-            workOnPage();
-            mToCollector.send(mPage, mThread);
-        } else {
-            FileMsg file(msgId);
-            file.restoreFrom(msg);
-            mWords.begin();
-            mToCollector.send(file, mThread);
-        }
-        mChannel.handled();
-        return 0;
+    // What to do with each message. False without memory.
+    bool listen() {
+        return on<FileBeginMsg>([this](FileNews const& news) {
+                   mWords.begin();
+                   pass(FileBeginMsg(news));
+               }) &&
+               on<PageMsg>([this](Page const& page) {
+                   mPage.value() = page;
+                   workOn(&mPage.value());
+                   pass(mPage);
+               }) &&
+               on<FileEndMsg>([this](FileNews const& news) { pass(FileEndMsg(news)); });
     }
 
 private:
-    void workOnPage() {
+    void pass(utl::Msg const& msg) {
+        mToCollector.send(msg, mThread);
+        mChannel.handled();
+    }
+
+    void workOn(Page* page) {
         if (mStalls) {
             mStalls = false;
             mThread.waitTo(utl::Thread::STOP_REQUESTED, 3 * ALIVE_TIME_MS);
         }
-        mNormalizer.normalize(mPage.text, sizeof mPage.text);
-        mPage.words = mWords.count(mPage.text);
-        mPage.characters = countCharacters(mPage.text);
+        mNormalizer.normalize(page->text, sizeof page->text);
+        page->words = mWords.count(page->text);
+        page->characters = countCharacters(page->text);
     }
 
     Channel& mToCollector;

@@ -114,10 +114,11 @@ private:
     Report& mReport;
 };
 
-// Starts a message-driven thread, under the watchdog.
-bool start(utl::MsgDrivenThread& thread, utl::ThreadMsgListener& listener, unsigned long aliveTime,
-           Alarm& alarm) {
-    return thread.start(&listener, 1, aliveTime, &alarm, 1, 0, utl::ThreadPriority::NORMAL, 0) == 0;
+// Starts the thread of a listener, under the watchdog.
+template <typename Listener>
+bool start(Listener& listener, unsigned long aliveTime, Alarm& alarm) {
+    return listener.listen() && listener.thread().start(&listener, 1, aliveTime, &alarm, 1, 0,
+                                                        utl::ThreadPriority::NORMAL, 0) == 0;
 }
 
 // Until the time is over, a signal comes, the report has a failure, or all is done.
@@ -130,8 +131,8 @@ void run(Options const& options, bool endsWhenDone, sigset_t const& endSignals, 
     Reader reader(inbox, worker.channel());
     utl::SharedTimer timers(0, 0, nullptr, 1, "look timer");
     inbox.onTime(0);
-    if (!start(collector.thread(), collector, FILE_ALIVE_TIME_MS, alarm) ||
-        !start(worker.thread(), worker, Worker::ALIVE_TIME_MS, alarm) ||
+    if (!start(collector, FILE_ALIVE_TIME_MS, alarm) ||
+        !start(worker, Worker::ALIVE_TIME_MS, alarm) ||
         !collector.startProgress(worker.channel()) ||
         reader.thread().start(1, FILE_ALIVE_TIME_MS, &alarm, 1, 0, utl::ThreadPriority::NORMAL,
                               0) != 0 ||

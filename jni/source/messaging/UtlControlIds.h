@@ -3,6 +3,8 @@
 #ifndef UTL_CONTROL_IDS_H
 #define UTL_CONTROL_IDS_H
 
+#include "UtlMsg.h"
+
 #include "messaging/UtlWakePipe.h"
 
 namespace utl {
@@ -23,6 +25,12 @@ constexpr long ANY_MSG = -2;
 inline bool isReservedId(long id) {
     return id == CTL_TIMER_SIGNAL || (id >= CTL_STOP && id <= CTL_SERVICE);
 }
+
+static_assert(isApplicationMsgId(MIN_MSG_ID) && !isApplicationMsgId(MIN_MSG_ID - 1) &&
+                  !isApplicationMsgId(CTL_TIMER_SIGNAL) && isApplicationMsgId(CTL_STOP - 1) &&
+                  !isApplicationMsgId(CTL_STOP) && !isApplicationMsgId(CTL_SERVICE) &&
+                  isApplicationMsgId(CTL_SERVICE + 1),
+              "what the public header says of ids");
 
 inline bool isTimerRequest(long id) {
     return id == CTL_START_TIMER || id == CTL_STOP_TIMER;

@@ -90,12 +90,21 @@ int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
            !control().isRefusedInTransfer() && mLoop->post(msg, false);
 }
 
+// Whether the caller may wait for its listener.
+bool MsgDrivenThread::mayBeSentTo() const {
+    return isServing() && !hasRequestedStop() && !isCaller();
+}
+
 int MsgDrivenThread::sendMsgSync(Msg const& msg) {
-    return isServing() && !hasRequestedStop() && !isCaller() && mLoop->send(msg);
+    return mayBeSentTo() && mLoop->send(msg);
 }
 
 int MsgDrivenThread::sendMsgSync(long msgId) {
     return sendMsgSync(SimpleMsg(msgId));
+}
+
+int MsgDrivenThread::askMsg(Msg const& question, Msg* answer) {
+    return mayBeSentTo() && answer != nullptr && mLoop->askMsg(question, answer);
 }
 
 int MsgDrivenThread::peekMsg(long msgId, Msg* out) {

@@ -176,14 +176,43 @@ void MsgDrivenThread::Loop::logError(long msgId) {
 
 int MsgDrivenThread::Loop::send(Msg const& msg) {
     LoopControl::Asking asking(*mControl);
+    return send(asking, SYNC, msg);
+}
+
+int MsgDrivenThread::Loop::askMsg(Msg const& question, Msg* answer) {
+    LoopControl::Asking asking(*mControl);
+    return send(asking, QUESTION, question) && restoreAnswer(answer);
+}
+
+// Whether the message was delivered and, being a question, answered.
+bool MsgDrivenThread::Loop::send(LoopControl::Asking& asking, Request request, Msg const& msg) {
     if (!asking) {
-        return 0;
+        return false;
     }
     if (!store(msg, &mSyncMsg)) {
         logTooLarge(msg.getMsgId());
-        return 0;
+        return false;
     }
-    return ask(asking, SYNC, -1);
+    return ask(asking, request, -1);
+}
+
+// The caller has the right to ask. Records do not tell what is in them; but this one was written by
+// the answer alone, so that one of another type is found by its length.
+bool MsgDrivenThread::Loop::restoreAnswer(Msg* answer) {
+    long const expectedId = answer->getMsgId();
+    long msgId = -1;
+    mAnsweredMsg.getMsgId(&msgId);
+    bool isExpected = msgId == expectedId;
+    if (isExpected) {
+        LoopControl::Transfer const transfer;
+        isExpected = answer->restoreFrom(mAnsweredMsg) && mAnsweredMsg.isReadToEnd();
+    }
+    if (!isExpected) {
+        applog(LIBRARY_LOG, LEVEL_ERROR,
+               "MsgDrivenThread(%s) Refused. Another answer MsgId:0x%08x Expected:0x%08x",
+               mControl->name(), static_cast<unsigned>(msgId), static_cast<unsigned>(expectedId));
+    }
+    return isExpected;
 }
 
 int MsgDrivenThread::Loop::erase(long msgId) {
@@ -262,7 +291,8 @@ bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
     }
     switch (request.kind) {
         case SYNC:
-            return serveSync(ctlId);
+        case QUESTION:
+            return serveSync(request.kind == QUESTION, ctlId);
         case ERASE:
             return serveErase(request.argument, ctlId);
         case FIND: {
@@ -277,16 +307,37 @@ bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
 
 // Deliberate: nobody queues anything while a synchronous message is handled. Its handler finds the
 // queue as it left it.
-bool MsgDrivenThread::Loop::serveSync(long ctlId) {
+bool MsgDrivenThread::Loop::serveSync(bool isQuestion, long ctlId) {
     mControl->beginExclusive();
     std::memcpy(mReceiveBuffer.get(), mSyncMsg.buffer(), mSlotSize);
+    if (isQuestion) {
+        mAnsweredMsg.beginInput();
+        mReceiveMsg.mAnswer = &mAnsweredMsg;
+    }
     deliver();
+    bool const isServed = !isQuestion || closeQuestion();
 
     LoopControl::Guard const guard(*mControl);
-    mControl->answerLocked(true);
+    mControl->answerLocked(isServed);
     bool const isStillThere = ctlId < MIN_REVISITED_ID || executeFindMsgLocked(ctlId, &mFoundMsg);
     mControl->endExclusiveLocked();
     return isStillThere;
+}
+
+// Whether the listener has answered the question that it was given, which it cannot any more.
+// Logged if it has not.
+bool MsgDrivenThread::Loop::closeQuestion() {
+    if (mReceiveMsg.mAnswer == nullptr) {
+        return true;
+    }
+    mReceiveMsg.mAnswer = nullptr;
+    if (mAnsweredMsg.getResult() != 0) {
+        logTooLarge(idIn(mAnsweredMsg.buffer()));
+    } else {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "MsgDrivenThread(%s) Not answered MsgId:0x%08x",
+               mControl->name(), static_cast<unsigned>(idIn(mSyncMsg.buffer())));
+    }
+    return false;
 }
 
 bool MsgDrivenThread::Loop::serveErase(long target, long ctlId) {

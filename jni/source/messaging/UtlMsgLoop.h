@@ -40,8 +40,9 @@ public:
     int post(Msg const& msg, bool needsLoop);
 
     // Any thread while the loop runs; on the loop's own what is asked for is done at once, but for
-    // send(), which is for others.
+    // send() and askMsg(), which are for others.
     int send(Msg const& msg);
+    int askMsg(Msg const& question, Msg* answer);
     int erase(long msgId);
     int setTimer(TimerInfo const& info, int noWait);
     int killTimer(int userId, int noWait);
@@ -66,13 +67,15 @@ private:
     enum class Queuing { DONE, TOO_LARGE, NO_ROOM, NO_CTL_ROOM, UNHEARD };
 
     // What another thread asks for; the argument is an id.
-    enum Request { SYNC, ERASE, FIND, START_TIMER, STOP_TIMER };
+    enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER };
 
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
     static bool store(Msg const& msg, ThreadRawMsg* record);
     Queuing queueLocked(Msg const& msg);
     int report(Queuing queuing, long msgId);
+    bool restoreAnswer(Msg* answer);
+    bool send(LoopControl::Asking& asking, Request request, Msg const& msg);
     bool ask(LoopControl::Asking& asking, Request request, long argument);
     bool isFirstOverflow();
     bool report(LoopControl::Posting posting, long ctlId);
@@ -84,7 +87,8 @@ private:
 
     Step executeStep();
     bool serveRequest(long ctlId);
-    bool serveSync(long ctlId);
+    bool serveSync(bool isQuestion, long ctlId);
+    bool closeQuestion();
     bool serveErase(long target, long ctlId);
     int dispatch(ThreadCtlMsg const& ctl);
     int executeReceiveMsg(long msgId);

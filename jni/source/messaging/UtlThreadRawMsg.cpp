@@ -7,6 +7,8 @@
 #include "UtlArray.h"
 #include "UtlRawMemory.h"
 
+#include "messaging/UtlLoopControl.h"
+
 namespace utl {
 
 namespace {
@@ -271,6 +273,18 @@ int ThreadRawMsg::get(char* text, unsigned long maxLength) {
 
 int ThreadRawMsg::get(unsigned char* bytes, unsigned long size) {
     return read(bytes, size);
+}
+
+int ThreadRawMsg::answer(Msg const& msg) {
+    if (mAnswer == nullptr) {
+        return 0;
+    }
+    LoopControl::Transfer const transfer;
+    if (!msg.storeTo(mAnswer)) {
+        return 0;
+    }
+    mAnswer = nullptr;
+    return 1;
 }
 
 unsigned long ThreadRawMsg::checkOutputStrLength(unsigned long maxLength) const {
