@@ -38,6 +38,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlStringSearch.cpp \
     source/text/UtlWorkingBuffer.cpp \
     source/foundation/UtlLog.cpp \
+    source/foundation/UtlLogSettings.cpp \
     source/foundation/UtlLogTypes.cpp \
     source/foundation/UtlBlockingCall.cpp \
     source/foundation/UtlCountingPointer.cpp \
