@@ -9,9 +9,10 @@
 #include "UtlMsg.h"
 #include "UtlString.h"
 
-constexpr int LIBRARY_LOG = -2;
+using utl::LEVEL_DETAIL;
+using utl::LEVEL_ERROR;
+using utl::LEVEL_INFORMATION;
 constexpr int INTAKE_LOG = 1;  // the log type that main() registers
-enum Level { LEVEL_ERROR = 1, LEVEL_INFORMATION = 2, LEVEL_DETAIL = 3 };
 
 constexpr long FILE_BEGIN = 0x8001;
 constexpr long PAGE = 0x8002;
