@@ -1,37 +1,81 @@
 // The log of the process. A message belongs to a log type, which has a name and a filter, and
 // carries a level; those that pass the filter become one line of at most 255 bytes.
 //
-//     registerLogType(7, "<NET> ", 3);
-//     applog(7, 1, "connect to %s failed. errno:%d", host, errno);  // "<NET> ERR: connect to ..."
+//     constexpr int NET_LOG = 7;
+//     registerLogType(NET_LOG, "<NET> ", utl::LEVEL_DETAIL);
+//     applog(NET_LOG, utl::LEVEL_ERROR, "connect to %s failed. errno:%d", host, errno);
 //
-// | level | meaning     | prefix  |
-// |-------|-------------|---------|
-// | 0     | none        |         |  never written
-// | 1     | error       | "ERR: " |  also under the tag XM_SYSERR
-// | 2     | information | "INF: " |  also under the tag XM_SYSERR
-// | 3     | detail      | "DTL: " |
-// | 4     | debug       | "DBG: " |
+// | level             | number | prefix  | on Linux |
+// |-------------------|--------|---------|----------|
+// |                   | 0      |         |          |  never written
+// | LEVEL_ERROR       | 1      | "ERR: " | error    |  on Android also under the tag XM_SYSERR
+// | LEVEL_INFORMATION | 2      | "INF: " | info     |  on Android also under the tag XM_SYSERR
+// | LEVEL_DETAIL      | 3      | "DTL: " | detail   |
+// | LEVEL_DEBUG       | 4      | "DBG: " | debug    |
 //
 // A level above 4 or below 0 counts as 4. A type's filter lets levels up to its own pass. Two types
-// are built in: -1, which stands in for every unregistered type, and -2, the library's own
+// are built in: -1, which stands in for every unregistered type, and LIBRARY_LOG, the library's own
 // messages; both start with filter 3.
 //
 // Any thread may call these functions at any time, from static constructors and while the process
-// exits too. They leave errno as it is and are no cancellation points. On Linux lines go to
-// standard error unless the program defines __android_log_print itself. That one is called with the
-// log locked: it must call nothing of this library, wait for nobody who logs and return.
+// exits too. They leave errno as it is and are no cancellation points.
 //
+// Lines go to the program's sink (setLogSink), or else through the function __android_log_print:
+// Android's, or on Linux the library's, unless the program defines it itself. That one prints each
+// message as one line on standard error, control characters and what is no UTF-8 made visible:
+//
+//     2026-03-01 12:30:05.250 error  harbour(4711) [net loop] <NET> connect to pier failed
+//
+// with the tag, the process, the thread's name, and colours on a terminal unless NO_COLOR is set.
+// There the library's own messages of LEVEL_DETAIL appear only once somebody has set their filter.
 // Standard error never stops or kills the process: a line that finds no room for 100 ms is dropped,
 // those after it at once until there is room again, and a reader that has gone raises no SIGPIPE.
 // The next line that gets through is preceded by one that ends in "lines lost: " and their number.
+//
+// A sink, and an __android_log_print of the program's own, is called with the log locked: it must
+// call nothing of this library, wait for nobody who logs and return.
 
 #ifndef UTL_LOG_H
 #define UTL_LOG_H
 
+#include <chrono>
+#include <string_view>
+
 #include "UtlApi.h"
 
 namespace utl {
+
 class File;
+
+// The log type of the library's own messages.
+constexpr int LIBRARY_LOG = -2;
+
+constexpr int LEVEL_ERROR = 1;
+constexpr int LEVEL_INFORMATION = 2;
+constexpr int LEVEL_DETAIL = 3;
+constexpr int LEVEL_DEBUG = 4;
+
+// A message on its way to a sink. The texts are good during the call, and a 0 follows each.
+struct LogRecord {
+    std::chrono::system_clock::time_point time;
+    int threadId;  // the kernel's, of the calling thread
+    int type;
+    int level;                  // LEVEL_ERROR to LEVEL_DEBUG
+    std::string_view tag;       // what setLogTag() has set; "UtlMemory" for the heap accounting
+    std::string_view typeName;  // as it was registered
+    std::string_view text;      // without name, prefix and line end
+};
+
+// Writes a record; called on the thread that logs, one record at a time. False: the line is lost.
+//
+//     bool writeToJournal(utl::LogRecord const& record, void* context) {
+//         auto* const journal = static_cast<std::FILE*>(context);
+//         return std::fprintf(journal, "<%d>%s\n", record.level, record.text.data()) >= 0;
+//     }
+//     ...
+//     setLogSink(writeToJournal, journal);
+using LogSink = bool (*)(LogRecord const& record, void* context);
+
 }  // namespace utl
 
 // Writes the type's name, the level's prefix, the text and "\r\n". A line that is too long is cut
@@ -64,5 +108,23 @@ UTL_API int getFilterLevel(int type);
 
 // Changes the filters of all types, those built in too.
 UTL_API void setAllFilterLevel(int level);
+
+// From here on lines go to `sink`, which is called with `context`; nullptr: as before the first
+// call. Returns when no call of the former sink is under way: its context may go. A sink may be
+// called until the process ends, and in a child of fork too. What it throws ends the process. What
+// it logs itself goes where lines go without it.
+UTL_API void setLogSink(utl::LogSink sink, void* context);
+
+// How many lines this process has lost since it began: found no room, or were refused by the sink.
+UTL_API unsigned long lostLogLines();
+
+// Takes filter levels from the environment variable UTL_LOG, of at most 255 bytes, for the types
+// there are and those that are registered later: "*=error,NET=4" is pairs of a type's name, without
+// the blanks and angle brackets round it, and a level, as a number or as a word: none, error, info,
+// detail, debug. "*" stands for all types that are not named, UTIL for the library's. What is no
+// such pair is ignored, which is logged: false. Call it once, at the beginning: setFilterLevel()
+// and setAllFilterLevel() go beyond it later. A process with more rights than its user finds
+// nothing.
+UTL_API bool configureLogFromEnvironment();
 
 #endif  // UTL_LOG_H

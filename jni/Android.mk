@@ -39,6 +39,7 @@ LOCAL_SRC_FILES := \
     source/text/UtlWorkingBuffer.cpp \
     source/foundation/UtlLineOutput.cpp \
     source/foundation/UtlLog.cpp \
+    source/foundation/UtlLogSettings.cpp \
     source/foundation/UtlLogTypes.cpp \
     source/foundation/UtlBlockingCall.cpp \
     source/foundation/UtlCountingPointer.cpp \

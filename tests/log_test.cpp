@@ -3,15 +3,24 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <climits>
+#include <cstdlib>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "UtlMemory.h"
+#include "UtlThreadManager.h"
+
+#include "support/Gate.h"
 #include "support/LogCapture.h"
+#include "support/Scratch.h"
 
 namespace {
 
@@ -184,6 +193,91 @@ TEST_F(LogTest, TableHolds62FurtherTypes) {
     EXPECT_EQ(6, getFilterLevel(-1) + getFilterLevel(-2));
     setAllFilterLevel(4);
     EXPECT_EQ(12, getFilterLevel(-1) + getFilterLevel(-2) + getFilterLevel(TYPE));
+}
+
+// Keeps "type level tag typeName|text". Loses errors.
+bool keepRecord(utl::LogRecord const& record, void* records) {
+    auto const age = std::chrono::system_clock::now() - record.time;
+    EXPECT_TRUE(age.count() >= 0 && age < test::PATIENCE);
+    EXPECT_EQ(utl::ThreadManager::getCallerId(), record.threadId);
+    EXPECT_EQ(
+        0, record.typeName.data()[record.typeName.size()] + record.text.data()[record.text.size()]);
+    static_cast<Lines*>(records)->push_back(
+        std::to_string(record.type) + ' ' + std::to_string(record.level) + ' ' + record.tag.data() +
+        ' ' + record.typeName.data() + '|' + record.text.data());
+    rawlog(record.type, 3, "by the sink");
+    return record.level != utl::LEVEL_ERROR;
+}
+
+TEST_F(LogTest, OwnSinkIsGivenWhatLinesAreMadeOf) {
+    Lines records;
+    setLogTag("TAG");
+    setLogSink(keepRecord, &records);
+    applog(TYPE, utl::LEVEL_ERROR, "%s\n", "an error");
+    rawlog(UNREGISTERED_TYPE, utl::LEVEL_INFORMATION, "raw\r\n");
+    applog(utl::LIBRARY_LOG, utl::LEVEL_DETAIL, "%0300d", 0);
+    utl::Memory::get()->printMessage(1, -1, "heap\n");
+    EXPECT_EQ(1u, lostLogLines());
+    EXPECT_TRUE(test::inChild([] {
+        EXPECT_EQ(0u, lostLogLines());
+        rawlog(TYPE, utl::LEVEL_ERROR, "%s", "");
+        EXPECT_EQ(1u, lostLogLines());
+    }));
+    setLogSink(nullptr, nullptr);
+    applog(TYPE, 3, "as before");
+    EXPECT_EQ((Lines{"130 1 TAG <T> |an error", "99 2 TAG |raw",
+                     "-2 3 TAG <UTIL> |" + std::string(238, '0') + "...", "-2 2 UtlMemory |heap"}),
+              records);
+    EXPECT_EQ(4u, log.count("by the sink"));
+    EXPECT_EQ("<T> DTL: as before\r\n", log.all().back().text);
+}
+
+TEST_F(LogTest, ReplacedSinkIsNotCalledAnyMore) {
+    auto const sink = [](utl::LogRecord const&, void* isGone) {
+        return !*static_cast<bool*>(isGone);
+    };
+    std::atomic<bool> isOver{false};
+    unsigned long const lost = lostLogLines();
+    std::thread logging([&isOver] {
+        while (!isOver) {
+            applog(TYPE, 3, "line");
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        bool isGone = false;
+        setLogSink(sink, &isGone);
+        setLogSink(nullptr, nullptr);
+        isGone = true;
+    }
+    isOver = true;
+    logging.join();
+    EXPECT_EQ(lost, lostLogLines());
+}
+
+TEST_F(LogTest, EnvironmentSetsFiltersOfTypesThatAreThereOrCome) {
+    struct {
+        std::string text;
+        std::array<int, 3> filters;  // of NET, the library, and others
+        std::string ignored;
+    } const cases[] = {{"*=2,NET=4", {4, 2, 2}, ""},
+                       {" NET = debug , * = none", {4, 0, 0}, ""},
+                       {"UTIL=error,NET=info,<NET>=detail,", {3, 1, 3}, ""},
+                       {"*=5,NET,=4,,NET=1,x=high", {1, 3, 3}, "*=5,NET,=4,,x=high"},
+                       {"*=0,x", {0, 0, 0}, "x"},
+                       {"*=4," + std::string(252, 'x'), {2, 3, 3}, "*=4,xxx"}};
+    int const later = sixtyTwoTypes()[1];
+    for (auto const& [text, filters, ignored] : cases) {
+        registerLogType(TYPE, "<NET> ", 2);
+        setenv("UTL_LOG", text.c_str(), 1);
+        EXPECT_TRUE(test::inChild([&, &filters = filters, &ignored = ignored] {
+            EXPECT_EQ(ignored.empty(), configureLogFromEnvironment());
+            EXPECT_EQ(!ignored.empty(), log.has("UTL_LOG ignored: " + ignored));
+            registerLogType(later, "NET", 2);
+            EXPECT_EQ(filters[0], getFilterLevel(later));
+            EXPECT_EQ(filters,
+                      (std::array{getFilterLevel(TYPE), getFilterLevel(-2), getFilterLevel(-1)}));
+        })) << text;
+    }
 }
 
 }  // namespace

@@ -18,7 +18,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,6 +32,7 @@
 #include "support/Gate.h"
 #include "support/Process.h"
 #include "support/Scratch.h"
+#include "support/Worker.h"
 
 namespace {
 
@@ -38,6 +41,8 @@ bool hasDescriptors = true;  // to open standard error again
 ssize_t room = SSIZE_MAX;    // bytes
 std::vector<int> waits;      // the time-outs of those who waited for more
 std::function<void()> whileWaiting;
+std::time_t shownTime = 0;  // the local time that is now; 0 for UTC
+int const noColours = setenv("NO_COLOR", "1", 1);
 
 }  // namespace
 
@@ -71,6 +76,11 @@ extern "C" int poll(pollfd* fds, nfds_t count, int timeout) {
     return 0;
 }
 
+extern "C" tm* localtime_r(time_t const* time, tm* local) noexcept {
+    local->tm_gmtoff = static_cast<long>(shownTime != 0 ? shownTime - *time : 0);
+    return local;
+}
+
 namespace {
 
 struct LogsWhenDestroyed {
@@ -83,30 +93,42 @@ struct LogsWhenDestroyed {
 } logsWhenDestroyed;
 
 void logAndExit() {
-    rawlog(-1, 3, "no tag yet");
+    rawlog(-1, utl::LEVEL_DETAIL, "no tag yet\r\n");
     setLogTag("TAG");
-    setFilterLevel(-2, 4);
-    applog(-2, 1, "errno:%d", 5);
-    applog(-2, 2, "two\r\nlines");
-    applog(-2, 4, "%s", "100%s");
-    setLogTag("1234567890123456789012345678901");
-    rawlog(-2, 3, "%0300d", 0);
+    setFilterLevel(utl::LIBRARY_LOG, utl::LEVEL_DEBUG);
+    applog(utl::LIBRARY_LOG, utl::LEVEL_ERROR, "errno:%d", 5);
+    applog(utl::LIBRARY_LOG, utl::LEVEL_INFORMATION, "two\r\nlines\t\x1B[31m\x7F");
+    registerLogType(1, "name", utl::LEVEL_DEBUG);
+    applog(1, utl::LEVEL_DEBUG, "%s",
+           "\u00E9,\xC2\x9B,\xE3\x81,\xED\xA0\x80,\xF4\x90\x80\x80,100%s");
+    rawlog(1, utl::LEVEL_DETAIL, "%0300d", 0);
+    test::Worker("\u65E5\u672C\u8A9E\u540D\u524D\u7CF8", [] {
+        return rawlog(-1, 2, "by a thread");
+    }).runsToItsEnd();
     logsWhenDestroyed.isOn = true;
     std::atexit([] { applog(-2, 3, "exit handler"); });
     std::exit(0);
 }
 
-TEST(LogSinkDeathTest, LinesGoToStandardErrorInBriefFormUntilTheProcessHasEnded) {
+constexpr char TIME[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}";
+
+std::string shown(std::string const& level, std::string const& text,
+                  std::string const& thread = "logsink_test") {
+    return TIME + (' ' + level) + " T?A?G?\\([0-9]+\\) \\[" + thread + "\\] " + text + '\n';
+}
+
+TEST(LogSinkDeathTest, EachMessageIsALineOnStandardErrorUntilTheProcessHasEnded) {
     EXPECT_EXIT(logAndExit(), ::testing::ExitedWithCode(0),
-                "^D/\\([0-9]+\\): no tag yet\n"
-                "W/XM_SYSERR\\([0-9]+\\): <UTIL> ERR: errno:5\n"
-                "W/TAG\\([0-9]+\\): <UTIL> ERR: errno:5\n"
-                "I/XM_SYSERR\\([0-9]+\\): <UTIL> INF: two\r\nlines\n"
-                "I/TAG\\([0-9]+\\): <UTIL> INF: two\r\nlines\n"
-                "V/TAG\\([0-9]+\\): <UTIL> DBG: 100%s\n"
-                "D/1234567890123456789012345678901\\([0-9]+\\): 0{252}\\.\\.\\.\n"
-                "D/1234567890123456789012345678901\\([0-9]+\\): <UTIL> DTL: exit handler\n"
-                "D/1234567890123456789012345678901\\([0-9]+\\): static destructor\n$");
+                '^' + shown("detail", "no tag yet") + shown("error ", "<UTIL> errno:5") +
+                    shown("info  ", "<UTIL> two\\\\r\\\\nlines\\\\t\\\\x1B\\[31m\\\\x7F") +
+                    shown("debug ",
+                          "name \u00E9,\\\\xC2\\\\x9B,\\\\xE3\\\\x81,\\\\xED\\\\xA0\\\\x80,"
+                          "\\\\xF4\\\\x90\\\\x80\\\\x80,100%s") +
+                    shown("detail", "name 0{252}\\.\\.\\.") +
+                    shown("detail", "<UTIL> MsgDrivenThread sigaction  success:[0-9]+") +
+                    shown("info  ", "by a thread", "\u65E5\u672C\u8A9E\u540D\u524D") +
+                    shown("detail", "<UTIL> exit handler") +
+                    shown("detail", "<UTIL> static destructor") + '$');
 }
 
 // What standard error may be, each with the end that reads it.
@@ -170,6 +192,8 @@ std::size_t stopReading() {
     return stored;
 }
 
+constexpr char SOME_TIME[] = "YYYY-MM-DD HH:MM:SS.mmm";
+
 void expectNext(int reader, std::string const& expected) {
     control(TCOON);
     std::string text(expected.size(), '\0');
@@ -178,11 +202,12 @@ void expectNext(int reader, std::string const& expected) {
          done < text.size() && (got = read(reader, &text[done], text.size() - done)) > 0;) {
         done += static_cast<std::size_t>(got);
     }
-    EXPECT_EQ(expected, text);
+    EXPECT_EQ(expected, std::regex_replace(text, std::regex(TIME), SOME_TIME));
 }
 
-std::string line(std::string const& head, std::string const& text) {
-    return head + '(' + std::to_string(getpid()) + "): " + text + '\n';
+std::string line(std::string const& level, std::string const& text) {
+    return SOME_TIME + (' ' + level) + " (" + std::to_string(getpid()) + ") [logsink_test] " +
+           text + '\n';
 }
 
 void logByThreads(int count) {
@@ -210,7 +235,7 @@ bool withStandardError(Ends (*make)(), Work work) {
 void isNotHeldUp(int reader) {
     unsigned const descriptors = test::openDescriptors();
     logByThreads(1);
-    expectNext(reader, line("D/", "by a thread"));
+    expectNext(reader, line("detail", "by a thread"));
 
     rlimit limit;
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -219,10 +244,12 @@ void isNotHeldUp(int reader) {
     std::size_t const stored = stopReading();
     logByThreads(30);
     EXPECT_EQ(1u, waits.size());
+    EXPECT_EQ(30u, lostLogLines());
     expectNext(reader, std::string(stored, 'x'));
     rawlog(-1, 3, "next");
     rawlog(-1, 3, "last");
-    expectNext(reader, line("W/", "lines lost: 30") + line("D/", "next") + line("D/", "last"));
+    expectNext(reader,
+               line("error ", "lines lost: 30") + line("detail", "next") + line("detail", "last"));
     stopReading();
     rawlog(-1, 3, "waits again");
     EXPECT_EQ(2u, waits.size());
@@ -287,7 +314,7 @@ TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
             room = waits.size() < 3 ? 1 : SSIZE_MAX;
         };
         rawlog(-1, 3, "whole");
-        expectNext(reader, line("D/", "whole"));
+        expectNext(reader, line("detail", "whole"));
         room = 0;
         whileWaiting = [&] {
             clock.advance(50);
@@ -295,12 +322,12 @@ TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
         };
         rawlog(-1, 3, "of one byte only");
         EXPECT_EQ((std::vector<int>{100, 60, 20, 100, 50}), waits);
-        expectNext(reader, "D");
+        expectNext(reader, "2");
 
         room = SSIZE_MAX;
         EXPECT_TRUE(test::inChild([&] {
             rawlog(-1, 3, "of another process");
-            expectNext(reader, line("D/", "of another process"));
+            expectNext(reader, line("detail", "of another process"));
         }));
         rawlog(-1, 3, "next");
         room = 0;
@@ -308,8 +335,8 @@ TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
         rawlog(-1, 3, "not at all");
         room = SSIZE_MAX;
         rawlog(-1, 3, "last");
-        std::string const lost = line("W/", "lines lost: 1");
-        expectNext(reader, '\n' + lost + line("D/", "next") + lost + line("D/", "last"));
+        std::string const lost = line("error ", "lines lost: 1");
+        expectNext(reader, '\n' + lost + line("detail", "next") + lost + line("detail", "last"));
     }));
 }
 
@@ -329,7 +356,7 @@ TEST(LogSinkTest, TimeBehindOthersCounts) {
                 sched_yield();
             }
             clock.advance(90);
-            room = static_cast<ssize_t>(line("D/", "first").size());
+            room = static_cast<ssize_t>(line("detail", "first").size());
             whileWaiting = nullptr;
         };
         rawlog(-1, 3, "first");
@@ -347,9 +374,8 @@ TEST(LogSinkTest, ProgramsMayCallItThemselves) {
         print(-1, nullptr, "%ls", NO_CHARACTER);
         print(7, "", "last letter");
         print(8, "", "%s", std::string(2000, 'x').c_str());
-        std::string const empty = line("?/", "");
-        expectNext(reader, empty + line("F/", "last letter") +
-                               line("?/", std::string(1023 - empty.size(), 'x')));
+        expectNext(reader, line("?     ", "") + line("error ", "last letter") +
+                               line("?     ", std::string(1023, 'x')));
     }));
 }
 
@@ -364,11 +390,63 @@ TEST(LogSinkTest, LoggingAndWritingAreNoCancellationPoints) {
             applog(-1, 3, "to standard error");
             applog(-1, 3, &file, "to a file too");
             EXPECT_EQ(10, file.writeText("and a text", 10, 0));
+            setLogSink([](auto&, void*) { return pthread_testcancel(), true; }, nullptr);
+            applog(-1, 3, "to a sink of the program's own");
             hasLogged = true;
         });
         cancelled.join();
         EXPECT_TRUE(hasLogged);
     }));
+}
+
+TEST(LogSinkTest, TimeIsLocalTime) {
+    for (char const* const date :
+         {"1999-12-31 23:59:59", "2000-02-29 00:00:00", "2000-03-01 12:30:05",
+          "2023-03-01 00:00:00", "2024-02-29 23:59:59", "2036-11-01 09:08:07"}) {
+        EXPECT_TRUE(withStandardError(makePipe, [&](int reader) {
+            tm parts = {};
+            strptime(date, "%Y-%m-%d %H:%M:%S", &parts);
+            shownTime = timegm(&parts);
+            rawlog(-1, 3, "now");
+            char text[20] = "";
+            EXPECT_EQ(19, read(reader, text, 19));
+            EXPECT_STREQ(date, text);
+        }));
+    }
+}
+
+TEST(LogSinkTest, LevelsAreColouredOnATerminalOfAUserWhoLikesIt) {
+    struct {
+        Ends (*make)();
+        char const* terminal;
+        char const* noColour;
+        char const* level;
+    } const cases[] = {{makeTerminal, "xterm", "", "\x1B[31merror \x1B[0m"},
+                       {makeTerminal, "dumb", "", "error "},
+                       {makeTerminal, "", "", "error "},
+                       {makePipe, "xterm", "", "error "},
+                       {makeTerminal, "xterm", "1", "error "}};
+    for (auto const& row : cases) {
+        setenv("TERM", row.terminal, 1);
+        setenv("NO_COLOR", row.noColour, 1);
+        EXPECT_TRUE(withStandardError(row.make, [&](int reader) {
+            rawlog(-1, utl::LEVEL_ERROR, "text");
+            expectNext(reader, line(row.level, "text"));
+        }));
+    }
+}
+
+TEST(LogSinkTest, LibraryTellsDetailsOnceItIsAskedTo) {
+    for (auto const ask : {+[] { setFilterLevel(-2, 3); }, +[] { setAllFilterLevel(3); }}) {
+        EXPECT_TRUE(withStandardError(makePipe, [&](int reader) {
+            rawlog(-2, utl::LEVEL_DETAIL, "hidden");
+            rawlog(-2, utl::LEVEL_INFORMATION, "shown");
+            ask();
+            rawlog(-2, utl::LEVEL_DETAIL, "shown too");
+            expectNext(reader, line("info  ", "<UTIL> shown") + line("detail", "<UTIL> shown too"));
+            EXPECT_EQ(0u, lostLogLines());
+        }));
+    }
 }
 
 }  // namespace

@@ -91,6 +91,15 @@ constexpr Call CALLS[] = {
          test::replaceNextLine(leave);
          applog(1, 1, "a line");
      }},
+    {"OwnSink", "LogSink",
+     [](Leaving&) {
+         auto const sink = [](LogRecord const&, void*) {
+             pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+             return leave(), true;
+         };
+         setLogSink(sink, nullptr);
+         applog(1, 1, "a line");
+     }},
     {"SinkOfTheHeapAccounting", "__android_log_print",
      [](Leaving&) {
          test::replaceNextLine(leave);

@@ -12,13 +12,13 @@ SOURCE = ROOT / "jni" / "source"
 # From the bottom to the top: folders of jni/source, or modules where a folder has several layers.
 LAYERS = [
     {"UtlApi", "UtlDuration"},
-    {"platform", "UtlRawMemory"},
+    {"platform", "UtlRawMemory", "UtlUtf8"},
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},
-    {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlUtf8", "UtlCharacterSet",
+    {"UtlString", "UtlStringSearch", "UtlBasicString", "UtlWorkingBuffer", "UtlCharacterSet",
      "UtlPattern", "UtlAppender",
      "UtlCharTable", "UtlCharTableData"},
-    {"UtlLog", "UtlLogLine", "UtlLogTypes", "UtlUserCode", "UtlBoundedText", "UtlLineOutput"},
+    {"UtlLog", "UtlLogLine", "UtlLogSettings", "UtlLogTypes", "UtlUserCode", "UtlBoundedText", "UtlLineOutput"},
     {"UtlEvent", "UtlAwait", "UtlDeadline", "UtlCountingPointer", "UtlStatementInfo", "UtlImmortal",
      "UtlBlockingCall", "UtlVisitorCount"},
     {"time", "UtlTimepiece", "UtlTimeCounter", "UtlCharSet", "UtlCodePage932", "bitstream",

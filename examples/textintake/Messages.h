@@ -8,9 +8,10 @@
 #include "UtlLog.h"
 #include "UtlStructMsg.h"
 
-constexpr int LIBRARY_LOG = -2;
+using utl::LEVEL_DETAIL;
+using utl::LEVEL_ERROR;
+using utl::LEVEL_INFORMATION;
 constexpr int INTAKE_LOG = 1;  // the log type that main() registers
-enum Level { LEVEL_ERROR = 1, LEVEL_INFORMATION = 2, LEVEL_DETAIL = 3 };
 
 constexpr unsigned long MAX_PATH_SIZE = 260;  // the library's, with the terminator
 constexpr unsigned long PAGE_SIZE = 8192;     // bytes of a page, with the terminator

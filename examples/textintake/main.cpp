@@ -188,7 +188,7 @@ int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8");
     setLogTag("textintake");
     registerLogType(INTAKE_LOG, "<INTAKE> ", LEVEL_DETAIL);
-    setFilterLevel(LIBRARY_LOG, LEVEL_INFORMATION);
+    configureLogFromEnvironment();
     sigset_t const endSignals = holdEndSignals();
 
     bool const endsWhenDone = options.in.empty();

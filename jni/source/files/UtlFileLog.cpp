@@ -17,7 +17,7 @@ constexpr unsigned long MOST_BYTES = 5119;
 
 // The file first, and without a lock: what it logs about a failure of its own goes out before the
 // line does.
-void write(LogLine const& line, File* file) {
+void write(LogLine& line, File* file) {
     platform::NoCancellation const noCancellation;
     if (file != nullptr) {
         // Where it is converted, a character that was cut with the line would end it before its

@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "UtlRawMemory.h"
@@ -10,7 +11,10 @@
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlLogTypes.h"
 #include "foundation/UtlUserCode.h"
+#include "platform/UtlCancellation.h"
 #include "platform/UtlErrno.h"
+#include "platform/UtlFork.h"
+#include "platform/UtlKernelThread.h"
 #include "platform/UtlLogSink.h"
 
 namespace utl {
@@ -36,55 +40,126 @@ constexpr LevelOutput LEVELS[] = {
 };
 
 constexpr char SYSTEM_ERROR_TAG[] = "XM_SYSERR";
+constexpr char CUT[] = "...";  // the end of a line that is too long
 
-char processTag[LOG_NAME_SIZE];  // guarded by the turn to write
+// Guarded by the turn to write.
+char processTag[LOG_NAME_SIZE];
+LogSink ownSink = nullptr;
+void* ownContext = nullptr;
+bool isInOwnSink = false;
+
+std::atomic<unsigned long> lostLines{0};
+std::atomic<unsigned> losingProcess{0};  // a child begins anew
+
+// The caller has the turn.
+void countLostLine() {
+    if (losingProcess.load(std::memory_order_relaxed) != platform::processNumber()) {
+        lostLines.store(0, std::memory_order_relaxed);
+        losingProcess.store(platform::processNumber(), std::memory_order_release);
+    }
+    lostLines.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Ends a text inside a line as long as it lives.
+class Ended {
+public:
+    explicit Ended(char* end) : mEnd(end), mBefore(*end) { *end = '\0'; }
+    ~Ended() { *mEnd = mBefore; }
+    Ended(Ended const&) = delete;
+    Ended& operator=(Ended const&) = delete;
+
+private:
+    char* const mEnd;
+    char const mBefore;
+};
+
+bool writeToOwnSink(LogOutput const& output, char const* tag) {
+    platform::LogMessage const& message = output.message;
+    std::string_view const text = platform::withoutLineEnd(message.text);
+    Ended const textEnd(message.text + text.size());
+    Ended const nameEnd(message.typeName + message.nameLength);
+    LogRecord const record = {std::chrono::system_clock::now(),
+                              platform::threadId(),
+                              output.type,
+                              output.level,
+                              tag,
+                              {message.typeName, message.nameLength},
+                              text};
+    platform::NoCancellation const noCancellation;
+    bool isWritten = false;
+    isInOwnSink = true;
+    callUserCode("LogSink", tag, [&] { isWritten = ownSink(record, ownContext); });
+    isInOwnSink = false;
+    return isWritten;
+}
+
+// Beside the line goes what it was made of, which the function's format has no place for.
+bool print(int priority, char const* tag, LogOutput const& output) {
+    int (*const unchecked)(int, char const*, char const*, ...) = __android_log_print;
+    int result = 0;
+    callUserCode("__android_log_print", processTag, [&result, &output, unchecked, priority, tag] {
+        result = unchecked(priority, tag, platform::LINE_FORMAT, output.line, &output.message);
+    });
+    return result >= 0;
+}
+
+bool writeToSystemLog(LogOutput& output, char const* tag) {
+    LevelOutput const& level = LEVELS[output.level];
+    if (level.isSystemError && output.tag == nullptr) {
+        output.message.isShown = false;
+        print(level.priority, SYSTEM_ERROR_TAG, output);
+    }
+    output.message.isShown =
+        output.type != LIBRARY_LOG || output.level < LEVEL_DETAIL || hasSetLibraryFilter();
+    return print(level.priority, tag, output);
+}
 
 }  // namespace
 
-void writeToSink(int priority, char const* tag, char const* text) {
-    callUserCode("__android_log_print", processTag,
-                 [=] { __android_log_print(priority, tag, "%s", text); });
+void writeToLog(LogOutput& output) {
+    platform::LogTurn const turn;
+    char const* const tag = output.tag != nullptr ? output.tag : processTag;
+    bool const isForOwnSink = ownSink != nullptr && !isInOwnSink;
+    if (!(isForOwnSink ? writeToOwnSink(output, tag) : writeToSystemLog(output, tag))) {
+        countLostLine();
+    }
 }
 
 bool LogLine::admit(int type, int level, char const* format) {
-    mLevel = clampLogLevel(level);
-    mNameLength = admitToLog(type, mLevel, mText);
-    return mNameLength != NONE && format != nullptr;
+    int const clamped = clampLogLevel(level);
+    unsigned long const nameLength = admitToLog(type, clamped, mText);
+    if (nameLength == NONE || format == nullptr) {
+        return false;
+    }
+    mOutput = {type, clamped, nullptr, mText, {mText, nameLength, mText, true}};
+    return true;
 }
 
 // What is not written to is not cleared: the C library ends the text that it has stored even where
 // it gives up.
 
 void LogLine::compose(char const* format, va_list arguments) {
-    std::memcpy(mText + mNameLength, LEVELS[mLevel].prefix, PREFIX_LENGTH);
-    unsigned long const head = mNameLength + PREFIX_LENGTH;
-    unsigned long const room = SIZE - 2 - head;  // the line end comes after it
-    int const length = vsnprintf(mText + head, room, format, arguments);
+    char* const prefix = mText + mOutput.message.nameLength;
+    std::memcpy(prefix, LEVELS[mOutput.level].prefix, PREFIX_LENGTH);
+    char* const text = prefix + PREFIX_LENGTH;
+    mOutput.message.text = text;
+    // The line end comes after it.
+    unsigned long const room = SIZE - 2 - static_cast<unsigned long>(text - mText);
+    int const length = vsnprintf(text, room, format, arguments);
     if (length < 0 || static_cast<unsigned long>(length) >= room) {
-        cutAt(SIZE - 6);
+        std::memcpy(mText + SIZE - 6, CUT, sizeof CUT);
     }
     // The text may end before that length: "%c" of 0.
-    std::memcpy(mText + head + std::strlen(mText + head), "\r\n", 3);
+    std::memcpy(text + std::strlen(text), "\r\n", 3);
 }
 
 void LogLine::composeRaw(char const* format, va_list arguments) {
-    int const length = vsnprintf(mText, SIZE, format, arguments);
+    char* const text = mText + mOutput.message.nameLength + 1;
+    mOutput.line = mOutput.message.text = text;
+    int const length = vsnprintf(text, SIZE, format, arguments);
     if (length < 0 || static_cast<unsigned long>(length) >= SIZE) {
-        cutAt(SIZE - 4);
+        std::memcpy(text + SIZE - 4, CUT, sizeof CUT);
     }
-}
-
-void LogLine::write() const {
-    platform::LogTurn const turn;
-    LevelOutput const& output = LEVELS[mLevel];
-    if (output.isSystemError) {
-        writeToSink(output.priority, SYSTEM_ERROR_TAG, mText);
-    }
-    writeToSink(output.priority, processTag, mText);
-}
-
-void LogLine::cutAt(unsigned long position) {
-    std::memcpy(mText + position, "...", 4);
 }
 
 }  // namespace utl
@@ -125,4 +200,17 @@ bool setLogTag(char const* tag) {
     utl::platform::LogTurn const turn;
     utl::copyMemory(utl::processTag, copy, sizeof copy);
     return true;
+}
+
+void setLogSink(utl::LogSink sink, void* context) {
+    utl::platform::LogTurn const turn;
+    utl::ownSink = sink;
+    utl::ownContext = context;
+}
+
+unsigned long lostLogLines() {
+    using namespace utl;
+    bool const isOwnLoss =
+        losingProcess.load(std::memory_order_acquire) == platform::processNumber();
+    return isOwnLoss ? lostLines.load(std::memory_order_relaxed) : 0;
 }

@@ -14,19 +14,24 @@
 #include <stdarg.h>
 
 #include "UtlApi.h"
+#include "UtlLog.h"
+
+#include "foundation/UtlLogTypes.h"
+#include "platform/UtlLogSink.h"
 
 namespace utl {
 
-// The log type of the library's own messages.
-constexpr int LIBRARY_LOG = -2;
+// What is written: the line for the system log, and what other sinks make theirs of.
+struct LogOutput {
+    int type;
+    int level;
+    char const* tag;  // nullptr for the tag of the process, and the copies that go with the level
+    char const* line;
+    platform::LogMessage message;
+};
 
-constexpr int LEVEL_ERROR = 1;
-constexpr int LEVEL_INFORMATION = 2;
-constexpr int LEVEL_DETAIL = 3;
-constexpr int LEVEL_DEBUG = 4;
-
-// Hands a message to the system log. The caller has the turn to write.
-void writeToSink(int priority, char const* tag, char const* text);
+// Hands it to the program's sink or to the system log.
+void writeToLog(LogOutput& output);
 
 class LogLine {
 public:
@@ -37,19 +42,16 @@ public:
     void compose(char const* format, va_list arguments) UTL_PRINTF_FORMAT(2, 0);
     void composeRaw(char const* format, va_list arguments) UTL_PRINTF_FORMAT(2, 0);
 
-    char const* text() const { return mText; }
+    char const* text() const { return mOutput.line; }
 
-    // Hands the line to the system log, under the tags of its level.
-    void write() const;
+    void write() { writeToLog(mOutput); }
 
 private:
     static constexpr unsigned long SIZE = 256;
 
-    void cutAt(unsigned long position);
-
-    char mText[SIZE];           // the type's name at first
-    unsigned long mNameLength;  // known with admit(), as the level is
-    int mLevel;
+    LogOutput mOutput;
+    // The type's name and what comes behind it, or behind a 0, which is the text of a raw line.
+    char mText[LOG_NAME_SIZE + SIZE];
 };
 
 }  // namespace utl

@@ -8,6 +8,8 @@
 #include "UtlString.h"
 
 #include "foundation/UtlLogLine.h"
+#include "foundation/UtlLogSettings.h"
+#include "platform/UtlEnvironment.h"
 #include "platform/UtlStaticLock.h"
 
 namespace utl {
@@ -38,6 +40,7 @@ public:
 
     State state() const { return mState.load(std::memory_order_acquire); }
     static int filterOf(State state) { return static_cast<int>(state & FILTER_BITS); }
+    static bool hasBeenSet(State state) { return (state & IS_SET) != 0; }
     static unsigned long lengthOf(State state) { return state >> LENGTH_SHIFT & LENGTH_BITS; }
 
     // Stores the name. False if that may not be the one that belongs to `state`.
@@ -58,14 +61,14 @@ public:
         for (unsigned long i = 0; i < WORDS; ++i) {
             mName[i].store(wordOf(name, i), std::memory_order_release);
         }
-        mState.store((before & CHANGES) + ONE_CHANGE + stateOf(filter, name),
+        mState.store((before & CHANGES) + ONE_CHANGE + (IS_SET | stateOf(filter, name)),
                      std::memory_order_release);
     }
 
     void changeFilter(int filter) {
         State const before = mState.load(std::memory_order_relaxed);
-        mState.store((before & ~FILTER_BITS) + ONE_CHANGE + static_cast<State>(filter),
-                     std::memory_order_release);
+        State const kept = (before & ~FILTER_BITS) | IS_SET;
+        mState.store(kept + ONE_CHANGE + static_cast<State>(filter), std::memory_order_release);
     }
 
 private:
@@ -73,7 +76,8 @@ private:
     static constexpr unsigned LENGTH_SHIFT = 3;
     static constexpr State LENGTH_BITS = LOG_NAME_SIZE - 1;
     static constexpr State IS_CHANGING = 0x100;
-    static constexpr State ONE_CHANGE = 0x200;
+    static constexpr State IS_SET = 0x200;  // no longer as it was built in
+    static constexpr State ONE_CHANGE = 0x400;
     static constexpr State CHANGES = ~(ONE_CHANGE - 1);
     static constexpr unsigned long WORDS = LOG_NAME_SIZE / 4;
 
@@ -120,6 +124,7 @@ public:
     }
 
     LogType& fallback() { return mTypes[0]; }
+    LogType& library() { return mTypes[1]; }
 
     // False when there is no room.
     bool setLocked(int number, int filter, Name const& name) {
@@ -147,6 +152,18 @@ public:
         }
     }
 
+    void applyLocked(LogSettings const& settings) {
+        for (std::size_t i = 0; i < mCount; ++i) {
+            char name[LOG_NAME_SIZE];
+            LogType::State const state = mTypes[i].state();
+            mTypes[i].copyName(state, name);
+            int const level = settings.levelFor({name, LogType::lengthOf(state)});
+            if (level != LogSettings::NO_LEVEL) {
+                mTypes[i].changeFilter(level);
+            }
+        }
+    }
+
 private:
     static constexpr std::size_t PLACES = 2 * MAX_LOG_TYPES;
 
@@ -165,6 +182,8 @@ private:
 };
 
 Table table;
+
+LogSettings settings;  // guarded by tableLock
 
 }  // namespace
 
@@ -185,6 +204,10 @@ unsigned long admitToLog(int type, int level, char* name) {
     return LogType::filterOf(state) < level ? NONE : LogType::lengthOf(state);
 }
 
+bool hasSetLibraryFilter() {
+    return LogType::hasBeenSet(table.library().state());
+}
+
 }  // namespace utl
 
 bool registerLogType(int type, char const* name, int level) {
@@ -193,7 +216,25 @@ bool registerLogType(int type, char const* name, int level) {
         return false;
     }
     utl::platform::StaticGuard const guard(utl::tableLock);
-    return utl::table.setLocked(type, utl::clampLogLevel(level), copy);
+    int const wanted = utl::settings.levelFor(copy.text);
+    int const filter = wanted != utl::LogSettings::NO_LEVEL ? wanted : utl::clampLogLevel(level);
+    return utl::table.setLocked(type, filter, copy);
+}
+
+bool configureLogFromEnvironment() {
+    char const* const text = utl::platform::environmentVariable("UTL_LOG");
+    char ignored[utl::LogSettings::MAX_LENGTH + 1] = "";
+    if (text != nullptr) {
+        utl::platform::StaticGuard const guard(utl::tableLock);
+        utl::settings.set(text, ignored);
+    }
+    bool const isUnderstood = ignored[0] == '\0';
+    if (!isUnderstood) {  // before a level that was asked for may drop it
+        applog(utl::LIBRARY_LOG, utl::LEVEL_ERROR, "UTL_LOG ignored: %s", ignored);
+    }
+    utl::platform::StaticGuard const guard(utl::tableLock);
+    utl::table.applyLocked(utl::settings);
+    return isUnderstood;
 }
 
 void setFilterLevel(int type, int level) {

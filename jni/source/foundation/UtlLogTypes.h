@@ -18,6 +18,9 @@ constexpr int clampLogLevel(int level) {
 // being changed in this moment: most messages end here.
 unsigned long admitToLog(int type, int level, char* name);
 
+// Whether anybody has ever set the filter of the library's own messages.
+bool hasSetLibraryFilter();
+
 }  // namespace utl
 
 #endif  // UTL_LOG_TYPES_H

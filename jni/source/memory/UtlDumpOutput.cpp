@@ -7,7 +7,6 @@
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlErrno.h"
-#include "platform/UtlLogSink.h"
 #include "platform/UtlOutput.h"
 
 namespace utl {
@@ -39,8 +38,10 @@ void DumpOutput::printList(char const* format, va_list arguments) {
         mText->add(message, static_cast<unsigned long>(length));
     }
     if (mIsLogged) {
-        platform::LogTurn const turn;
-        writeToSink(platform::LOG_PRIORITY_INFO, LOG_TAG, message);
+        char noName[] = "";
+        LogOutput output = {
+            LIBRARY_LOG, LEVEL_INFORMATION, LOG_TAG, message, {noName, 0, message, true}};
+        writeToLog(output);
     }
     if (mDescriptor != Descriptor::NO_DESCRIPTOR &&
         !write(message, static_cast<unsigned long>(length))) {

@@ -1,5 +1,6 @@
 #include "platform/UtlKernelThread.h"
 
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -38,6 +39,16 @@ int forgetThreadId() {
 bool setThreadPriority(int osValue) {
     // The kernel takes process 0 for the calling thread, not for its whole process.
     return setpriority(PRIO_PROCESS, 0, osValue) == 0;
+}
+
+void nameThread(char const* name) {
+    prctl(PR_SET_NAME, name);
+}
+
+void copyThreadName(char (&name)[THREAD_NAME_SIZE]) {
+    if (prctl(PR_GET_NAME, name) != 0) {
+        name[0] = '\0';
+    }
 }
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Internal. What only the kernel knows about a thread: its id and its nice value.
+// Internal. What the kernel knows about a thread: its id, its nice value and its name.
 
 #ifndef UTL_PLATFORM_KERNEL_THREAD_H
 #define UTL_PLATFORM_KERNEL_THREAD_H
@@ -15,6 +15,11 @@ int forgetThreadId();
 
 // Gives the calling thread, and it alone, the nice value `osValue`. False with errno when refused.
 bool setThreadPriority(int osValue);
+
+// The name of the calling thread, as debuggers and the log show it. A new one is cut to fit.
+constexpr unsigned long THREAD_NAME_SIZE = 16;
+void nameThread(char const* name);
+void copyThreadName(char (&name)[THREAD_NAME_SIZE]);
 
 }  // namespace platform
 }  // namespace utl

@@ -1,13 +1,14 @@
 // Internal. Where the lines of the log go.
 //
-// Android's own log, or, elsewhere, a weak function of the same name that writes lines in the
-// brief form of logcat to standard error. An application or a test replaces that one by defining
-// __android_log_print itself.
+// Android's own log, or, elsewhere, a weak function of the same name that writes lines for people
+// to standard error. An application or a test replaces that one by defining __android_log_print
+// itself.
 
 #ifndef UTL_PLATFORM_LOG_SINK_H
 #define UTL_PLATFORM_LOG_SINK_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "UtlApi.h"
 
@@ -26,7 +27,21 @@ constexpr int LOG_PRIORITY_DEBUG = 3;
 constexpr int LOG_PRIORITY_INFO = 4;
 constexpr int LOG_PRIORITY_WARN = 5;
 
-// A leaf: who has it calls nothing but the sink.
+// What a line is made of, for a sink that makes lines of its own: the library passes a pointer to
+// one behind the arguments of its lines, whose format is this very array.
+struct LogMessage {
+    char* typeName;  // not ended by 0
+    unsigned long nameLength;
+    char* text;    // with the line end
+    bool isShown;  // false: for Android's log only
+};
+inline constexpr char LINE_FORMAT[] = "%s";
+
+inline std::string_view withoutLineEnd(std::string_view text) {
+    return text.substr(0, text.find_last_not_of("\r\n") + 1);
+}
+
+// A leaf but for the time zone: who has it calls nothing but the sink.
 inline StaticLock logSinkLock(LockOrder::LOG_OUTPUT);
 
 // The turn of one thread to write; what it writes meanwhile stays together. A thread that has the

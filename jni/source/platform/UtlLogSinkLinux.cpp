@@ -8,14 +8,14 @@
 #include <cstddef>
 
 #include "platform/UtlCancellation.h"
+#include "platform/UtlLogText.h"
 #include "platform/UtlOutput.h"
 
 namespace {
 
+using utl::platform::LogMessage;
+using utl::platform::LogText;
 using utl::platform::LogTurn;
-
-constexpr char PRIORITY_LETTERS[] = "??VDIWEF";
-constexpr std::size_t LINE_SIZE = 1024;
 
 // How long a line may be held up, by those before it and by the reader together.
 constexpr std::uint32_t LONGEST_HOLD_UP_MS = 100;
@@ -29,19 +29,6 @@ struct Output {
 };
 Output output;
 
-char priorityLetter(int priority) {
-    bool const known = priority >= 0 && priority < static_cast<int>(sizeof PRIORITY_LETTERS) - 1;
-    return known ? PRIORITY_LETTERS[priority] : '?';
-}
-
-// What snprintf() really stored of the `length` bytes it would have liked to.
-std::size_t storedBytes(int length, std::size_t room) {
-    if (length < 0) {
-        return 0;
-    }
-    return static_cast<std::size_t>(length) < room ? static_cast<std::size_t>(length) : room - 1;
-}
-
 bool awaitRoom() {
     if (output.isStuck) {
         return false;
@@ -53,10 +40,11 @@ bool awaitRoom() {
 }
 
 // Whether all of it got through in time.
-bool writeWhole(char const* text, std::size_t size) {
+bool writeWhole(std::string_view text) {
     std::size_t done = 0;
-    while (done < size) {
-        ssize_t const written = utl::platform::writeAtOnce(STDERR_FILENO, text + done, size - done);
+    while (done < text.size()) {
+        ssize_t const written =
+            utl::platform::writeAtOnce(STDERR_FILENO, text.data() + done, text.size() - done);
         if (written > 0) {
             done += static_cast<std::size_t>(written);
             output.isStuck = false;
@@ -77,15 +65,59 @@ bool reportLostLines(char const* tag) {
     if (output.lostLines == 0) {
         return true;
     }
-    char report[LINE_SIZE];
-    int const length =
-        snprintf(report, sizeof report, "%sW/%s(%d): lines lost: %u\n",
-                 output.isMidLine ? "\n" : "", tag, output.process, output.lostLines);
-    if (!writeWhole(report, storedBytes(length, sizeof report))) {
+    char text[40];
+    snprintf(text, sizeof text, "lines lost: %u", output.lostLines);
+    LogText report(utl::platform::LOG_PRIORITY_WARN, tag, output.process);
+    report.append(text);
+    report.end();
+    if ((output.isMidLine && !writeWhole("\n")) || !writeWhole(report.text())) {
         return false;
     }
     output.lostLines = 0;
     return true;
+}
+
+// Names are registered with a blank at their end or without.
+void appendMessage(LogText& line, LogMessage const& message) {
+    std::string_view const registered(message.typeName, message.nameLength);
+    std::string_view const name = registered.substr(0, registered.find_last_not_of(' ') + 1);
+    line.append(name);
+    line.append(name.empty() ? "" : " ");
+    line.append(utl::platform::withoutLineEnd(message.text));
+}
+
+// Of somebody else who logs.
+void appendFormatted(LogText& line, char const* format, va_list arguments) {
+    char text[1024] = "";
+    vsnprintf(text, sizeof text, format, arguments);
+    line.append(utl::platform::withoutLineEnd(text));
+}
+
+int write(int priority, char const* tag, LogMessage const* message, char const* format,
+          va_list arguments) {
+    utl::platform::NoCancellation const noCancellation;
+    LogTurn const turn;
+    int const process = getpid();
+    if (output.process != process) {
+        output.process = process;
+        output.lostLines = 0;
+    }
+    if (!reportLostLines(tag)) {
+        ++output.lostLines;
+        return -1;
+    }
+    LogText line(priority, tag, process);
+    if (message != nullptr) {
+        appendMessage(line, *message);
+    } else {
+        appendFormatted(line, format, arguments);
+    }
+    line.end();
+    if (!writeWhole(line.text())) {
+        ++output.lostLines;
+        return -1;
+    }
+    return static_cast<int>(line.text().size());
 }
 
 }  // namespace
@@ -93,33 +125,16 @@ bool reportLostLines(char const* tag) {
 // One write for a line where the system allows it, so that those of several processes do not mix.
 __attribute__((weak)) int __android_log_print(int priority, char const* tag, char const* format,
                                               ...) {
-    char const* const shownTag = tag != nullptr ? tag : "";
-    int const process = getpid();
-    char line[LINE_SIZE];
-    std::size_t const room = sizeof line - 1;  // the line end always fits
-    std::size_t length = storedBytes(
-        snprintf(line, room, "%c/%s(%d): ", priorityLetter(priority), shownTag, process), room);
-
     va_list arguments;
     va_start(arguments, format);
-    length +=
-        storedBytes(vsnprintf(line + length, room - length, format, arguments), room - length);
+    LogMessage const* message = nullptr;
+    if (format == utl::platform::LINE_FORMAT) {
+        (void)va_arg(arguments, char const*);  // the line for others
+        message = va_arg(arguments, LogMessage const*);
+    }
+    int const result = message != nullptr && !message->isShown
+                           ? 0
+                           : write(priority, tag != nullptr ? tag : "", message, format, arguments);
     va_end(arguments);
-
-    while (length > 0 && (line[length - 1] == '\n' || line[length - 1] == '\r')) {
-        --length;
-    }
-    line[length++] = '\n';
-
-    utl::platform::NoCancellation const noCancellation;
-    LogTurn const turn;
-    if (output.process != process) {
-        output.process = process;
-        output.lostLines = 0;
-    }
-    if (!reportLostLines(shownTag) || !writeWhole(line, length)) {
-        ++output.lostLines;
-        return -1;
-    }
-    return static_cast<int>(length);
+    return result;
 }

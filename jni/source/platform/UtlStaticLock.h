@@ -26,13 +26,13 @@ enum class LockOrder {
     TIMER_HANDLERS,  // the handlers of timer signals
     PARENT_MODES,    // the directories that are opened up
     HEAP_TABLE,
-    COUNTERS,  // the stopwatches by number
-    TIME_ZONE,
+    COUNTERS,    // the stopwatches by number
     WATCHDOG,    // who is watched
     LOOP_WAITS,  // which loop waits for which
     LINES,       // the files that are read ahead
     LOG_OUTPUT,
-    LOG_TABLE
+    LOG_TABLE,
+    TIME_ZONE  // conversions of times, by lines of the log too
 };
 
 class StaticLock {

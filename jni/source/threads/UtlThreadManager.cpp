@@ -52,6 +52,15 @@ int callerIfZero(int id) {
     return id != 0 ? id : ThreadManager::getCallerId();
 }
 
+// For debuggers and the log. The kernel has room for the beginning of a name.
+void nameCaller(char const* name) {
+    char shown[platform::THREAD_NAME_SIZE] = "";
+    copyStr(shown, sizeof shown, name, ALL, TRUNCATE);
+    if (shown[0] != '\0') {
+        platform::nameThread(shown);
+    }
+}
+
 void applyPriority(int osValue) {
     bool isApplied = false;
     if (osValue != ThreadPriority::INVALID_OS_VALUE) {
@@ -324,6 +333,7 @@ void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs
 
 void* ThreadManager::startThread(void* argument) {
     auto* const record = static_cast<StartRecord*>(argument);
+    nameCaller(record->request.name);
     applyPriority(record->request.osPriority);
     record->id = getCallerId();
     record->arrived.setOn();
