@@ -35,18 +35,15 @@ class ThreadManagerTest : public test::ManagerTest {};
 void runTogether(unsigned count, std::function<void()> const& work) {
     test::Counter present;
     test::Counter done;
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
     for (unsigned i = 0; i < count; ++i) {
-        threads.emplace_back([&] {
+        threads.push_back(test::inThread([&] {
             present.add();
             present.waitFor(count);
             work();
             done.add();
             done.waitFor(count);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+        }));
     }
 }
 
@@ -235,45 +232,38 @@ TEST_F(ThreadManagerTest, MayBeDestroyedWhileManagedThreadsRunOn) {
     EXPECT_FALSE(worker.leaveManagement());
 }
 
-// What threads do without holding the manager must not meet a deleted one, nor keep it from going.
-class ThreadManagerDestroyTest : public ThreadManagerTest,
-                                 public ::testing::WithParamInterface<void (*)(Worker& self)> {};
-
-TEST_P(ThreadManagerDestroyTest, RacesWithThreads) {
-    std::atomic<bool> isOver{false};
-    test::Counter acts;
-    std::list<Worker> workers;
-    for (int i = 0; i < 8; ++i) {
-        Worker& worker = workers.emplace_back();
-        worker.onExecute = [&] {
-            for (; !isOver; acts.add()) {
-                GetParam()(worker);
-            }
-            return 0;
-        };
-        EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
-    }
-    for (int round = 0; round < 20; ++round) {
-        ThreadManager::destroy();
-        EXPECT_TRUE(acts.waitFor(acts.count() + 2));
-        ThreadManager::get();
-    }
-    isOver = true;
-}
-
 void startAnother(Worker&) {
     Worker other("other", [] { return 0; });
     EXPECT_TRUE(other.runsToItsEnd());
     other.leaveManagement();
 }
 
-INSTANTIATE_TEST_SUITE_P(WhileTheySleepOrStopAndStartTheirWatchOrStartOthers,
-                         ThreadManagerDestroyTest,
-                         ::testing::Values([](Worker&) { Thread::sleep(0); },
-                                           [](Worker& self) {
-                                               self.stopWatchdog(), self.startWatchdog();
-                                           },
-                                           startAnother));
+// What threads do without holding the manager must not meet a deleted one, nor keep it from going.
+TEST_F(ThreadManagerTest, MayBeDestroyedWhileThreadsUseIt) {
+    using Use = void (*)(Worker&);
+    auto const watch = [](Worker& self) { self.stopWatchdog(), self.startWatchdog(); };
+    for (Use use : {Use([](Worker&) { Thread::sleep(0); }), Use(watch), Use(startAnother)}) {
+        std::atomic<bool> isOver{false};
+        test::Counter acts;
+        std::list<Worker> workers;
+        for (int i = 0; i < 8; ++i) {
+            Worker& worker = workers.emplace_back();
+            worker.onExecute = [&, use] {
+                for (; !isOver; acts.add()) {
+                    use(worker);
+                }
+                return 0;
+            };
+            EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
+        }
+        for (int round = 0; round < 20; ++round) {
+            ThreadManager::destroy();
+            EXPECT_TRUE(acts.waitFor(acts.count() + 2));
+            ThreadManager::get();
+        }
+        isOver = true;
+    }
+}
 
 }  // namespace
 }  // namespace utl

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -44,11 +43,6 @@ inline std::pair<int, int> nextPipe() {
     return {ends[0], ends[1]};
 }
 
-template <typename Call>
-auto inThread(Call call) {
-    return std::async(std::launch::async, call);
-}
-
 class Station : public utl::ThreadMsgListener {
 public:
     using Ids = std::vector<long>;
@@ -76,6 +70,12 @@ public:
         released.wait();
     }
 
+    // How many of these are accepted.
+    long post(Ids const& msgIds) {
+        return std::count_if(msgIds.begin(), msgIds.end(),
+                             [this](long id) { return thread.postMsg(id) == 1; });
+    }
+
     // What to do when a message with this id has been heard.
     void on(long id, std::function<void()> action) {
         std::lock_guard<std::mutex> const guard(mMutex);
@@ -100,6 +100,12 @@ public:
     }
     bool waitFor(long id, long times = 1) const {
         return comesTrue([&] { return count(id) >= times; });
+    }
+
+    // Blocks until that many messages have been heard; all of them.
+    Ids hears(unsigned long messages) const {
+        comesTrue([&] { return heard().size() >= messages; });
+        return ids();
     }
 
     // Blocks until that many control entries wait, which the held thread does not take.
