@@ -176,10 +176,7 @@ TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
             station.on(SYNC, [&station, id = first] { EXPECT_EQ(1, station->eraseMsg(id)); });
         }
         EXPECT_EQ(2, station.post({first, B}));
-        auto sent = inThread([&] { return station->sendMsgSync(SYNC); });
-        EXPECT_TRUE(station.awaitEntries(3));
-        station.released.open();
-        EXPECT_EQ(1, sent.get());
+        EXPECT_EQ(1, station.answerTo([&] { return station->sendMsgSync(SYNC); }));
         // Each answered before one more entry is dealt with: the one under way, and that of B,
         // which may have lost its message and would take LAST for it.
         station->hasMsg(A);
@@ -203,25 +200,9 @@ TEST_F(MsgDrivenThreadTest, ASynchronousMessageKeepsOthersFromQueuingAndNoStopBe
     EXPECT_EQ(REACHED, station->waitTo(Thread::EXECUTED, 0));
 }
 
-TEST_F(MsgDrivenThreadTest, OnlyWhoAsksAThreadWaitsForIt) {
-    RunningStation a;
-    RunningStation b;
-    std::future<int> asked;
-    a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(SYNC)); });
-    b.on(SYNC, [&] {
-        asked = inThread([&] { return a->hasMsg(B); });
-        EXPECT_TRUE(a.awaitEntries(1));
-        EXPECT_EQ(1, a->postMsg(LAST));
-        EXPECT_LT(0, a->setTimer(HOUR, 1, 0, 0));
-        EXPECT_EQ(TIMED_OUT, a->stop(1, 20));
-    });
-    EXPECT_EQ(1, a->postMsg(A));
-    EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
-    EXPECT_EQ(0, asked.get());
-}
-
-// Of two threads, or of one that waits while the other one asks it back.
-TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
+// Of two threads that ask each other at one time, or of one that waits while the other asks it
+// back.
+TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) {
     std::string const refusal =
         "<UTIL> ERR: MsgDrivenThread(station) Refused. MsgDrivenThread(station) waits for this "
         "thread\r\n";
@@ -238,14 +219,21 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefused) {
     EXPECT_EQ(1, posted);
     EXPECT_EQ(1u, log.count(refusal));
 
+    std::future<int> found;
     a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
     b.on(B, [&] {
         EXPECT_EQ(0, a->sendMsgSync(LAST) + a->eraseMsg(LAST));
         EXPECT_EQ(-1, a->setTimer(HOUR, 0, 0, 0));
+        EXPECT_LT(0, a->setTimer(HOUR, 1, 0, 0));
+        EXPECT_EQ(1, a->postMsg(LAST));
+        found = inThread([&] { return a->hasMsg(B); });
+        EXPECT_TRUE(a.awaitEntries(3));
+        EXPECT_EQ(TIMED_OUT, a->stop(1, 20));
         EXPECT_EQ(WAIT_FAILED, a->stop(1, 0));
     });
     EXPECT_EQ(1, a->postMsg(A));
     EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(0, found.get());
     EXPECT_EQ(5u, log.count(refusal));
 }
 
@@ -268,10 +256,8 @@ TEST_F(MsgDrivenThreadTest, AMessageAsksForNothingWhileItIsStoredOrRestored) {
     RunningStation other;
     AskingMsg msg(own.thread, other.thread);
     EXPECT_EQ(1, own->postMsg(msg));
-    auto peeked = inThread([&] { return own->peekMsg(A, &msg); });
-    EXPECT_TRUE(test::comesTrue([&] { return own->queuedEntriesForTesting() == 2; }));
-    own.released.open();
-    EXPECT_EQ(1, own->sendMsgSync(msg) * peeked.get());
+    EXPECT_EQ(1, own.answerTo([&] { return own->peekMsg(A, &msg); }));
+    EXPECT_EQ(1, own->sendMsgSync(msg));
     EXPECT_EQ(30u, log.count(" Refused. A message asks for it while it is stored or restored"));
 }
 
@@ -308,10 +294,7 @@ TEST_F(MsgDrivenThreadTest, AListenerMayDoAnythingWithTheRecordItIsGivenOrItsThr
 TEST_F(MsgDrivenThreadTest, ErasesQueuedMessagesAndTheOneUnderWay) {
     HeldStation station;
     EXPECT_EQ(6, station.post({A, B, A, SYNC, A, B}));
-    auto erased = inThread([&] { return station->eraseMsg(A); });
-    EXPECT_TRUE(station.awaitEntries(7));
-    station.released.open();
-    EXPECT_EQ(1, erased.get());
+    EXPECT_EQ(1, station.answerTo([&] { return station->eraseMsg(A); }));
     EXPECT_EQ((Ids{HOLD, B, SYNC, B}), station.hears(4));
     EXPECT_FALSE(log.has("Error. MsgId")) << "no entry is left without its message";
 }
@@ -321,10 +304,7 @@ TEST_F(MsgDrivenThreadTest, FindsTheFirstMessageWhateverEntryComes) {
     NumberMsg out(0);
     EXPECT_EQ(3, station->postMsg(B) + station->postMsg(NumberMsg(A, 2)) +
                      station->postMsg(NumberMsg(A, 3)));
-    auto peeked = inThread([&] { return station->peekMsg(A, &out); });
-    EXPECT_TRUE(station.awaitEntries(4));
-    station.released.open();
-    EXPECT_EQ(1, peeked.get());
+    EXPECT_EQ(1, station.answerTo([&] { return station->peekMsg(A, &out); }));
     EXPECT_EQ(2, out.number);
     EXPECT_TRUE(station.waitFor(A, 2));
     EXPECT_EQ(0, station->hasMsg(A) + station->peekMsg(A, &out) + station->peekMsg(A, nullptr));

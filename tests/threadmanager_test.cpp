@@ -194,6 +194,11 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     EXPECT_EQ(0, running.start(ThreadPriority::LOW));
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
     test::LogCapture log;
+    auto const hasRow = [&](int id, std::string const& rest) {
+        std::string const digits = std::to_string(id);
+        return log.has("<UTIL> DTL: " + std::string(10 - digits.size(), ' ') + digits + ", " +
+                       rest);
+    };
     manager()->printThreadInfo(1);  // which prints nothing
     manager()->printThreadInfoReg(3);
     std::vector<test::LogLine> const lines = log.all();
@@ -204,32 +209,15 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
         lines[1].text);
     EXPECT_TRUE(std::is_sorted(lines.begin() + 2, lines.end(),
                                [](auto const& a, auto const& b) { return a.text < b.text; }));
+    EXPECT_TRUE(hasRow(running.getId(), cut + "   , ACTIVE      ,          2, LOW             , "));
+    EXPECT_TRUE(
+        hasRow(gettid(),
+               "main                            , UNKNOWN     ,        100, INVALID         , "));
     manager()->printWatchdogInfo(3);
-    for (auto const& [id, rest] :
-         {std::pair{running.getId(), cut + "   , ACTIVE      ,          2, LOW             , "},
-          {gettid(),
-           "main                            , UNKNOWN     ,        100, INVALID         , "},
-          {gettid(),
-           "main                            ,      60000, NOT_WATCHING, "
-           "UNKNOWN     ,             0, (, :0:0)"},
-          {running.getId(), cut + "   , \r\n"}}) {
-        std::string const digits = std::to_string(id);
-        EXPECT_TRUE(
-            log.has("<UTIL> DTL: " + std::string(10 - digits.size(), ' ') + digits + ", " + rest))
-            << rest;
-    }
-}
-
-TEST_F(ThreadManagerTest, MayBeDestroyedWhileManagedThreadsRunOn) {
-    Worker worker("survivor");
-    worker.onPostExecute = [&] { EXPECT_FALSE(worker.stopWatchdog()); };
-    EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
-    ThreadManager::destroy();
-    ThreadManager::destroy();
-    EXPECT_EQ(REACHED, worker.stop(1, 0));
-    EXPECT_FALSE(worker.leaveManagement());
-    manager();  // another one, which does not know the thread
-    EXPECT_FALSE(worker.leaveManagement());
+    EXPECT_TRUE(hasRow(gettid(),
+                       "main                            ,      60000, NOT_WATCHING, UNKNOWN     ,  "
+                       "           0, (, :0:0)"));
+    EXPECT_TRUE(hasRow(running.getId(), cut + "   , \r\n"));
 }
 
 void startAnother(Worker&) {
@@ -261,7 +249,12 @@ TEST_F(ThreadManagerTest, MayBeDestroyedWhileThreadsUseIt) {
             EXPECT_TRUE(acts.waitFor(acts.count() + 2));
             ThreadManager::get();
         }
+        EXPECT_FALSE(workers.front().leaveManagement());  // of this one, which does not know it
+        ThreadManager::destroy();
+        ThreadManager::destroy();
         isOver = true;
+        EXPECT_EQ(REACHED, workers.front().stop(1, 0));
+        EXPECT_FALSE(workers.front().leaveManagement());
     }
 }
 

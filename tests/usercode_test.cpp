@@ -41,6 +41,11 @@ constexpr Way WAYS[] = {
 
 void (*leave)() = nullptr;
 
+void logTo(void (*sink)()) {
+    test::replaceNextLine(sink);
+    applog(1, 1, "a line");
+}
+
 void leaveAgain() {
     test::replaceNextLine(leaveAgain);
     leave();
@@ -78,21 +83,13 @@ constexpr Call CALLS[] = {
          ThreadRawMsg record(8);
          LeavingMsg().restoreFrom(record);
      }},
-    {"Sink", "__android_log_print",
-     [] {
-         test::replaceNextLine(leave);
-         applog(1, 1, "a line");
-     }},
+    {"Sink", "__android_log_print", [] { logTo(leave); }},
     {"SinkOfTheHeapAccounting", "__android_log_print",
      [] {
          test::replaceNextLine(leave);
          Memory::get()->printMessage(1, -1, "a line");
      }},
-    {"SinkThatNeverReturns", "",
-     [] {
-         test::replaceNextLine(leaveAgain);
-         applog(1, 1, "a line");
-     }},
+    {"SinkThatNeverReturns", "", [] { logTo(leaveAgain); }},
     {"OnTime", "TimerListener::onTime\\(timer\\)",
      [] {
          Timer timer(&leaving, 1, 0, 0, nullptr, 1, 0, "timer");

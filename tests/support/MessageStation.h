@@ -164,6 +164,16 @@ struct HeldStation : RunningStation {
     ~HeldStation() override { end(); }
 
     bool const isHeld = thread.postMsg(HOLD) && entered.wait();
+
+    // What `call` returns, which asks the thread for something while it is held.
+    template <typename Call>
+    auto answerTo(Call call) {
+        unsigned long const entries = thread.queuedEntriesForTesting() + 1;
+        auto answer = inThread(call);
+        awaitEntries(entries);
+        released.open();
+        return answer.get();
+    }
 };
 
 }  // namespace test
