@@ -38,18 +38,9 @@ constexpr long SYNC = 0x8004;
 constexpr long LAST = 0x9000;
 constexpr unsigned long HOUR = 3600000;
 
-// None of them leaves a thread or a descriptor behind.
 class MsgDrivenThreadTest : public test::ManagerTest {
 protected:
-    void TearDown() override {
-        EXPECT_EQ(mDescriptors, test::openDescriptors());
-        ManagerTest::TearDown();
-    }
-
     test::LogCapture log;
-
-private:
-    unsigned const mDescriptors = (manager(), test::openDescriptors());
 };
 
 TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
@@ -162,7 +153,7 @@ TEST_F(MsgDrivenThreadTest, AMessageWithALowIdStaysUntilALaterOneDropsIt) {
     EXPECT_TRUE(log.has("DataQueueMsgId:0xfffffffb CtlMsgId:0x00008002"));
 }
 
-// Also what becomes of the entry under way when the message that it made way for erases it.
+// Whatever entry is under way: it goes when the message that overtakes it erases it.
 TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
     struct {
         long first;
@@ -364,26 +355,6 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
     }
 }
 
-TEST_F(MsgDrivenThreadTest, WhatTheEndComesBeforeIsNotAnsweredAsWhatCameBeforeIt) {
-    RunningStation station;
-    EXPECT_EQ(1, station->sendMsgSync(SYNC));
-    EXPECT_TRUE(station->postMsg(HOLD) && station.entered.wait());
-    auto found = inThread([&] { return station->hasMsg(A); });
-    EXPECT_TRUE(station.awaitEntries(1));
-    EXPECT_EQ(0, station->stop(0, 0));
-    station.released.open();
-    EXPECT_EQ(0, found.get());
-}
-
-TEST_F(MsgDrivenThreadTest, AWordThatIsNotWholeEndsTheThreadAndWhatIsAskedOfIt) {
-    RunningStation station;
-    EXPECT_EQ(4, write(station.writeEnd, "half", 4));
-    EXPECT_EQ(0, station->waitTo(Thread::EXECUTED, 0));
-    EXPECT_EQ(0, station->sendMsgSync(SYNC) + station->hasMsg(HOLD) + station->eraseMsg(A));
-    EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
-                            "!!Break msg loop!!\r\n"));
-}
-
 TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne) {
     RunningStation station;
     EXPECT_EQ(1, station->sendMsgSync(B));
@@ -417,14 +388,20 @@ TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
     std::signal(SIGUSR1, SIG_DFL);
 }
 
-TEST_F(MsgDrivenThreadTest, WithoutAPipeTheThreadEndsAsSoonAsItStarts) {
-    RunningStation const withPipe;
+TEST_F(MsgDrivenThreadTest, WithoutAPipeOrAWholeWordInItTheThreadEndsAndWhatIsAskedOfIt) {
+    RunningStation withHalfAWord;
+    EXPECT_EQ(4, write(withHalfAWord.writeEnd, "half", 4));
     std::optional<test::NoDescriptors> limit(std::in_place);
-    RunningStation station;
+    RunningStation withoutPipe;
     limit.reset();
+    for (Station* station : {&withHalfAWord, &withoutPipe}) {
+        EXPECT_EQ(REACHED, station->thread.waitTo(Thread::EXECUTED, 0));
+        EXPECT_EQ(0, station->thread.sendMsgSync(SYNC) + station->thread.hasMsg(HOLD));
+        EXPECT_EQ(0, station->thread.eraseMsg(A));
+    }
+    EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
+                            "!!Break msg loop!!\r\n"));
     EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) pipe errno:24\r\n"));
-    EXPECT_EQ(0, station->sendMsgSync(SYNC));
-    EXPECT_EQ(0, station->waitTo(Thread::EXECUTED, 0));
 }
 
 TEST_F(MsgDrivenThreadTest, IsWatchedWhileItWorksAndNotWhileItWaits) {

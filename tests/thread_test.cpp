@@ -71,7 +71,7 @@ TEST_F(ThreadTest, PassesItsStagesInOrder) {
 
     EXPECT_TRUE(worker.runsToItsEnd());
     EXPECT_EQ("pre1000 work1100 post1100", seen);
-    EXPECT_TRUE(worker.getResult(&result));
+    EXPECT_TRUE(worker.getResult(&result) && !worker.getResult(nullptr));
     EXPECT_EQ(NONE - 4, result);
     EXPECT_EQ(-1, worker.start());
     EXPECT_EQ(-1, worker.stop(1, 0));
@@ -222,8 +222,11 @@ TEST_F(ThreadTest, EndedOnesGiveBackTheirStacksAndDestroyedOnesTheirEntries) {
 
 TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     ASSERT_TRUE(ThreadManager::initializeEntryMax(2));  // the watchdog's thread and one more
+    EXPECT_FALSE(ThreadManager::initializeEntryMax(200));
+    EXPECT_FALSE(ThreadManager::getIfCreated()->entryWatchdog(1, nullptr, 0)) << "not started yet";
     Worker first;
-    EXPECT_EQ(0, first.start());
+    EXPECT_EQ(0, first.startRegistered(60000, nullptr));
+    EXPECT_TRUE(manager()->isRegisteredWatchdog(first.getId()));
 
     test::LogCapture log;
     test::Gate hasRun;
@@ -239,11 +242,10 @@ TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     EXPECT_EQ(0, manager()->entry(open, &hasRun, 0, 0, nullptr, "bare", ThreadPriority::NORMAL, 0));
     EXPECT_TRUE(hasRun.wait());  // a function is not held back
 
-    Worker second("second", [] { return 0; });
-    EXPECT_EQ(-1, second.start());
+    EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third"));
     EXPECT_EQ(REACHED, first.stop(1, 0));
     EXPECT_TRUE(first.leaveManagement());
-    EXPECT_TRUE(second.runsToItsEnd());
+    EXPECT_EQ(REACHED, refused.startAndWait(0));
 }
 
 TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
@@ -252,6 +254,7 @@ TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
     Worker worker;
     worker.onPreExecute = [&] {
         EXPECT_EQ(own + 1, niceValue());
+        EXPECT_FALSE(worker.getPriority(nullptr));
         EXPECT_FALSE(worker.setPriority(ThreadPriority(7)));
         EXPECT_TRUE(worker.setPriority(withNiceValue(own + 2)));
         EXPECT_EQ(own + 2, niceValue());

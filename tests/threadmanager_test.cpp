@@ -87,15 +87,6 @@ TEST_F(ThreadManagerTest, WhoeverGetsItFindsARunningWatchdog) {
     }
 }
 
-TEST_F(ThreadManagerTest, ACallersOwnMaximumIsWatchedFromTheFirstGet) {
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
-    EXPECT_FALSE(ThreadManager::initializeEntryMax(200));
-    EXPECT_FALSE(ThreadManager::getIfCreated()->entryWatchdog(LONG_ALIVE, nullptr, 0));
-    EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
-    EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
-    std::thread([] { EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third")); }).join();
-}
-
 TEST_F(ThreadManagerTest, KeepsAFinishedThreadUntilItIsUnregistered) {
     test::Gate gate;
     auto const wait = [](void* argument) { static_cast<test::Gate*>(argument)->wait(); };
@@ -181,11 +172,6 @@ TEST_F(ThreadManagerTest, RefusesNullPointers) {
     EXPECT_EQ(0, manager()->entry([](void*) {}, nullptr, 0, 0, nullptr, nullptr, normal, 0));
     EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, nullptr));
     EXPECT_FALSE(manager()->getNames(nullptr));
-    Worker worker;
-    EXPECT_EQ(0, worker.start());
-    EXPECT_FALSE(worker.getPriority(nullptr));
-    EXPECT_EQ(REACHED, worker.stop(1, 0));
-    EXPECT_FALSE(worker.getResult(nullptr));
 }
 
 TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
