@@ -68,7 +68,10 @@ bool writesTo(std::string const& path) {
 // With files and timers.
 struct BusyParent {
     explicit BusyParent(std::string const& directory)
-        : crowd([=](int number) { writesTo(directory + "/busy" + std::to_string(number)); }) {
+        : crowd([=](int number) {
+              writesTo(directory + "/busy" + std::to_string(number));
+              ThreadManager::get()->getName(gettid());
+          }) {
         crowd.station->setTimer(1, 0, 0, 1);
         timers.start(timers.addTimer(&listener, 1, 0, 1), 0);
         timer.start(0);

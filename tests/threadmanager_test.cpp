@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <future>
 #include <list>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "UtlStatementInfo.h"

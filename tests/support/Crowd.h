@@ -10,7 +10,6 @@
 #include "UtlLog.h"
 #include "UtlMemory.h"
 #include "UtlString.h"
-#include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
 #include "support/MessageStation.h"
@@ -31,7 +30,7 @@ public:
             Worker& worker = workers.emplace_back("busy");
             worker.onExecute = [this, &worker, also, number] {
                 for (worker.startWatchdog(); !worker.hasRequestedStop(); also(number)) {
-                    useTheLibrary(worker, number);
+                    useTheLibrary(number);
                 }
                 return 0;
             };
@@ -44,7 +43,7 @@ public:
     std::list<Worker> workers;
 
 private:
-    void useTheLibrary(Worker& self, int number) {
+    void useTheLibrary(int number) {
         utl::compareStrNoCase("one text", "ONE TEXT", utl::ALL);
         utl::Time time;
         utl::getLocalTime(&time);
@@ -53,7 +52,6 @@ private:
         station->postMsg(MSG_ID);
         station->sendMsgAsync(utl::SimpleMsg(MSG_ID));
         station->hasMsg(MSG_ID);
-        utl::ThreadManager::get()->getName(self.getId());
         utl::Memory::get()->mark();
         utl::Thread::sleep(0);
     }
