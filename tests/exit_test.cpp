@@ -31,13 +31,7 @@ void require(bool condition) {
     }
 }
 
-// Each of these ends the process, or returns to have it ended.
-
-void leavesThreadsRunning() {
-    neverDestroyed();
-}
-
-void usesTheLibraryInStaticDestructors() {
+void useTheLibraryInStaticDestructors() {
     static struct LastWords {
         ~LastWords() {
             ThreadManager* const manager = ThreadManager::get();
@@ -49,14 +43,13 @@ void usesTheLibraryInStaticDestructors() {
             require(late.runsToItsEnd() && late.leaveManagement());
         }
     } lastWords;
-    neverDestroyed();
 }
 
-void destroysTheManagerUnderThem() {
+void destroyTheManagerUnderThem() {
     std::atexit(ThreadManager::destroy);
-    neverDestroyed();
 }
 
+// What a process does before it starts threads, which it leaves running.
 class ExitTest : public ::testing::TestWithParam<void (*)()> {};
 
 TEST_P(ExitTest, EndsAsItWasToldTo) {
@@ -67,6 +60,7 @@ TEST_P(ExitTest, EndsAsItWasToldTo) {
         if (child == 0) {
             test::endWhenStuck();
             GetParam()();
+            neverDestroyed();
             std::exit(EXIT_CODE);
         }
         EXPECT_EQ(EXIT_CODE, test::exitCodeOf(child));
@@ -74,8 +68,8 @@ TEST_P(ExitTest, EndsAsItWasToldTo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AProcessThat, ExitTest,
-                         ::testing::Values(leavesThreadsRunning, usesTheLibraryInStaticDestructors,
-                                           destroysTheManagerUnderThem));
+                         ::testing::Values([] {}, useTheLibraryInStaticDestructors,
+                                           destroyTheManagerUnderThem));
 
 }  // namespace
 }  // namespace utl

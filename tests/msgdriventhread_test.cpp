@@ -11,7 +11,6 @@
 #include <functional>
 #include <future>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -252,34 +251,16 @@ TEST_F(MsgDrivenThreadTest, AMessageAsksForNothingWhileItIsStoredOrRestored) {
     EXPECT_EQ(30u, log.count(" Refused. A message asks for it while it is stored or restored"));
 }
 
-TEST_F(MsgDrivenThreadTest, AListenerMayDoAnythingWithTheRecordItIsGivenOrItsThread) {
-    struct Listener : ThreadMsgListener {
-        int receiveMsg(int, ThreadRawMsg& raw) override {
-            NumberMsg msg(0);
-            EXPECT_EQ(1, msg.restoreFrom(raw));
-            heard.push_back(msg.number);
-            raw = ThreadRawMsg(heard.size() % 2 == 0 ? 4 : 4000);
-            if (msg.number == 0) {
-                thread.reset();
-                isGone.open();
-            }
-            return 0;
-        }
-
-        std::vector<int> heard;
-        test::Gate isGone;
-        std::unique_ptr<MsgDrivenThread> thread =
-            std::make_unique<MsgDrivenThread>(4, 8, "station", 1);
-    } listener;
-    EXPECT_EQ(0, listener.thread->start(&listener, 0, 0, nullptr, 1, 0, 3, 0));
-    EXPECT_EQ(1, listener.thread->setTimer(HOUR, 0, 0, 0));
-    for (int i = 4; i > 0; --i) {
-        EXPECT_EQ(1, listener.thread->postMsg(NumberMsg(A, i)));
-    }
-    EXPECT_TRUE(test::comesTrue([&] { return !listener.thread->hasMsg(A); }));
-    EXPECT_EQ(1, listener.thread->sendMsgSync(NumberMsg(A, 0)));  // waits while it goes
-    EXPECT_TRUE(listener.isGone.wait() && comesToThreads(1));
-    EXPECT_EQ((std::vector<int>{4, 3, 2, 1, 0}), listener.heard);
+TEST_F(MsgDrivenThreadTest, AListenerMayDestroyTheThreadThatOthersWaitFor) {
+    std::optional<RunningStation> station(std::in_place);
+    test::Gate isGone;
+    station->on(A, [&] {
+        station.reset();
+        isGone.open();
+    });
+    EXPECT_EQ(1, station->thread.setTimer(HOUR, 0, 0, 0));
+    EXPECT_EQ(1, station->thread.sendMsgSync(A));
+    EXPECT_TRUE(isGone.wait() && comesToThreads(1));
 }
 
 TEST_F(MsgDrivenThreadTest, ErasesQueuedMessagesAndTheOneUnderWay) {
