@@ -216,13 +216,12 @@ TEST_F(ThreadManagerTest, MayBeDestroyedWhileThreadsUseIt) {
     using Use = void (*)(Worker&);
     auto const watch = [](Worker& self) { self.stopWatchdog(), self.startWatchdog(); };
     for (Use use : {Use([](Worker&) { Thread::sleep(0); }), Use(watch), Use(startAnother)}) {
-        std::atomic<bool> isOver{false};
         test::Counter acts;
         std::list<Worker> workers;
         for (int i = 0; i < 8; ++i) {
             Worker& worker = workers.emplace_back();
-            worker.onExecute = [&, use] {
-                for (; !isOver; acts.add()) {
+            worker.onExecute = [&worker, &acts, use] {
+                for (; !worker.hasRequestedStop(); acts.add()) {
                     use(worker);
                 }
                 return 0;
@@ -237,7 +236,6 @@ TEST_F(ThreadManagerTest, MayBeDestroyedWhileThreadsUseIt) {
         EXPECT_FALSE(workers.front().leaveManagement());  // of this one, which does not know it
         ThreadManager::destroy();
         ThreadManager::destroy();
-        isOver = true;
         EXPECT_EQ(REACHED, workers.front().stop(1, 0));
         EXPECT_FALSE(workers.front().leaveManagement());
     }
