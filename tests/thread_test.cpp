@@ -8,10 +8,8 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "UtlStatementInfo.h"
@@ -26,6 +24,7 @@
 namespace utl {
 namespace {
 
+using test::inThread;
 using test::Worker;
 
 int niceValue() {
@@ -36,19 +35,6 @@ ThreadPriority withNiceValue(int value) {
     ThreadPriority priority(ThreadPriority::NORMAL);
     priority.OsValue(value);
     return priority;
-}
-
-// Creates threads by `start`, which returns the id, until one has the id `wanted`, which is free.
-// False when the kernel does not let this process choose; others take ids as well, hence several
-// tries.
-bool startsWithId(int wanted, std::function<int()> const& start) {
-    for (int tries = 0; tries < 100; ++tries) {
-        std::ofstream("/proc/sys/kernel/ns_last_pid") << wanted - 1 << std::flush;
-        if (start() == wanted) {
-            return true;
-        }
-    }
-    return false;
 }
 
 class ThreadTest : public test::ManagerTest {};
@@ -83,24 +69,16 @@ TEST_F(ThreadTest, PassesItsStagesInOrder) {
 
     EXPECT_TRUE(worker.runsToItsEnd());
     EXPECT_EQ("pre1000 work1100 post1100", seen);
-    EXPECT_TRUE(worker.getResult(&result));
+    EXPECT_TRUE(worker.getResult(&result) && !worker.getResult(nullptr));
     EXPECT_EQ(NONE - 4, result);
     EXPECT_EQ(-1, worker.start());
     EXPECT_EQ(-1, worker.stop(1, 0));
 }
 
-TEST_F(ThreadTest, HasNothingToDoWithoutACommand) {
-    unsigned long result = 0;
-    Thread idle("idle", nullptr);
-    EXPECT_EQ(0, idle.start(0, 0, nullptr, 0, 0, ThreadPriority::NORMAL, 0));
-    EXPECT_EQ(REACHED, idle.waitTo(Thread::EXECUTED, 0));
-    EXPECT_TRUE(idle.getResult(&result));
-    EXPECT_EQ(NONE, result);
-}
-
-TEST_F(ThreadTest, WaitsForAStartThatOthersMakeAndForNothingElseBefore) {
+TEST_F(ThreadTest, WaitsForWhatComesAndForNothingThatCannotCome) {
     test::Gate mayGoOn;
-    Worker worker;
+    test::Gate mayEnd;
+    Worker worker("unasked", [&] { return mayEnd.wait() ? 0 : -1; });
     worker.onPreExecute = [&] { mayGoOn.wait(); };
     for (int stage : {-1, 2, 3, 4}) {
         EXPECT_EQ(WAIT_FAILED, worker.waitTo(stage, 0));
@@ -108,11 +86,16 @@ TEST_F(ThreadTest, WaitsForAStartThatOthersMakeAndForNothingElseBefore) {
     EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STARTED, 1));
     EXPECT_EQ(-1, worker.stop(1, 0));
 
-    std::thread waiter([&] { EXPECT_EQ(REACHED, worker.waitTo(Thread::PRE_EXECUTED, 0)); });
+    auto begun = inThread([&] { return worker.waitTo(Thread::PRE_EXECUTED, 0); });
     EXPECT_EQ(TIMED_OUT, worker.startAndWait(1));
+    auto asked = inThread([&] { return worker.waitTo(Thread::STOP_REQUESTED, 0); });
     mayGoOn.open();
-    waiter.join();
+    EXPECT_EQ(REACHED, begun.get());
     EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::EXECUTED, 1));
+    EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 1));
+    mayEnd.open();
+    EXPECT_EQ(WAIT_FAILED, asked.get());  // of a thread that nobody asked
+    EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0));
 }
 
 TEST_F(ThreadTest, SleepsAsLongAsItIsToldTo) {
@@ -135,17 +118,6 @@ TEST_F(ThreadTest, NobodyWaitsForItself) {
     EXPECT_TRUE(worker.comesToAnEnd());
 }
 
-TEST_F(ThreadTest, AWaitForAStopRequestEndsWithAThreadThatNobodyAsked) {
-    test::Gate mayEnd;
-    Worker worker("unasked", [&] { return mayEnd.wait() ? 0 : -1; });
-    EXPECT_EQ(0, worker.start());
-    std::thread waiter([&] { EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0)); });
-    EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 1));
-    mayEnd.open();
-    waiter.join();
-    EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0));
-}
-
 TEST_F(ThreadTest, StopWaitsUntilAStartIsComplete) {
     test::Gate isStarting;
     Worker worker;
@@ -153,25 +125,30 @@ TEST_F(ThreadTest, StopWaitsUntilAStartIsComplete) {
         isStarting.open();
         EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 50));
     };
-    std::thread starter([&] { EXPECT_EQ(REACHED, worker.startAndWait(0)); });
+    auto started = inThread([&] { return worker.startAndWait(0); });
     EXPECT_TRUE(isStarting.wait());
     EXPECT_EQ(REACHED, worker.stop(1, 0));
-    starter.join();
+    EXPECT_EQ(REACHED, started.get());
 }
 
 TEST_F(ThreadTest, StartsAndStopsMayRace) {
     for (int round = 0; round < 100; ++round) {
         Worker worker;
-        std::atomic<int> started{0};
-        std::thread first([&] { started += worker.start() == 0 ? 1 : 0; });
-        std::thread second([&] { started += worker.start() == 0 ? 1 : 0; });
+        auto first = inThread([&] { return worker.start(); });
+        auto second = inThread([&] { return worker.start(); });
         int const early = worker.stop(1, 0);
-        first.join();
-        second.join();
-        EXPECT_EQ(1, started);
+        EXPECT_EQ(-1, first.get() + second.get()) << "one is refused";
         EXPECT_EQ(early == -1 ? 0 : -1, worker.stop(1, 0));
         EXPECT_TRUE(worker.leaveManagement());
     }
+}
+
+TEST_F(ThreadTest, HasNothingToDoWithoutACommand) {
+    unsigned long result = 0;
+    Thread idle("idle", nullptr);
+    EXPECT_EQ(0, idle.start(0, 0, nullptr, 0, 0, ThreadPriority::NORMAL, 0));
+    EXPECT_EQ(REACHED, idle.waitTo(Thread::EXECUTED, 0));
+    EXPECT_TRUE(idle.getResult(&result) && result == NONE);
 }
 
 TEST_F(ThreadTest, DestroyingARunningThreadWaitsForItsEnd) {
@@ -192,35 +169,24 @@ TEST_F(ThreadTest, DestroyingARunningThreadWaitsForItsEnd) {
     EXPECT_TRUE(patient.hasEnded);
 }
 
-// Destroys its object in the last of `steps`.
-class Ephemeral : public Thread {
-public:
-    Ephemeral(int steps, std::atomic<int>* id)
-        : Thread("ephemeral", nullptr), mSteps(steps), mId(id) {}
-
-protected:
-    void preExecute() override { step(1); }
-    int execute() override { return step(2), 0; }
-    void postExecute() override { step(3); }
-
-private:
-    void step(int number) {
-        if (number == mSteps) {
-            *mId = gettid();
-            delete this;
-        }
-    }
-
-    int const mSteps;
-    std::atomic<int>* const mId;
-};
-
-// At once, perhaps before start() has returned.
+// At once, perhaps before start() has returned, and whatever it is at.
 TEST_F(ThreadTest, AThreadMayDestroyItsOwnObject) {
     for (int round = 0; round < 150; ++round) {
         std::atomic<int> id{0};
-        auto* const thread = new Ephemeral(round % 3 + 1, &id);
-        EXPECT_EQ(0, thread->start(0, 0, nullptr, round % 2, 0, ThreadPriority::NORMAL, 0));
+        auto* const thread = new Worker("ephemeral");
+        auto const step = [&](int number) {
+            return [&, number] {
+                if (round % 3 == number) {
+                    id = gettid();
+                    delete thread;
+                }
+                return 0;
+            };
+        };
+        thread->onPreExecute = step(0);
+        thread->onExecute = step(1);
+        thread->onPostExecute = step(2);
+        EXPECT_EQ(0, round % 2 == 0 ? thread->start() : thread->startAndWait(0));
         EXPECT_TRUE(test::comesTrue([&] { return id != 0; }));
         // Nobody is left who could take it out of the registry.
         EXPECT_TRUE(test::comesTrue([&] { return !ThreadManager::get()->isThreadExist(id); }));
@@ -253,69 +219,57 @@ TEST_F(ThreadTest, EndedOnesGiveBackTheirStacksAndDestroyedOnesTheirEntries) {
 
 TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     ASSERT_TRUE(ThreadManager::initializeEntryMax(2));  // the watchdog's thread and one more
+    EXPECT_FALSE(ThreadManager::initializeEntryMax(200));
+    EXPECT_FALSE(ThreadManager::getIfCreated()->entryWatchdog(1, nullptr, 0)) << "not started yet";
     Worker first;
-    EXPECT_EQ(0, first.start());
+    EXPECT_EQ(0, first.startRegistered(60000, nullptr));
+    EXPECT_TRUE(manager()->isRegisteredWatchdog(first.getId()));
 
     test::LogCapture log;
-    std::atomic<bool> hasRun{false};
-    auto const run = [&] { return hasRun = true; };
-    auto refused = std::make_unique<Worker>("refused", run);
-    refused->onPreExecute = run;
-    EXPECT_EQ(-1, refused->startAndWait(0));
+    test::Gate hasRun;
+    Worker refused("refused");
+    refused.onPreExecute = [&] { hasRun.open(); };
+    EXPECT_EQ(-1, refused.startAndWait(0));
     EXPECT_TRUE(log.has("<UTIL> ERR: entry() Error Thread Register           ID:"));
     EXPECT_TRUE(log.has(", PriOs:0, Name:refused\r\n"));
-    refused.reset();
     EXPECT_TRUE(comesToThreads(2));
-    EXPECT_FALSE(hasRun);
+    EXPECT_FALSE(hasRun.isOpen());
 
-    auto const store = [](void* flag) { *static_cast<std::atomic<bool>*>(flag) = true; };
-    EXPECT_EQ(0,
-              manager()->entry(store, &hasRun, 0, 0, nullptr, "bare", ThreadPriority::NORMAL, 0));
-    EXPECT_TRUE(test::comesTrue([&] { return hasRun.load(); }));  // it is not held back
+    auto const open = [](void* gate) { static_cast<test::Gate*>(gate)->open(); };
+    EXPECT_EQ(0, manager()->entry(open, &hasRun, 0, 0, nullptr, "bare", ThreadPriority::NORMAL, 0));
+    EXPECT_TRUE(hasRun.wait());  // a function is not held back
 
-    Worker second("second", [] { return 0; });
-    EXPECT_EQ(-1, second.start());
+    EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third"));
     EXPECT_EQ(REACHED, first.stop(1, 0));
     EXPECT_TRUE(first.leaveManagement());
-    EXPECT_TRUE(second.runsToItsEnd());
+    EXPECT_EQ(REACHED, refused.startAndWait(0));
 }
 
-TEST_F(ThreadTest, APriorityIsAppliedToTheNewThreadAlone) {
-    int const own = niceValue();
-    for (int label : {2, 4, 6, 7}) {
-        int const wanted = ThreadPriority(label).OsValue();
-        bool isAllowed = false;
-        std::thread([&] { isAllowed = setpriority(PRIO_PROCESS, 0, wanted) == 0; }).join();
-        isAllowed = isAllowed && label != 7;
-
-        test::LogCapture log;
-        Worker worker;
-        worker.onPreExecute = [&] { EXPECT_EQ(isAllowed ? wanted : own, niceValue()); };
-        EXPECT_EQ(0, worker.start(label));
-        EXPECT_EQ(REACHED, worker.stop(1, 0));
-        EXPECT_EQ(own, niceValue());
-        EXPECT_EQ(!isAllowed,
-                  log.has("startThread() Error setpriority() OsValue:" + std::to_string(wanted)));
-    }
-}
-
-TEST_F(ThreadTest, OnlyTheThreadItselfChangesItsPriority) {
+TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
     test::LogCapture log;
     int const own = niceValue();
     Worker worker;
     worker.onPreExecute = [&] {
-        EXPECT_FALSE(worker.setPriority(ThreadPriority(7)));
-        EXPECT_EQ(own, niceValue());
-        EXPECT_TRUE(worker.setPriority(withNiceValue(own + 1)));
         EXPECT_EQ(own + 1, niceValue());
+        EXPECT_FALSE(worker.getPriority(nullptr));
+        EXPECT_FALSE(worker.setPriority(ThreadPriority(7)));
+        EXPECT_TRUE(worker.setPriority(withNiceValue(own + 2)));
+        EXPECT_EQ(own + 2, niceValue());
     };
-    EXPECT_EQ(0, worker.start(withNiceValue(own)));
+    EXPECT_EQ(0, worker.start(withNiceValue(own + 1)));
     EXPECT_EQ(REACHED, worker.waitTo(Thread::PRE_EXECUTED, 0));
-    ThreadPriority changed(ThreadPriority::NORMAL);
-    EXPECT_TRUE(worker.getPriority(&changed) && changed == withNiceValue(own + 1));
     EXPECT_FALSE(worker.setPriority(withNiceValue(own)));
+    ThreadPriority changed(ThreadPriority::NORMAL);
+    EXPECT_TRUE(worker.getPriority(&changed) && changed == withNiceValue(own + 2));
     EXPECT_TRUE(log.has("<UTIL> ERR: ThreadManager::setPriority() Error ID:" +
                         std::to_string(worker.getId()) + ", invalidOsValue:100\r\n"));
+
+    Worker invalid;
+    invalid.onPreExecute = [&] { EXPECT_EQ(own, niceValue()); };
+    EXPECT_TRUE(invalid.start(7) == 0 && invalid.stop(1, 0) == REACHED);
+    EXPECT_TRUE(log.has("startThread() Error setpriority() OsValue:100\r\n"));
+    EXPECT_EQ(2u, log.count("riority() "));  // and none of the others
+    EXPECT_EQ(own, niceValue());
 }
 
 // Id 0 stands for the caller elsewhere: it must not be reached through a thread that has no id.
@@ -341,12 +295,13 @@ TEST_F(ThreadTest, AFinishedOneStaysFinishedWhenItsIdIsGivenAway) {
     EXPECT_TRUE(finished.runsToItsEnd());
     int const id = finished.getId();
     EXPECT_TRUE(manager()->unregister(id));
-    std::unique_ptr<Worker> heir;
-    auto const startHeir = [&] {
+    auto heir = std::make_unique<Worker>();
+    for (int tries = 0; tries < 100 && heir->getId() != id; ++tries) {  // others take ids as well
+        std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1 << std::flush;
         heir = std::make_unique<Worker>("heir");
-        return heir->start() == 0 ? heir->getId() : 0;
-    };
-    if (!startsWithId(id, startHeir)) {
+        EXPECT_EQ(0, heir->start());
+    }
+    if (heir->getId() != id) {
         GTEST_SKIP() << "the kernel does not let this process choose a thread id";
     }
     EXPECT_TRUE(finished.hasDone(Thread::EXECUTED) && !finished.isRunning());

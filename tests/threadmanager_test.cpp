@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <future>
 #include <list>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "UtlStatementInfo.h"
@@ -35,18 +34,15 @@ class ThreadManagerTest : public test::ManagerTest {};
 void runTogether(unsigned count, std::function<void()> const& work) {
     test::Counter present;
     test::Counter done;
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> threads;
     for (unsigned i = 0; i < count; ++i) {
-        threads.emplace_back([&] {
+        threads.push_back(test::inThread([&] {
             present.add();
             present.waitFor(count);
             work();
             done.add();
             done.waitFor(count);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+        }));
     }
 }
 
@@ -88,15 +84,6 @@ TEST_F(ThreadManagerTest, WhoeverGetsItFindsARunningWatchdog) {
         ThreadManager::destroy();
         EXPECT_EQ(nullptr, ThreadManager::getIfCreated());
     }
-}
-
-TEST_F(ThreadManagerTest, ACallersOwnMaximumIsWatchedFromTheFirstGet) {
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
-    EXPECT_FALSE(ThreadManager::initializeEntryMax(200));
-    EXPECT_FALSE(ThreadManager::getIfCreated()->entryWatchdog(LONG_ALIVE, nullptr, 0));
-    EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
-    EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
-    std::thread([] { EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third")); }).join();
 }
 
 TEST_F(ThreadManagerTest, KeepsAFinishedThreadUntilItIsUnregistered) {
@@ -184,11 +171,6 @@ TEST_F(ThreadManagerTest, RefusesNullPointers) {
     EXPECT_EQ(0, manager()->entry([](void*) {}, nullptr, 0, 0, nullptr, nullptr, normal, 0));
     EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, nullptr));
     EXPECT_FALSE(manager()->getNames(nullptr));
-    Worker worker;
-    EXPECT_EQ(0, worker.start());
-    EXPECT_FALSE(worker.getPriority(nullptr));
-    EXPECT_EQ(REACHED, worker.stop(1, 0));
-    EXPECT_FALSE(worker.getResult(nullptr));
 }
 
 TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
@@ -197,6 +179,11 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     EXPECT_EQ(0, running.start(ThreadPriority::LOW));
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
     test::LogCapture log;
+    auto const hasRow = [&](int id, std::string const& rest) {
+        std::string const digits = std::to_string(id);
+        return log.has("<UTIL> DTL: " + std::string(10 - digits.size(), ' ') + digits + ", " +
+                       rest);
+    };
     manager()->printThreadInfo(1);  // which prints nothing
     manager()->printThreadInfoReg(3);
     std::vector<test::LogLine> const lines = log.all();
@@ -207,58 +194,15 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
         lines[1].text);
     EXPECT_TRUE(std::is_sorted(lines.begin() + 2, lines.end(),
                                [](auto const& a, auto const& b) { return a.text < b.text; }));
+    EXPECT_TRUE(hasRow(running.getId(), cut + "   , ACTIVE      ,          2, LOW             , "));
+    EXPECT_TRUE(
+        hasRow(gettid(),
+               "main                            , UNKNOWN     ,        100, INVALID         , "));
     manager()->printWatchdogInfo(3);
-    for (auto const& [id, rest] :
-         {std::pair{running.getId(), cut + "   , ACTIVE      ,          2, LOW             , "},
-          {gettid(),
-           "main                            , UNKNOWN     ,        100, INVALID         , "},
-          {gettid(),
-           "main                            ,      60000, NOT_WATCHING, "
-           "UNKNOWN     ,             0, (, :0:0)"},
-          {running.getId(), cut + "   , \r\n"}}) {
-        std::string const digits = std::to_string(id);
-        EXPECT_TRUE(
-            log.has("<UTIL> DTL: " + std::string(10 - digits.size(), ' ') + digits + ", " + rest))
-            << rest;
-    }
-}
-
-TEST_F(ThreadManagerTest, MayBeDestroyedWhileManagedThreadsRunOn) {
-    Worker worker("survivor");
-    worker.onPostExecute = [&] { EXPECT_FALSE(worker.stopWatchdog()); };
-    EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
-    ThreadManager::destroy();
-    ThreadManager::destroy();
-    EXPECT_EQ(REACHED, worker.stop(1, 0));
-    EXPECT_FALSE(worker.leaveManagement());
-    manager();  // another one, which does not know the thread
-    EXPECT_FALSE(worker.leaveManagement());
-}
-
-// What threads do without holding the manager must not meet a deleted one, nor keep it from going.
-class ThreadManagerDestroyTest : public ThreadManagerTest,
-                                 public ::testing::WithParamInterface<void (*)(Worker& self)> {};
-
-TEST_P(ThreadManagerDestroyTest, RacesWithThreads) {
-    std::atomic<bool> isOver{false};
-    test::Counter acts;
-    std::list<Worker> workers;
-    for (int i = 0; i < 8; ++i) {
-        Worker& worker = workers.emplace_back();
-        worker.onExecute = [&] {
-            for (; !isOver; acts.add()) {
-                GetParam()(worker);
-            }
-            return 0;
-        };
-        EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
-    }
-    for (int round = 0; round < 20; ++round) {
-        ThreadManager::destroy();
-        EXPECT_TRUE(acts.waitFor(acts.count() + 2));
-        ThreadManager::get();
-    }
-    isOver = true;
+    EXPECT_TRUE(hasRow(gettid(),
+                       "main                            ,      60000, NOT_WATCHING, UNKNOWN     ,  "
+                       "           0, (, :0:0)"));
+    EXPECT_TRUE(hasRow(running.getId(), cut + "   , \r\n"));
 }
 
 void startAnother(Worker&) {
@@ -267,13 +211,35 @@ void startAnother(Worker&) {
     other.leaveManagement();
 }
 
-INSTANTIATE_TEST_SUITE_P(WhileTheySleepOrStopAndStartTheirWatchOrStartOthers,
-                         ThreadManagerDestroyTest,
-                         ::testing::Values([](Worker&) { Thread::sleep(0); },
-                                           [](Worker& self) {
-                                               self.stopWatchdog(), self.startWatchdog();
-                                           },
-                                           startAnother));
+// What threads do without holding the manager must not meet a deleted one, nor keep it from going.
+TEST_F(ThreadManagerTest, MayBeDestroyedWhileThreadsUseIt) {
+    using Use = void (*)(Worker&);
+    auto const watch = [](Worker& self) { self.stopWatchdog(), self.startWatchdog(); };
+    for (Use use : {Use([](Worker&) { Thread::sleep(0); }), Use(watch), Use(startAnother)}) {
+        test::Counter acts;
+        std::list<Worker> workers;
+        for (int i = 0; i < 8; ++i) {
+            Worker& worker = workers.emplace_back();
+            worker.onExecute = [&worker, &acts, use] {
+                for (; !worker.hasRequestedStop(); acts.add()) {
+                    use(worker);
+                }
+                return 0;
+            };
+            EXPECT_EQ(0, worker.startRegistered(LONG_ALIVE, nullptr));
+        }
+        for (int round = 0; round < 20; ++round) {
+            ThreadManager::destroy();
+            EXPECT_TRUE(acts.waitFor(acts.count() + 2));
+            ThreadManager::get();
+        }
+        EXPECT_FALSE(workers.front().leaveManagement());  // of this one, which does not know it
+        ThreadManager::destroy();
+        ThreadManager::destroy();
+        EXPECT_EQ(REACHED, workers.front().stop(1, 0));
+        EXPECT_FALSE(workers.front().leaveManagement());
+    }
+}
 
 }  // namespace
 }  // namespace utl

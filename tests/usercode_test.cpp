@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <stdexcept>
 #include <string>
@@ -10,18 +11,18 @@
 
 #include "UtlLog.h"
 #include "UtlMemory.h"
-#include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimer.h"
 
 #include "support/LogCapture.h"
+#include "support/MessageStation.h"
 #include "support/Worker.h"
 
 namespace utl {
 namespace {
 
-constexpr long MSG_ID = 0x8001;
+constexpr long MSG_ID = 0x8002;
 
 struct Way {
     char const* name;
@@ -40,17 +41,22 @@ constexpr Way WAYS[] = {
 
 void (*leave)() = nullptr;
 
-// Leaves wherever it is called.
-struct Leaving : ThreadMsgListener, TimerListener, WatchdogTimerListener {
-    int receiveMsg(int, ThreadRawMsg&) override { return leave(), 0; }
-    void onTime(int) override { leave(); }
-    void onTime(int, Map<int, WatchdogInfo> const&) override { leave(); }
-};
+void logTo(void (*sink)()) {
+    test::replaceNextLine(sink);
+    applog(1, 1, "a line");
+}
 
 void leaveAgain() {
     test::replaceNextLine(leaveAgain);
     leave();
 }
+
+// These leave wherever they are called.
+
+struct LeavingListener : TimerListener, WatchdogTimerListener {
+    void onTime(int) override { leave(); }
+    void onTime(int, Map<int, WatchdogInfo> const&) override { leave(); }
+} leaving;
 
 struct LeavingMsg : Msg {
     LeavingMsg() : Msg(MSG_ID) {}
@@ -61,38 +67,25 @@ struct LeavingMsg : Msg {
 struct Call {
     char const* name;
     char const* logged;
-    void (*make)(Leaving& leaving);
+    void (*make)();
 };
 
-void startThread(MsgDrivenThread& thread, ThreadMsgListener& listener) {
-    thread.start(&listener, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0);
-}
-
 constexpr Call CALLS[] = {
-    {"ReceiveMsg", "ThreadMsgListener::receiveMsg\\(leaving\\)",
-     [](Leaving& leaving) {
-         MsgDrivenThread thread(8, 8, "leaving", 0);
-         startThread(thread, leaving);
-         thread.sendMsgSync(MSG_ID);
+    {"ReceiveMsg", "ThreadMsgListener::receiveMsg\\(station\\)",
+     [] {
+         test::RunningStation station;
+         station.on(MSG_ID, leave);
+         station->sendMsgSync(MSG_ID);
      }},
-    {"StoreDataTo", "Msg::storeDataTo",
-     [](Leaving& leaving) {
-         MsgDrivenThread thread(8, 8, "leaving", 0);
-         startThread(thread, leaving);
-         thread.postMsg(LeavingMsg());
-     }},
+    {"StoreDataTo", "Msg::storeDataTo", [] { test::RunningStation()->postMsg(LeavingMsg()); }},
     {"RestoreDataFrom", "Msg::restoreDataFrom",
-     [](Leaving&) {
+     [] {
          ThreadRawMsg record(8);
          LeavingMsg().restoreFrom(record);
      }},
-    {"Sink", "__android_log_print",
-     [](Leaving&) {
-         test::replaceNextLine(leave);
-         applog(1, 1, "a line");
-     }},
+    {"Sink", "__android_log_print", [] { logTo(leave); }},
     {"OwnSink", "LogSink",
-     [](Leaving&) {
+     [] {
          auto const sink = [](LogRecord const&, void*) {
              pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
              return leave(), true;
@@ -101,35 +94,27 @@ constexpr Call CALLS[] = {
          applog(1, 1, "a line");
      }},
     {"SinkOfTheHeapAccounting", "__android_log_print",
-     [](Leaving&) {
+     [] {
          test::replaceNextLine(leave);
          Memory::get()->printMessage(1, -1, "a line");
      }},
-    {"SinkThatNeverReturns", "",
-     [](Leaving&) {
-         test::replaceNextLine(leaveAgain);
-         applog(1, 1, "a line");
-     }},
-    {"OnTime", "TimerListener::onTime\\(leaving\\)",
-     [](Leaving& leaving) {
-         Timer timer(&leaving, 1, 0, 0, nullptr, 1, 0, "leaving");
+    {"SinkThatNeverReturns", "", [] { logTo(leaveAgain); }},
+    {"OnTime", "TimerListener::onTime\\(timer\\)",
+     [] {
+         Timer timer(&leaving, 1, 0, 0, nullptr, 1, 0, "timer");
          timer.start(0);
          pause();
      }},
-    {"Execute", "Thread::execute\\(leaving\\)",
-     [](Leaving&) {
-         test::Worker worker("leaving", [] { return leave(), 0; });
-         worker.runsToItsEnd();
-     }},
+    {"Execute", "Thread::execute\\(worker\\)",
+     [] { test::Worker("worker", [] { return leave(), 0; }).runsToItsEnd(); }},
     {"Function", "ThreadManager::entry",
-     [](Leaving&) {
-         ThreadManager* const manager = ThreadManager::get();
-         manager->waitToStop(manager->entry([](void*) { leave(); }, nullptr, 0, 0, nullptr,
-                                            "leaving", ThreadPriority::NORMAL, 0),
-                             0);
+     [] {
+         ThreadManager::get()->entry([](void*) { leave(); }, nullptr, 0, 0, nullptr, "function",
+                                     ThreadPriority::NORMAL, 0);
+         pause();
      }},
     {"WatchdogListener", "WatchdogTimerListener::onTime",
-     [](Leaving& leaving) {
+     [] {
          ThreadManager* const manager = ThreadManager::get();
          manager->setWatchdogWatchInterval(1);
          manager->entryCaller(1, 1, &leaving, "silent");
@@ -145,8 +130,7 @@ TEST_P(UserCodeDeathTest, EndsTheProcessWithALineThatNamesTheCall) {
     auto const& [call, way] = GetParam();
     leave = way.leave;
     test::echoLog();
-    Leaving leaving;
-    EXPECT_EXIT(call.make(leaving), ::testing::KilledBySignal(SIGABRT), call.logged);
+    EXPECT_EXIT(call.make(), ::testing::KilledBySignal(SIGABRT), call.logged);
 }
 
 std::string nameOf(::testing::TestParamInfo<std::tuple<Call, Way>> const& info) {

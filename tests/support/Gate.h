@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 
 namespace test {
@@ -50,6 +51,12 @@ public:
 private:
     Counter mOpened;
 };
+
+// What `call` returns on a thread of its own, which has ended when the future goes.
+template <typename Call>
+auto inThread(Call call) {
+    return std::async(std::launch::async, call);
+}
 
 }  // namespace test
 

@@ -1,4 +1,4 @@
-// A test that ends with the thread manager destroyed and leaves no thread behind.
+// A test that ends with the thread manager destroyed and leaves no thread or descriptor behind.
 
 #ifndef UTL_TESTS_MANAGER_TEST_H
 #define UTL_TESTS_MANAGER_TEST_H
@@ -18,11 +18,13 @@ protected:
     // Counted on a thread: with the first one a sanitizer starts its own, which stays.
     ManagerTest() {
         std::thread([this] { mThreads = threads() - 1; }).join();
+        mDescriptors = openDescriptors();
     }
 
     void TearDown() override {
         utl::ThreadManager::destroy();
         EXPECT_TRUE(comesToThreads(0));
+        EXPECT_EQ(mDescriptors, openDescriptors());
     }
 
     static utl::ThreadManager* manager() { return utl::ThreadManager::get(); }
@@ -34,6 +36,7 @@ protected:
 
 private:
     unsigned mThreads = 0;
+    unsigned mDescriptors = 0;
 };
 
 }  // namespace test

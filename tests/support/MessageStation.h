@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -44,11 +43,6 @@ inline std::pair<int, int> nextPipe() {
     return {ends[0], ends[1]};
 }
 
-template <typename Call>
-auto inThread(Call call) {
-    return std::async(std::launch::async, call);
-}
-
 class Station : public utl::ThreadMsgListener {
 public:
     using Ids = std::vector<long>;
@@ -74,6 +68,12 @@ public:
     void hold() {
         entered.open();
         released.wait();
+    }
+
+    // How many of these are accepted.
+    long post(Ids const& msgIds) {
+        return std::count_if(msgIds.begin(), msgIds.end(),
+                             [this](long id) { return thread.postMsg(id) == 1; });
     }
 
     // What to do when a message with this id has been heard.
@@ -102,6 +102,12 @@ public:
         return comesTrue([&] { return count(id) >= times; });
     }
 
+    // Blocks until that many messages have been heard; all of them.
+    Ids hears(unsigned long messages) const {
+        comesTrue([&] { return heard().size() >= messages; });
+        return ids();
+    }
+
     // Blocks until that many control entries wait, which the held thread does not take.
     bool awaitEntries(unsigned long entries) const {
         return comesTrue([&] { return thread.queuedEntriesForTesting() >= entries; });
@@ -126,6 +132,8 @@ private:
         {
             std::lock_guard<std::mutex> const guard(mMutex);
             mHeard.emplace_back(msg.getMsgId(), msg.number);
+            // A listener may do anything with the record that it is given.
+            raw = utl::ThreadRawMsg(mHeard.size() % 2 == 0 ? 4 : 4000);
             action = mActions[msg.getMsgId()];
         }
         if (action) {
@@ -158,6 +166,16 @@ struct HeldStation : RunningStation {
     ~HeldStation() override { end(); }
 
     bool const isHeld = thread.postMsg(HOLD) && entered.wait();
+
+    // What `call` returns, which asks the thread for something while it is held.
+    template <typename Call>
+    auto answerTo(Call call) {
+        unsigned long const entries = thread.queuedEntriesForTesting() + 1;
+        auto answer = inThread(call);
+        awaitEntries(entries);
+        released.open();
+        return answer.get();
+    }
 };
 
 }  // namespace test

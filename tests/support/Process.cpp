@@ -77,6 +77,10 @@ bool isAsleep(int threadId) {
     return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") S") == 0;
 }
 
+void endWhenStuck() {
+    alarm(static_cast<unsigned>(PATIENCE.count()));
+}
+
 int exitCodeOf(pid_t child) {
     int status;
     pid_t ended;

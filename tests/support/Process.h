@@ -23,6 +23,9 @@ bool isArmed(int kernelTimer);
 // Of this process: whether it waits for something.
 bool isAsleep(int threadId);
 
+// The calling process is ended when it is still there after a time that nothing takes.
+void endWhenStuck();
+
 // Blocks until the child process has ended. -1 unless it has exited.
 int exitCodeOf(pid_t child);
 
