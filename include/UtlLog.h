@@ -50,6 +50,8 @@ class File;
 // The log type of the library's own messages.
 constexpr int LIBRARY_LOG = -2;
 
+// The levels, by how much a reader has to care. A filter lets through its own level and those above
+// it in this list.
 constexpr int LEVEL_ERROR = 1;
 constexpr int LEVEL_INFORMATION = 2;
 constexpr int LEVEL_DETAIL = 3;

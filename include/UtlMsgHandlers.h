@@ -75,18 +75,20 @@ private:
 // What concerns StructMsg and classes written by hand alike.
 template <typename M, typename = void>
 struct MsgTraits {
-    using Value = M;
-    using Answer = void;
+    using Value = M;      // what a handler is given
+    using Answer = void;  // what it returns
     static M const& value(M const& msg) { return msg; }
 };
 
+// Of a StructMsg.
 template <typename M>
 struct MsgTraits<M, std::void_t<typename M::Value, typename M::Answer>> {
-    using Value = typename M::Value;
-    using Answer = typename M::Answer;
+    using Value = typename M::Value;    // the struct
+    using Answer = typename M::Answer;  // of a question
     static Value const& value(M const& msg) { return msg.value(); }
 };
 
+// Takes messages of type M out of their records.
 template <typename M, typename Callable>
 class MsgHandlers::Typed : public Handler {
 public:
@@ -110,6 +112,7 @@ private:
     Callable mCallable;
 };
 
+// Takes the records as they are.
 template <typename Callable>
 class MsgHandlers::Other : public Handler {
 public:

@@ -84,16 +84,15 @@ UTL_API unsigned long copyGeneral(CharT* dst, unsigned long size, unsigned long 
 template <typename CharT>
 UTL_API unsigned long copyStr(CharT* dst, unsigned long size, CharT const* src, unsigned long count,
                               int trunc);
+template <typename CharT>
+UTL_API unsigned long copyStrBase(CharT* dst, unsigned long size, CharT const* src,
+                                  unsigned long count, int trunc);
 
 // Stores the text of a view, which ends where the view does, or at a zero byte in it before. A
 // character that the end of the view cuts is left out; an empty view stores an empty text. NONE for
 // text that does not fit, and with TRUNCATE for bytes among which no character starts. The buffers
 // may overlap.
 UTL_API unsigned long copyStr(char* dst, unsigned long size, std::string_view src, int trunc);
-
-template <typename CharT>
-UTL_API unsigned long copyStrBase(CharT* dst, unsigned long size, CharT const* src,
-                                  unsigned long count, int trunc);
 
 // Stores `base`, which may be `dst` itself, followed by at most `count` bytes of `add`. NONE for a
 // null `base`, and for a null `add` unless `count` is 0. Measures `base`: to append piece by piece,

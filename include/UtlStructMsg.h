@@ -42,9 +42,9 @@ public:
     static constexpr unsigned long SIZE = sizeof(T);
     static constexpr unsigned long MAX_SIZE = 65536;
 
-    using Value = T;
-    using Answer = AnswerT;  // void unless this is a question
-    using AnswerMsg = StructMsg<MSG_ID, AnswerT>;
+    using Value = T;                               // the struct
+    using Answer = AnswerT;                        // void unless this is a question
+    using AnswerMsg = StructMsg<MSG_ID, AnswerT>;  // what comes back
 
     static_assert(isApplicationMsgId(MSG_ID),
                   "The id of a StructMsg is 0x8000 to 0x7FFFFFFF, but for 0x83F0 and 0x83FB to "
