@@ -175,6 +175,43 @@ TEST_F(MsgDrivenThreadTest, AMessageWithALowIdStaysUntilALaterOneDropsIt) {
 }
 
 // Also what becomes of the entry under way when the message that it made way for erases it.
+TEST_F(MsgDrivenThreadTest, AStopDeliversWhatWasAcceptedOrSaysWhatItDropped) {
+    for (Rest const rest : {Rest::RUN, Rest::DROP}) {
+        HeldStation station;
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_EQ(1, station->postMsg(A));
+        }
+        auto stopped = inThread([&] { return station->stop(rest, std::chrono::hours(1)); });
+        EXPECT_TRUE(test::comesTrue([&] { return station->hasRequestedStop(); }));
+        EXPECT_EQ(0, station->postMsg(B) + station->sendMsgAsync(SimpleMsg(B)));
+        station.released.open();
+        StopResult const result = stopped.get();
+        bool const isRun = rest == Rest::RUN;
+        EXPECT_EQ(REACHED, result.result);
+        EXPECT_EQ(isRun ? 10u : 0u, result.ran);
+        EXPECT_EQ(isRun ? 0u : 10u, result.dropped);
+        EXPECT_EQ(static_cast<long>(result.ran), station.count(A));
+    }
+    EXPECT_EQ(1u, log.count("MsgDrivenThread(station) stopped. Dropped:10"));
+}
+
+// On the thread itself a stop does not wait, but the rest is delivered all the same.
+TEST_F(MsgDrivenThreadTest, AListenerMayAskForAStopThatDeliversTheRest) {
+    RunningStation station;
+    station.on(A, [&] {
+        station->postMsg(B);
+        EXPECT_EQ(WAIT_FAILED, station->stop(Rest::RUN, std::chrono::milliseconds(0)).result);
+        EXPECT_EQ(0, station->postMsg(B));
+    });
+    EXPECT_EQ(1, station->postMsg(A));
+    EXPECT_EQ(REACHED, station->waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ((Ids{A, B}), station.ids());
+    StopResult const again = station->stop(Rest::DROP, std::chrono::milliseconds(0));
+    EXPECT_EQ(REACHED, again.result);
+    EXPECT_EQ(1u, again.ran);
+    EXPECT_EQ(WAIT_FAILED, Station()->stop(Rest::RUN, std::chrono::milliseconds(0)).result);
+}
+
 TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
     struct {
         long first;

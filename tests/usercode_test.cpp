@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "UtlLog.h"
+#include "UtlLoop.h"
 #include "UtlMemory.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
@@ -75,6 +76,14 @@ constexpr Call CALLS[] = {
          startThread(thread, leaving);
          thread.sendMsgSync(MSG_ID);
      }},
+    {"Task", "Loop task\\(loop\\)",
+     [](Leaving&) {
+         auto const loop = Loop::make(LoopOptions());
+         loop->post([] { leave(); });
+         pause();
+     }},
+    {"LoopCall", "Loop::call\\(loop\\)",
+     [](Leaving&) { Loop::make(LoopOptions())->call([] { leave(); }); }},
     {"StoreDataTo", "Msg::storeDataTo",
      [](Leaving& leaving) {
          MsgDrivenThread thread(8, 8, "leaving", 0);

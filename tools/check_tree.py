@@ -27,6 +27,7 @@ LAYERS = [
     {"memory", "UtlMemory"},
     {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
      "UtlTimerInfo", "UtlMsgDrivenThread", "UtlSharedTimer", "UtlTimer", "UtlThreadWatchdog"},
+    {"loop", "UtlTask", "UtlLoop"},
     {"Utl"},
 ]
 
