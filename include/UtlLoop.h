@@ -9,7 +9,7 @@
 //
 //     loop->post([ship = std::move(ship)] { ship->unload(); });
 //     std::optional<int> const free = loop->call([&] { return berths.free(); });
-//     ScopedTask const log = loop->every(std::chrono::minutes(1), [&] { berths.log(); });
+//     ScopedTask const log = loop->every(std::chrono::minutes(1), [] { logBerths(); });
 //     TaskHandle const radio = loop->watch(fd, Loop::READABLE, [&] { readRadio(); });
 //
 // It is built on a MsgDrivenThread, and is one: in the registry, for the watchdog and for messages.
@@ -44,7 +44,7 @@ namespace utl {
 
 class LoopThread;
 
-// What a loop is made of. The defaults need 50 KB, and no privileges.
+// What a loop is made of.
 struct LoopOptions {
     char const* name = "loop";
     ThreadPriority priority = ThreadPriority::NORMAL;
@@ -79,8 +79,8 @@ public:
     // are lacking. Blocks for as long as the thread needs to begin.
     static std::unique_ptr<Loop> make(LoopOptions const& options);
 
-    // Stops the loop as stop(Rest::DROP) does, and waits without limit; in a task of its own it
-    // does not wait.
+    // Stops the loop as stop(Rest::DROP) does, and waits without limit, but in a task of its own:
+    // so no task of another loop may do that while one of this waits for that loop.
     ~Loop();
     Loop(Loop const&) = delete;
     Loop& operator=(Loop const&) = delete;

@@ -1,12 +1,12 @@
-// What a Loop is given to do: any callable of up to 64 bytes, which it keeps without allocating; and
-// the handles on those that wait for their time or for a descriptor.
+// What a Loop is given to do: any callable of up to 64 bytes, which it keeps without allocating;
+// and the handles on those that wait for their time or for a descriptor.
 //
 //     TaskHandle reminder = loop.postAfter(std::chrono::seconds(5), [&] { remind(); });
 //     ...
 //     reminder.cancel();
 //
-//     ScopedTask const heartbeat = loop.every(std::chrono::seconds(1), [&] { beat(); });
-//     ...  // cancelled here, at the end of the scope
+//     ScopedTask const heartbeat = loop.every(std::chrono::seconds(1), [this] { beat(); });
+//     ...  // cancelled at the end of the scope
 
 #ifndef UTL_TASK_H
 #define UTL_TASK_H
@@ -39,9 +39,10 @@ struct TaskTypeOf {
 
     static_assert(IS_TOLD || std::is_invocable_v<Callable&>,
                   "A task is called without an argument, or by every() and watch() with a number.");
-    static_assert(sizeof(Callable) <= MOST_TASK_BYTES,
-                  "A task has 64 bytes at the most: let it hold a pointer, or a std::unique_ptr, to "
-                  "what is larger.");
+    static_assert(
+        sizeof(Callable) <= MOST_TASK_BYTES,
+        "A task has 64 bytes at the most: let it hold a pointer, or a std::unique_ptr, to "
+        "what is larger.");
     static_assert(alignof(Callable) <= alignof(std::max_align_t),
                   "A task is aligned as what operator new returns, and not more strictly.");
     static_assert(std::is_nothrow_move_constructible_v<Callable>,
@@ -80,9 +81,10 @@ public:
     explicit operator bool() const { return mTasks != nullptr; }
 
     // No call of the task begins once this has returned, on whatever thread; one that is under way
-    // is not waited for. True: it was taken back. False: it has begun for the only time, was
-    // cancelled before, or the loop has ended. What was taken back is destroyed here, or, where it
-    // is under way, when it returns.
+    // is not waited for, as nobody else is: where that matters, cancel on the loop's thread, as in
+    // loop.call([&] { handle.cancel(); }). True: it was taken back. False: it has begun for the
+    // only time, was cancelled before, or the loop has ended. What was taken back is destroyed
+    // here, or, where a call is under way, when that returns.
     bool cancel() const;
 
 private:
@@ -95,7 +97,8 @@ private:
     std::uint32_t mGeneration = 0;
 };
 
-// Cancels a task when it goes.
+// Cancels a task when it goes, as TaskHandle::cancel() does: what the task uses must live until a
+// call that is under way has returned.
 class ScopedTask {
 public:
     ScopedTask() = default;

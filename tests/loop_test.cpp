@@ -92,7 +92,9 @@ protected:
     }
 
     // Everything that was posted before has been done.
-    void settle() { EXPECT_TRUE(loop->call([] { return true; }).has_value()); }
+    void settle() {
+        EXPECT_TRUE(loop->call([] { return true; }).has_value());
+    }
 
     Counted counted() { return Counted(alive); }
 
@@ -416,8 +418,7 @@ TEST_F(LoopTest, NothingStarvesAnythingElse) {
     loop->post([&] { again(); });
     ScopedTask const always = loop->every(1ns, [&] { ++due; });
     ScopedTask const full = loop->watch(pair.ends[0], Loop::READABLE, [&] { ++ready; });
-    EXPECT_TRUE(
-        test::comesTrue([&] { return posted > 1000 && due > 1000 && ready > 1000; }));
+    EXPECT_TRUE(test::comesTrue([&] { return posted > 1000 && due > 1000 && ready > 1000; }));
     settle();
     isOver = true;
     loop->stop(Rest::RUN);
@@ -501,7 +502,8 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         Own own = Loop::make(options());
         std::optional<TaskHandle> handle = own->postAfter(1h, [one = counted()] {});
         own->post([one = counted()] {});
-        way(own,
+        way(
+            own,
             [&, one = std::make_shared<Counted>(alive)] {
                 std::lock_guard<std::mutex> const guard(isMade);
                 own->post([&, another = counted()] { record.add(1); });

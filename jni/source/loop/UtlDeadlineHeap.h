@@ -57,8 +57,7 @@ private:
     static std::uint32_t parentOf(std::uint32_t place) { return (place - 1) / BRANCHES; }
 
     static bool isBefore(Entry const& a, Entry const& b) {
-        return a.due != b.due ? a.due < b.due
-                              : static_cast<std::int32_t>(a.order - b.order) < 0;
+        return a.due != b.due ? a.due < b.due : static_cast<std::int32_t>(a.order - b.order) < 0;
     }
 
     void put(std::uint32_t place, Entry const& entry) {

@@ -24,8 +24,8 @@ void doNothing(void*) {}
 bool LoopThread::begin(LoopOptions const& options, LoopTasks& tasks) {
     ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &tasks;
     auto const aliveTime = static_cast<unsigned long>(options.watchdogAliveTime.count());
-    int const started = start(listener, aliveTime != 0 ? 1 : 0, aliveTime,
-                              options.watchdogListener, 1, 0, options.priority, 0);
+    int const started = start(listener, aliveTime != 0 ? 1 : 0, aliveTime, options.watchdogListener,
+                              1, 0, options.priority, 0);
     return started == REACHED && call(doNothing, nullptr);
 }
 

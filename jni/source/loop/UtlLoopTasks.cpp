@@ -110,8 +110,8 @@ TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t d
 }
 
 TaskHandle LoopTasks::watch(TaskType const& type, void* callable, int descriptor, unsigned events) {
-    bool const isWatchable = descriptor >= 0 && events != 0 &&
-                             (events & ~(Loop::READABLE | Loop::WRITABLE)) == 0;
+    bool const isWatchable =
+        descriptor >= 0 && events != 0 && (events & ~(Loop::READABLE | Loop::WRITABLE)) == 0;
     KeptTask* const task =
         isWatchable && isTakingTasks() ? take(mWatching, type, callable) : nullptr;
     if (task == nullptr) {

@@ -15,6 +15,9 @@ public:
     LoopThread(LoopOptions const& options, LoopTasks& tasks)
         : MsgDrivenThread(options.messageSize, options.mostMessages, options.name, 0, &tasks) {}
 
+    // Here already: the thread looks at what class this is until it has ended.
+    ~LoopThread() override { Thread::stop(1, 0); }
+
     // Whether it runs now.
     bool begin(LoopOptions const& options, LoopTasks& tasks);
 

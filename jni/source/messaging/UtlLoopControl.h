@@ -245,7 +245,7 @@ private:
     Event mIsShared{1, 0};  // the opposite, for who waits
     CacheDistance mBehindSending;
 
-    SlotRing mEntries;  // what is put in is guarded by the mutex
+    SlotRing mEntries;                            // what is put in is guarded by the mutex
     std::atomic<unsigned long> mHandledCount{0};  // written by the loop
 
     // Written with the mutex held. The answer is good while the asker has the request lock.

@@ -28,8 +28,8 @@ public:
     virtual unsigned long entryCount() const = 0;
     virtual unsigned long timerCount() const = 0;
 
-    // Any thread: how many entries wait; and how many tasks wait for any reason or, when the loop is
-    // over, have waited for nothing.
+    // Any thread: how many entries wait; and how many tasks wait for any reason or, when the loop
+    // is over, have waited for nothing.
     virtual unsigned long queuedCount() const = 0;
     virtual unsigned long waitingCount() const = 0;
 

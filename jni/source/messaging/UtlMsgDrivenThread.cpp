@@ -13,11 +13,11 @@ namespace utl {
 
 namespace {
 
-// What other waits take: 0 for no limit. One that is longer than they can be is as long as they can.
+// What other waits take: 0 for no limit. One that is longer than they can be is as long as they
+// can.
 unsigned long timeoutOf(std::chrono::milliseconds limit) {
     constexpr std::int64_t LONGEST = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<unsigned long>(
-        std::clamp<std::int64_t>(limit.count(), 0, LONGEST));
+    return static_cast<unsigned long>(std::clamp<std::int64_t>(limit.count(), 0, LONGEST));
 }
 
 }  // namespace

@@ -106,7 +106,9 @@ void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
 }
 
 StopResult MsgDrivenThread::Loop::stopResult(int result) const {
-    return {result, mControl->handledCount() - mHandledBefore.load(), leftCount()};
+    unsigned long const ran =
+        mControl->isClosed() ? mControl->handledCount() - mHandledBefore.load() : 0;
+    return {result, ran, leftCount()};
 }
 
 unsigned long MsgDrivenThread::Loop::leftCount() const {
@@ -122,8 +124,7 @@ int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
     Queuing queuing;
     {
         LoopControl::Access const access(*mControl);
-        if (!access || mControl->isClosed() ||
-            (needsLoop && mControl->hasEndedLocked())) {
+        if (!access || mControl->isClosed() || (needsLoop && mControl->hasEndedLocked())) {
             return 0;
         }
         queuing = queueLocked(msg);
