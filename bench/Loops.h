@@ -482,6 +482,17 @@ void latency(benchmark::State& state, Measure measure) {
     state.counters["p99"] = benchmark::Counter(late, benchmark::Counter::kAvgIterations);
 }
 
+template <typename Loop>
+void roundTrip(benchmark::State& state) {
+    Loop loop;
+    typename Loop::Sender sender(loop);
+    latency(state, [&] {
+        std::int64_t const begin = now();
+        sender.send();
+        return now() - begin;
+    });
+}
+
 }  // namespace bench
 
 #endif  // UTL_BENCH_LOOPS_H

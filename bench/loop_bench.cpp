@@ -240,17 +240,6 @@ private:
 
 // ---- the rows
 
-template <typename Loop>
-void callRoundTrip(benchmark::State& state) {
-    Loop loop;
-    typename Loop::Sender sender(loop);
-    latency(state, [&] {
-        std::int64_t const begin = now();
-        sender.send();
-        return now() - begin;
-    });
-}
-
 std::int64_t processTime() {
     timespec time;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -299,7 +288,7 @@ void registerPosting() {
 
 template <typename Loop>
 void registerCall() {
-    benchmark::RegisterBenchmark(row("call round trip", Loop::NAME).c_str(), callRoundTrip<Loop>)
+    benchmark::RegisterBenchmark(row("call round trip", Loop::NAME).c_str(), roundTrip<Loop>)
         ->UseManualTime()
         ->Iterations(1)
         ->Unit(benchmark::kMicrosecond);

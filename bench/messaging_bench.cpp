@@ -30,17 +30,6 @@ void wakeUp(benchmark::State& state) {
 }
 
 template <typename Loop>
-void roundTrip(benchmark::State& state) {
-    Loop loop;
-    typename Loop::Sender sender(loop);
-    latency(state, [&] {
-        std::int64_t const begin = now();
-        sender.send();
-        return now() - begin;
-    });
-}
-
-template <typename Loop>
 void registerPosting() {
     for (long const senders : {1, 4}) {
         std::string const name = "messaging/post, " + std::to_string(senders) +

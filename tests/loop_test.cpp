@@ -38,18 +38,6 @@ LoopOptions options(unsigned long mostTasks = 64, unsigned long mostTimers = 64)
     return options;
 }
 
-// Counts those of its kind, and those that are no shell that was moved from.
-struct Counted {
-    explicit Counted(std::atomic<int>& alive) : count(&alive) { ++*count; }
-    Counted(Counted&& other) noexcept : count(std::exchange(other.count, nullptr)) {}
-    ~Counted() {
-        if (count != nullptr) {
-            --*count;
-        }
-    }
-    std::atomic<int>* count;
-};
-
 // What was done, by several threads.
 class Record {
 public:
@@ -77,7 +65,7 @@ protected:
     void TearDown() override {
         released.open();
         loop.reset();
-        EXPECT_EQ(0, alive);
+        EXPECT_EQ(1, token.use_count());
         EXPECT_EQ(mDescriptors, test::openDescriptors());
         ManagerTest::TearDown();
     }
@@ -96,10 +84,8 @@ protected:
         EXPECT_TRUE(loop->call([] { return true; }).has_value());
     }
 
-    Counted counted() { return Counted(alive); }
-
     test::LogCapture log;
-    std::atomic<int> alive{0};
+    std::shared_ptr<int> const token = std::make_shared<int>(0);  // what tasks share
     Gate held;
     Gate released;
     Record record;
@@ -134,9 +120,7 @@ TEST_F(LoopTest, TasksAreDoneInTheOrderOfEachSenderAndDestroyedOnce) {
     std::atomic<int> wrong{0};
     auto const send = [&](int sender) {
         for (long i = 0; i < TASKS; ++i) {
-            auto task = [&, sender, i, one = counted()] {
-                wrong += last[sender].exchange(i) != i - 1;
-            };
+            auto task = [&, sender, i, one = token] { wrong += last[sender].exchange(i) != i - 1; };
             while (!loop->post(std::move(task))) {
                 std::this_thread::yield();
             }
@@ -147,16 +131,16 @@ TEST_F(LoopTest, TasksAreDoneInTheOrderOfEachSenderAndDestroyedOnce) {
     other.join();
     EXPECT_TRUE(test::comesTrue([&] { return last[0] + last[1] == 2 * TASKS - 2; }));
     EXPECT_EQ(0, wrong);
-    EXPECT_TRUE(test::comesTrue([&] { return alive == 0; }));
+    EXPECT_TRUE(test::comesTrue([&] { return token.use_count() == 1; }));
 }
 
 TEST_F(LoopTest, WhatIsFullLeavesTheTaskWithItsSender) {
     hold();
     for (int i = 1; i < 64; ++i) {  // and the one that holds the loop
-        EXPECT_TRUE(loop->post([one = counted()] {}));
-        EXPECT_TRUE(loop->postAfter(1h, [one = counted()] {}));
+        EXPECT_TRUE(loop->post([one = token] {}));
+        EXPECT_TRUE(loop->postAfter(1h, [one = token] {}));
     }
-    EXPECT_TRUE(loop->every(1h, [one = counted()] {}));
+    EXPECT_TRUE(loop->every(1h, [one = token] {}));
     auto task = [this, number = std::make_unique<long>(7)] { record.add(*number); };
     EXPECT_FALSE(loop->post(std::move(task)));
     EXPECT_FALSE(loop->postAfter(0s, std::move(task)));
@@ -214,28 +198,28 @@ TEST_F(LoopTest, DelayedTasksComeInTheOrderInWhichTheyAreDue) {
 }
 
 TEST_F(LoopTest, WhatWasTakenBackIsGoneAndItsHandleMeansNothingElse) {
-    std::optional<TaskHandle> handle = loop->postAfter(1h, [one = counted()] {});
+    std::optional<TaskHandle> handle = loop->postAfter(1h, [one = token] {});
     TaskHandle const copy = *handle;
-    EXPECT_EQ(1, alive);
+    EXPECT_EQ(2, token.use_count());
     EXPECT_TRUE(handle->cancel());
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(1, token.use_count());
     EXPECT_FALSE(copy.cancel());
 
     Gate done;
     {
-        ScopedTask const inSamePlace = loop->postAfter(1h, [one = counted()] {});
+        ScopedTask const inSamePlace = loop->postAfter(1h, [one = token] {});
         EXPECT_FALSE(copy.cancel());
-        EXPECT_EQ(1, alive);
+        EXPECT_EQ(2, token.use_count());
         ScopedTask moved = loop->postAfter(1ms, [&] { done.open(); });
         ScopedTask const kept = std::move(moved);
         EXPECT_TRUE(done.wait());
         settle();
         EXPECT_FALSE(kept.cancel());
     }
-    EXPECT_EQ(0, alive);
-    handle = loop->postAfter(1h, [one = counted()] {});
+    EXPECT_EQ(1, token.use_count());
+    handle = loop->postAfter(1h, [one = token] {});
     loop.reset();
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(1, token.use_count());
     EXPECT_FALSE(handle->cancel());
     EXPECT_FALSE(TaskHandle().cancel());
 }
@@ -377,7 +361,7 @@ TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {
     test::Counter closed;
     test::Counter bytes;
     TaskHandle const watched =
-        loop->watch(pair.ends[0], Loop::READABLE, [&, one = counted()](unsigned events) {
+        loop->watch(pair.ends[0], Loop::READABLE, [&, one = token](unsigned events) {
             EXPECT_EQ(Loop::CLOSED, events);
             closed.add();
         });
@@ -396,7 +380,7 @@ TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {
     settle();
     EXPECT_EQ(1u, closed.count());
     EXPECT_EQ(1u, log.count("is closed"));
-    EXPECT_TRUE(test::comesTrue([this] { return alive == 0; }));
+    EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
     EXPECT_FALSE(watched.cancel());
 }
 
@@ -439,10 +423,10 @@ TEST_F(LoopTest, AStopRunsTheRestOrDropsIt) {
         });
         entered.wait();
         for (int i = 0; i < 10; ++i) {
-            stopping->post([&, one = counted()] { ++ran; });
+            stopping->post([&, one = token] { ++ran; });
         }
-        stopping->postAfter(1h, [one = counted()] {});
-        stopping->every(1h, [one = counted()] {});
+        stopping->postAfter(1h, [one = token] {});
+        stopping->every(1h, [one = token] {});
         auto stopped = test::inThread([&] { return stopping->stop(rest, 1h); });
         EXPECT_TRUE(test::comesTrue([&] { return stopping->thread().hasRequestedStop(); }));
         EXPECT_FALSE(stopping->post([] {}) || stopping->postAfter(0s, [] {}));
@@ -454,7 +438,7 @@ TEST_F(LoopTest, AStopRunsTheRestOrDropsIt) {
         EXPECT_EQ(run, ran);
         EXPECT_EQ(run, result.ran);
         EXPECT_EQ(11 - run, result.dropped);
-        EXPECT_EQ(0, alive);
+        EXPECT_EQ(1, token.use_count());
         EXPECT_EQ(1u, log.count("Dropped:" + std::to_string(11 - run)));
         EXPECT_EQ(11 - run, stopping->stop(rest).dropped);
     }
@@ -472,17 +456,18 @@ TEST_F(LoopTest, NoTaskBeginsOnceTheTimeForTheRestIsOver) {
 }
 
 TEST_F(LoopTest, ATaskMayStopItsOwnLoop) {
-    Gate stopped;
-    loop->post([&] {
-        loop->post([&] { record.add(1); });
-        loop->postAfter(0s, [&] { record.add(2); });
-        EXPECT_EQ(WAIT_FAILED, loop->stop(Rest::DROP).result);
-        EXPECT_FALSE(loop->post([] {}));
-        stopped.open();
-    });
-    EXPECT_TRUE(stopped.wait());
-    EXPECT_EQ(2u, loop->stop(Rest::DROP).dropped);
-    EXPECT_EQ((Numbers{}), record.all());
+    for (Rest const rest : {Rest::RUN, Rest::DROP}) {
+        auto const own = Loop::make(options());
+        own->post([&] {
+            own->post([&] { record.add(1); });
+            own->postAfter(1h, [] {});
+            EXPECT_EQ(WAIT_FAILED, own->stop(rest).result);
+            EXPECT_FALSE(own->post([] {}));
+        });
+        EXPECT_EQ(REACHED, own->thread().waitTo(Thread::EXECUTED, 0));
+        EXPECT_EQ(rest == Rest::RUN ? 1u : 2u, own->stop(rest).dropped);
+    }
+    EXPECT_EQ((Numbers{1}), record.all());
 }
 
 // Whatever way the loop came to call it.
@@ -500,45 +485,37 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         Gate destroyed;
         std::mutex isMade;
         Own own = Loop::make(options());
-        std::optional<TaskHandle> handle = own->postAfter(1h, [one = counted()] {});
-        own->post([one = counted()] {});
+        std::optional<TaskHandle> handle = own->postAfter(1h, [one = token] {});
+        own->post([one = token] {});
         way(
             own,
-            [&, one = std::make_shared<Counted>(alive)] {
+            [&, one = token] {
                 std::lock_guard<std::mutex> const guard(isMade);
-                own->post([&, another = counted()] { record.add(1); });
+                own->post([&, another = token] { record.add(1); });
                 own.reset();
                 destroyed.open();
             },
             pair.ends[0]);
         EXPECT_TRUE(destroyed.wait());
-        EXPECT_TRUE(test::comesTrue([this] { return alive == 0; }));
+        EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
         EXPECT_FALSE(handle->cancel());
     }
     EXPECT_EQ((Numbers{}), record.all());
 }
 
-// Destroyed at the end, a task may still call the loop.
+// Whoever destroys it, the destructor of a task may call the loop.
 TEST_F(LoopTest, ADestructorMayCallTheLoop) {
-    struct Calling {
-        explicit Calling(Loop& ofLoop, std::atomic<int>& refusals)
-            : loop(&ofLoop), refused(&refusals) {}
-        Calling(Calling&& other) noexcept
-            : loop(std::exchange(other.loop, nullptr)), refused(other.refused) {}
-        ~Calling() {
-            if (loop != nullptr) {
-                *refused += !loop->post([] {}) + !loop->postAfter(1h, [] {}) + !loop->call([] {});
-            }
-        }
-        void operator()() {}
-        Loop* loop;
-        std::atomic<int>* refused;
-    };
     std::atomic<int> refused{0};
+    auto const task = [&] {
+        auto const ask = [&](int*) {
+            refused += !loop->post([] {}) + !loop->postAfter(1h, [] {}) + !loop->call([] {});
+        };
+        return [one = std::shared_ptr<int>(nullptr, ask)] {};
+    };
     hold();
-    loop->post(Calling(*loop, refused));
-    TaskHandle const takenBack = loop->postAfter(1h, Calling(*loop, refused));
-    loop->postAfter(1h, Calling(*loop, refused));
+    loop->post(task());
+    TaskHandle const takenBack = loop->postAfter(1h, task());
+    loop->postAfter(1h, task());
     auto const stopped = test::inThread([this] { return loop->stop(Rest::DROP).result; });
     EXPECT_TRUE(test::comesTrue([this] { return loop->thread().hasRequestedStop(); }));
     EXPECT_TRUE(takenBack.cancel());
@@ -589,7 +566,7 @@ TEST_F(LoopTest, AForkedChildHasNoLoop) {
     Pair pair;
     Gate done;
     int code = -1;
-    TaskHandle const waiting = loop->postAfter(1h, [one = counted()] {});
+    TaskHandle const waiting = loop->postAfter(1h, [one = token] {});
     auto const deny = [&] {
         bool const isDenied = !loop->post([] {}) && !loop->postAfter(0s, [] {}) &&
                               !loop->watch(pair.ends[0], Loop::READABLE, [] {}) &&
