@@ -69,6 +69,17 @@ public:
     std::atomic<std::int64_t> arrivedAt{0};
 };
 
+// A sender that finds the queue full yields and tries again.
+template <typename Loop>
+void postAll(Loop& loop, long count) {
+    typename Loop::Sender sender(loop);
+    for (long i = 0; i < count; ++i) {
+        while (!sender.post()) {
+            std::this_thread::yield();
+        }
+    }
+}
+
 // ---- the library
 
 class PayloadMsg : public utl::Msg {
@@ -433,17 +444,6 @@ private:
 #endif
 
 // ---- what is measured
-
-// A sender that finds the queue full yields and tries again.
-template <typename Loop>
-void postAll(Loop& loop, long count) {
-    typename Loop::Sender sender(loop);
-    for (long i = 0; i < count; ++i) {
-        while (!sender.post()) {
-            std::this_thread::yield();
-        }
-    }
-}
 
 template <typename Loop>
 void post(benchmark::State& state, long senders) {

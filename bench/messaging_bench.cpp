@@ -2,7 +2,11 @@
 // taken, wake-ups of a loop that sleeps, and round trips.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -27,6 +31,38 @@ void wakeUp(benchmark::State& state) {
         loop.await(++posted);
         return loop.arrivedAt.load(std::memory_order_relaxed) - begin;
     });
+}
+
+template <typename Loop>
+// How often the other threads of the process have left the processor to wait for something.
+long waits() {
+    long sum = 0;
+    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(task.path() / "status");
+        std::string word;
+        while (status >> word && word != "voluntary_ctxt_switches:") {
+        }
+        long count = 0;
+        status >> count;
+        sum += task.path().filename() != std::to_string(getpid()) ? count : 0;
+    }
+    return sum;
+}
+
+// The time says nothing; the counter how often any of them was woken.
+void idle(benchmark::State& state) {
+    std::vector<std::unique_ptr<Utl>> loops;
+    for (int i = 0; i < 32; ++i) {
+        loops.push_back(std::make_unique<Utl>());
+        typename Utl::Sender(*loops.back()).send();
+    }
+    // By then the watchdog has found that there is nobody to watch, and rests.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    long const before = waits();
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+    }
+    state.counters["wake-ups"] = static_cast<double>(waits() - before);
 }
 
 template <typename Loop>
@@ -62,6 +98,10 @@ int main(int argc, char** argv) {
     registerPosting<Pipe>();
     registerRoundTrip<Utl>();
     registerRoundTrip<Pipe>();
+    benchmark::RegisterBenchmark("messaging/idle, 32 threads, 2 s/wake-ups", idle)
+        ->UseRealTime()
+        ->Iterations(1)
+        ->Unit(benchmark::kSecond);
 #ifdef UTL_BENCH_UV
     registerPosting<Uv>();
 #endif

@@ -6,6 +6,7 @@
 #include <bitset>
 #include <climits>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -32,19 +33,17 @@ std::string bitsOf(Bytes const& bytes) {
     return bits;
 }
 
-TEST(BitStreamTest, ReadsTheMostSignificantBitFirstWhetherWrittenOrNot) {
-    Bytes bytes{0xA5, 0x0F, 0x3C, 0x96}, data{0x11, 0x22, 0x33};
-    BitStream stream(bytes.data(), bytes.size());
-    EXPECT_EQ(0xAu, stream.readBitToUint8(4, HERE));
-    EXPECT_EQ(0x50u, stream.readBitToUint8(8, HERE));
-    EXPECT_EQ(0xFu, stream.readBitToUint8(4, HERE));
-    EXPECT_EQ(0x50F3u, stream.readBitToUint16(16, 4));
-    EXPECT_EQ(0xA50F3C96u, stream.readBitToUint32(32, 0));
-    EXPECT_EQ(0x250F3C96u, stream.readBitToUint64(31, 1));
-    stream.readBitData(data.data(), 12, HERE);
-    EXPECT_EQ((Bytes{0x3C, 0x90, 0x33}), data);
-    EXPECT_EQ("28/0", stateOf(stream));
-}
+// Access to fields of a type.
+struct Field {
+    unsigned long width;
+    std::function<std::uint64_t(Stream&, unsigned long bits, int offset)> read;
+    std::function<void(Stream&, std::uint64_t value, unsigned long bits, int offset)> write;
+};
+
+Field const FIELDS[] = {{8, &Stream::readBitToUint8, &Stream::writeBitToUint8},
+                        {16, &Stream::readBitToUint16, &Stream::writeBitToUint16},
+                        {32, &Stream::readBitToUint32, &Stream::writeBitToUint32},
+                        {64, &Stream::readBitToUint64, &Stream::writeBitToUint64}};
 
 TEST(BitStreamTest, OnlyAUsableBufferIsTakenOver) {
     Bytes bytes{0xA5, 0x0F};
@@ -67,23 +66,15 @@ TEST(BitStreamTest, OnlyAUsableBufferIsTakenOver) {
 }
 
 TEST(BitStreamTest, AFieldHasNoMoreBitsThanItsType) {
-    void (*const accesses[])(Stream&, unsigned long) = {
-        [](Stream& s, unsigned long bits) { s.readBitToUint8(bits, 0); },
-        [](Stream& s, unsigned long bits) { s.readBitToUint16(bits, 0); },
-        [](Stream& s, unsigned long bits) { s.readBitToUint32(bits, 0); },
-        [](Stream& s, unsigned long bits) { s.readBitToUint64(bits, 0); },
-        [](Stream& s, unsigned long bits) { s.writeBitToUint8(0, bits, 0); },
-        [](Stream& s, unsigned long bits) { s.writeBitToUint16(0, bits, 0); },
-        [](Stream& s, unsigned long bits) { s.writeBitToUint32(0, bits, 0); },
-        [](Stream& s, unsigned long bits) { s.writeBitToUint64(0, bits, 0); },
-    };
-    for (int i = 0; i < 8; ++i) {
+    for (Field const& field : FIELDS) {
         Bytes bytes(9);
-        BitStream stream(bytes.data(), bytes.size());
-        accesses[i](stream, 8ul << i % 4);
-        EXPECT_FALSE(stream.hasError()) << i;
-        accesses[i](stream, (8ul << i % 4) + 1);
-        EXPECT_TRUE(stream.hasError()) << i;
+        BitStream read(bytes.data(), bytes.size()), written(bytes.data(), bytes.size());
+        field.read(read, field.width, 0);
+        field.write(written, 0, field.width, 0);
+        EXPECT_FALSE(read.hasError() || written.hasError()) << field.width;
+        field.read(read, field.width + 1, 0);
+        field.write(written, 0, field.width + 1, 0);
+        EXPECT_TRUE(read.hasError() && written.hasError()) << field.width;
     }
 }
 
@@ -123,56 +114,51 @@ struct Step {
     unsigned long bytes = 0xA50F3C96;  // the first four
 };
 
-class BitStreamStepTest : public ::testing::TestWithParam<Step> {};
-
-TEST_P(BitStreamStepTest, ChangesThisAndWhatIsRefusedStopsAllAccess) {
-    Bytes bytes{0xA5, 0x0F, 0x3C, 0x96, 0, 0, 0, 0, 0}, data(4, 0x11);
-    BitStream stream(bytes.data(), bytes.size());
-    stream.seekBitOffset(16, 0);
-    stream.seekBitOffset(8, 0);
-    GetParam().make(stream);
-    EXPECT_EQ(GetParam().state, stateOf(stream));
-    if (stream.hasError()) {
-        EXPECT_EQ(0u, stream.readBitToUint64(24, HERE));
-        stream.writeBitToUint8(0, 8, HERE);
-        stream.writeBitData(data.data(), 8, HERE);
-        stream.readBitData(data.data(), 8, HERE);
-        copyTo(stream, 8, HERE);
-        stream.seekBitOffset(16, 1);  // which the flag does not stop
-        EXPECT_EQ("24/24!", stateOf(stream));
+TEST(BitStreamTest, AStepChangesThisAndWhatIsRefusedStopsAllAccess) {
+    Step const steps[] = {
+        {"SumThatWraps", [](Stream& s) { s.writeBitData(sourceBytes, ~0ul, HERE); }, "8/16!"},
+        {"NoneAnywhere", [](Stream& s) { s.writeBitToUint8(0, 0, -2); }, "8/16"},
+        {"Negative", [](Stream& s) { s.readBitToUint8(1, -2); }, "8/16!"},
+        {"UpToTheEnd", [](Stream& s) { s.readBitToUint64(64, HERE); }, "72/16"},
+        {"OneMore", [](Stream& s) { s.writeBitData(sourceBytes, 65, HERE); }, "8/16!"},
+        {"OneMoreThere", [](Stream& s) { s.writeBitToUint8(0, 7, 66); }, "8/16!"},
+        {"FarAway", [](Stream& s) { s.readBitToUint8(1, INT_MAX); }, "8/16!"},
+        {"ReadToNull", [](Stream& s) { s.readBitData({}, 0, 0); }, "8/16!"},
+        {"WriteNull", [](Stream& s) { s.writeBitData({}, 0, 0); }, "8/16!"},
+        {"ClearAndFill", [](Stream& s) { s.clear(true); }, "0/0", 0},
+        {"SeekBack", [](Stream& s) { s.seekBitOffset(0 - 7ul, 1); }, "1/16"},
+        {"SeekBackIn32Bits", [](Stream& s) { s.seekBitOffset(0xFFFFFFF9, 1); }, "1/16"},
+        {"SeekBehindTheData", [](Stream& s) { s.seekBitOffset(56, 2); }, "72/72"},
+        {"SeekTooFar", [](Stream& s) { s.seekBitOffset(57, 2); }, "8/16!"},
+        {"SeekFromNowhere", [](Stream& s) { s.seekBitOffset(0, 3); }, "8/16!"},
+        {"Data", [](Stream& s) { s.writeBitData(sourceBytes, 11, HERE); }, "19/19", 0xA5A5DC96},
+        {"CopyToABoundary", [](Stream& s) { copyTo(s, 13, 16); }, "8/29", 0xA50FA5C3},
+        {"CopyElsewhere", [](Stream& s) { copyTo(s, 13, 4); }, "8/17", 0xAA583C96},
+        {"CopyFullElsewhere", [](Stream& s) { copyTo(s, 16, 12); }, "8/20", 0xA50A5C96},
+        {"CopyOneElsewhere", [](Stream& s) { copyTo(s, 8, 20); }, "8/16"},
+        {"CopyNothing", [](Stream& s) { copyTo(s, 0, -2); }, "8/16"},
+        {"CopyItself", [](Stream& s) { s.copy(s, HERE); }, "24/24", 0xA5A50F96}};
+    for (Step const& step : steps) {
+        SCOPED_TRACE(step.name);
+        Bytes bytes{0xA5, 0x0F, 0x3C, 0x96, 0, 0, 0, 0, 0}, data(4, 0x11);
+        BitStream stream(bytes.data(), bytes.size());
+        stream.seekBitOffset(16, 0);
+        stream.seekBitOffset(8, 0);
+        step.make(stream);
+        EXPECT_EQ(step.state, stateOf(stream));
+        if (stream.hasError()) {
+            EXPECT_EQ(0u, stream.readBitToUint64(24, HERE));
+            stream.writeBitToUint8(0, 8, HERE);
+            stream.writeBitData(data.data(), 8, HERE);
+            stream.readBitData(data.data(), 8, HERE);
+            copyTo(stream, 8, HERE);
+            stream.seekBitOffset(16, 1);  // which the flag does not stop
+            EXPECT_EQ("24/24!", stateOf(stream));
+        }
+        EXPECT_EQ(std::bitset<32>(step.bytes).to_string() + std::string(40, '0'), bitsOf(bytes));
+        EXPECT_EQ(Bytes(4, 0x11), data);
     }
-    EXPECT_EQ(std::bitset<32>(GetParam().bytes).to_string() + std::string(40, '0'), bitsOf(bytes));
-    EXPECT_EQ(Bytes(4, 0x11), data);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Of, BitStreamStepTest,
-    ::testing::Values(
-        Step{"SumThatWraps", [](Stream& s) { s.writeBitData(sourceBytes, ~0ul, HERE); }, "8/16!"},
-        Step{"NoneAnywhere", [](Stream& s) { s.writeBitToUint8(0, 0, -2); }, "8/16"},
-        Step{"Negative", [](Stream& s) { s.readBitToUint8(1, -2); }, "8/16!"},
-        Step{"UpToTheEnd", [](Stream& s) { s.readBitToUint64(64, HERE); }, "72/16"},
-        Step{"OneMore", [](Stream& s) { s.writeBitData(sourceBytes, 65, HERE); }, "8/16!"},
-        Step{"OneMoreThere", [](Stream& s) { s.writeBitToUint8(0, 7, 66); }, "8/16!"},
-        Step{"FarAway", [](Stream& s) { s.readBitToUint8(1, INT_MAX); }, "8/16!"},
-        Step{"ReadToNull", [](Stream& s) { s.readBitData({}, 0, 0); }, "8/16!"},
-        Step{"WriteNull", [](Stream& s) { s.writeBitData({}, 0, 0); }, "8/16!"},
-        Step{"ClearAndFill", [](Stream& s) { s.clear(true); }, "0/0", 0},
-        Step{"SeekBack", [](Stream& s) { s.seekBitOffset(0 - 7ul, 1); }, "1/16"},
-        Step{"SeekBackIn32Bits", [](Stream& s) { s.seekBitOffset(0xFFFFFFF9, 1); }, "1/16"},
-        Step{"SeekBehindTheData", [](Stream& s) { s.seekBitOffset(56, 2); }, "72/72"},
-        Step{"SeekTooFar", [](Stream& s) { s.seekBitOffset(57, 2); }, "8/16!"},
-        Step{"SeekFromNowhere", [](Stream& s) { s.seekBitOffset(0, 3); }, "8/16!"},
-        Step{"Here", [](Stream& s) { s.writeBitToUint32(0x205, 9, HERE); }, "17/17", 0xA502BC96},
-        Step{"There", [](Stream& s) { s.writeBitToUint16(0xFFFE, 9, 15); }, "8/24", 0xA50FFE96},
-        Step{"Data", [](Stream& s) { s.writeBitData(sourceBytes, 11, HERE); }, "19/19", 0xA5A5DC96},
-        Step{"CopyToABoundary", [](Stream& s) { copyTo(s, 13, 16); }, "8/29", 0xA50FA5C3},
-        Step{"CopyElsewhere", [](Stream& s) { copyTo(s, 13, 4); }, "8/17", 0xAA583C96},
-        Step{"CopyFullElsewhere", [](Stream& s) { copyTo(s, 16, 12); }, "8/20", 0xA50A5C96},
-        Step{"CopyOneElsewhere", [](Stream& s) { copyTo(s, 8, 20); }, "8/16"},
-        Step{"CopyNothing", [](Stream& s) { copyTo(s, 0, -2); }, "8/16"},
-        Step{"CopyItself", [](Stream& s) { s.copy(s, HERE); }, "24/24", 0xA5A50F96}),
-    [](auto const& step) { return std::string(step.param.name); });
 
 // Inside one memory, with the buffer in the middle, so that many transfers overlap. In a text, each
 // of them is a replacement.
@@ -186,28 +172,25 @@ TEST(BitStreamPlainFormTest, TransfersTheSameBits) {
         std::string expected = bitsOf(memory);
         unsigned long const start = pick(ROOM), place = pick(3) == 0 ? BEGIN : pick(SIZE);
         unsigned long const bits = 1 + pick(std::min(ROOM - start, 8 * (SIZE - place)));
-        unsigned long const from = 8 * place, to = 8 * BEGIN + start, field = std::min(bits, 64ul);
+        unsigned long const from = 8 * place, to = 8 * BEGIN + start;
         SCOPED_TRACE(::testing::Message() << bits << " bits, from " << from << ", to " << to);
         BitStream stream(&memory[BEGIN], ROOM / 8), source(&memory[place], SIZE - place);
         source.seekBitOffset(bits, 0);
         int const offset = static_cast<int>(start);
 
         std::uint64_t const value = std::uint64_t{random()} << 32 | random();
-        stream.writeBitToUint64(value, field, offset);
-        expected.replace(to, field, std::bitset<64>(value).to_string(), 64 - field);
-        EXPECT_EQ(expected, bitsOf(memory));
-        EXPECT_EQ(std::bitset<64>(expected.substr(to, field)).to_ullong(),
-                  stream.readBitToUint64(field, offset));
-
-        unsigned long const few = std::min(bits, 32ul);
+        Field const& field = FIELDS[pick(4)];
+        unsigned long const few = std::min(bits, field.width);
+        int const where = pick(2) == 0 ? HERE : offset;
         stream.seekBitOffset(start, 0);
-        stream.writeBitToUint32(static_cast<std::uint32_t>(value >> 7), few, HERE);
-        expected.replace(to, few, std::bitset<32>(value >> 7).to_string(), 32 - few);
+        field.write(stream, value, few, where);
+        expected.replace(to, few, std::bitset<64>(value).to_string(), 64 - few);
         EXPECT_EQ(expected, bitsOf(memory));
         stream.seekBitOffset(start, 0);
-        EXPECT_EQ(std::bitset<32>(expected.substr(to, few)).to_ulong(),
-                  stream.readBitToUint32(few, HERE));
-        EXPECT_EQ(start + few, stream.getBitPosition());
+        EXPECT_EQ(std::bitset<64>(expected.substr(to, few)).to_ullong(),
+                  field.read(stream, few, where));
+        EXPECT_EQ(where == HERE ? start + few : start, stream.getBitPosition());
+        EXPECT_EQ(start + few, stream.getBitStreamBitSize());
 
         stream.writeBitData(&memory[place], bits, offset);
         expected.replace(to, bits, expected.substr(from, bits));

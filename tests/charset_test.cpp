@@ -28,19 +28,11 @@ void expectStored(Text const& expected,
                   unsigned long (*convert)(Unit*, unsigned long, Source const*),
                   Source const* src) {
     SCOPED_TRACE(::testing::PrintToString(expected));
-    std::vector<Unit> stored(expected.begin(), expected.end());
-    stored.push_back(0);
-    unsigned long const needed = stored.size();
-    for (unsigned long size = 0; size <= needed; ++size) {
-        std::vector<Unit> dst(size + 1, FENCE);
-        EXPECT_EQ(size == 0 || size == needed ? needed : NONE, convert(dst.data(), size, src));
-        EXPECT_EQ(FENCE, dst.back()) << size;
-        dst.pop_back();
-        EXPECT_TRUE(size < needed || dst == stored);
-    }
-    EXPECT_EQ(needed, convert(nullptr, 0, src));
-    EXPECT_EQ(NONE, convert(nullptr, needed, src));
-    EXPECT_EQ(NONE, convert(stored.data(), needed, nullptr));
+    Unit unit = FENCE;
+    std::vector<Unit> const units(expected.begin(), expected.end());
+    EXPECT_TRUE((plain::converts<Unit, Source>(convert, src, units)));
+    EXPECT_EQ(NONE, convert(nullptr, expected.size() + 1, src));
+    EXPECT_EQ(NONE, convert(&unit, 1, nullptr));
 }
 
 TEST(SjisTest, EveryCodeBecomesWhatIconvMakesOfIt) {
@@ -89,29 +81,34 @@ TEST(SjisTest, TextIsConvertedWholeOrNotAtAll) {
 }
 
 TEST(SjisTest, OneCharacterTellsWhatItTook) {
-    auto const expect = [](char const* sjis, unsigned long consumed, std::string const& utf8,
-                           unsigned short unit, unsigned long utf16Result) {
-        SCOPED_TRACE(::testing::PrintToString(sjis));
+    struct {
+        char const* sjis;
+        unsigned long consumed;
+        std::string utf8;
+        unsigned short unit;
+        unsigned long utf16Result;
+    } const cases[] = {{"\x82\xA0z", 2, "\u3042", 0x3042, 1},
+                       {"\x85\x40z", 2, "\0"s, 0, 1},
+                       {"\x82", 1, "\0"s, 0, 1},
+                       {"\xB1z", 1, "\uFF71", 0xFF71, 1},
+                       {"\x81\x4Cz", 2, "\u00B4", 0x00B4, 1},
+                       {"\xA0z", 1, "\xA0", 0x00A0, 2},
+                       {"", 1, "\0"s, 0, 2}};
+    for (auto const& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.sjis));
         unsigned long taken = 0;
         for (unsigned long size = 0; size <= 3; ++size) {
-            bool const fits = size >= utf8.size();
+            bool const fits = size >= c.utf8.size();
             std::string dst(3, FENCE);
-            EXPECT_EQ(fits || size == 0 ? utf8.size() : NONE,
-                      convertCharFromSjisToUtf8(dst.data(), size, sjis, &taken));
-            EXPECT_EQ(fits ? utf8 + std::string(3 - utf8.size(), FENCE) : "###", dst);
-            EXPECT_EQ(consumed, std::exchange(taken, 0));
+            EXPECT_EQ(fits || size == 0 ? c.utf8.size() : NONE,
+                      convertCharFromSjisToUtf8(dst.data(), size, c.sjis, &taken));
+            EXPECT_EQ(fits ? c.utf8 + std::string(3 - c.utf8.size(), FENCE) : "###", dst);
+            EXPECT_EQ(c.consumed, std::exchange(taken, 0));
         }
         unsigned short stored = FENCE;
-        EXPECT_EQ(utf16Result, convertCharFromSjisToUtf16(&stored, sjis, &taken));
-        EXPECT_TRUE(stored == unit && taken == consumed);
-    };
-    expect("\x82\xA0z", 2, "\u3042", 0x3042, 1);
-    expect("\x85\x40z", 2, "\0"s, 0, 1);
-    expect("\x82", 1, "\0"s, 0, 1);
-    expect("\xB1z", 1, "\uFF71", 0xFF71, 1);
-    expect("\x81\x4Cz", 2, "\u00B4", 0x00B4, 1);
-    expect("\xA0z", 1, "\xA0", 0x00A0, 2);
-    expect("", 1, "\0"s, 0, 2);
+        EXPECT_EQ(c.utf16Result, convertCharFromSjisToUtf16(&stored, c.sjis, &taken));
+        EXPECT_TRUE(stored == c.unit && taken == c.consumed);
+    }
 }
 
 TEST(Utf16Test, TextBecomesUtf8) {
@@ -214,18 +211,15 @@ TEST(CharSetTest, NothingBecomesNothing) {
 
 // Long enough for every stretch that is converted at once, with pieces that end in any place of it.
 TEST(RandomTextTest, IsConvertedCharacterByCharacter) {
-    std::vector<std::string> const sjis = {"a",        "7 words ", "\x82\xA0", "\x8A\xBF\x8E\x9A",
-                                           "\x81\x4C", "\xB1",     "\x85\x40", "\x81",
-                                           "\xF0",     "\xFC\x4C"};
-    std::vector<std::string> const utf8 = {
-        "a",      "7 words ", "\u3042",       "\u3042\u6F22\u5B57",
-        "\u00E9", "\u0800",   "\uFEFF\uFF21", "\U0001F600"};
-    std::vector<std::string> const malformed = {"\xE3\x81", "\xC0\x80", "\xE0\x9F\xBF", "\xF8",
-                                                "\x80"};
+    using Texts = std::vector<std::string>;
+    Texts const sjis = {"a",        "7 words ", "\x82\xA0", "\x8A\xBF\x8E\x9A", "\x81\x4C", "\xB1",
+                        "\x85\x40", "\x81",     "\xF0",     "\xFC\x4C"};
+    Texts const utf8 = {"a",      "7 words ", "\u3042",       "\u3042\u6F22\u5B57",
+                        "\u00E9", "\u0800",   "\uFEFF\uFF21", "\U0001F600"};
+    Texts const malformed = {"\xE3\x81", "\xC0\x80", "\xE0\x9F\xBF", "\xF8", "\x80"};
     std::vector<Units> const utf16 = {
-        {'a'},   Units(11, 'b'), {0x3042},         {0x6F22, 0x5B57, 0xFF21},
-        {0xE9},  {0x7FF, 0x800}, {0xD83D, 0xDE00}, {0xFEFF},
-        {0xFFFE}};
+        {'a'},  Units(11, 'b'), {0x3042},         {0x6F22, 0x5B57, 0xFF21},
+        {0xE9}, {0x7FF, 0x800}, {0xD83D, 0xDE00}, {0xFEFF, 0xFFFE}};
     std::mt19937 random(932);
     auto const append = [&random](auto& text, auto const& pieces, unsigned long kinds) {
         auto const& piece = pieces[random() % kinds];

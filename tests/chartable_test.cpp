@@ -58,46 +58,34 @@ TEST(CharClassTest, HoldsExactlyItsCharacters) {
     } const classes[] = {
     // clang-format off
 #define CLASS(table, ...) {#table, table, __VA_ARGS__}
+#define BOTH_WIDTHS(a, z, count, han, zen) CLASS(a##HAN_##z, count, han), CLASS(a##ZEN_##z, count, zen)
         CLASS(KAIGYO_TBL, 2, "\r\n"),
         CLASS(TAB_FF_TBL, 3, "\t\v\f"),
         CLASS(CTL_OTHER_TBL, 27, "\1\2\3\4\5\6\7\x08\x0E\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18"
                                  "\x19\x1A\x1B\x1C\x1D\x1E\x1F\x7F"),
-        CLASS(HAN_SPACE_TBL, 1, " "),
-        CLASS(ZEN_SPACE_TBL, 1, "\u3000"),
-        CLASS(HAN_MARK_TBL, 32, HAN_MARKS),
-        CLASS(ZEN_MARK_TBL, 32, ZEN_MARKS),
-        CLASS(HAN_DIGIT_TBL, 10, "0123456789"),
-        CLASS(ZEN_DIGIT_TBL, 10, "０１２３４５６７８９"),
-        CLASS(HAN_SIGN_TBL, 2, "+-"),
-        CLASS(ZEN_SIGN_TBL, 2, "＋－"),
-        CLASS(HAN_HEX_PREFIX_TBL, 1, "0x"),
-        CLASS(ZEN_HEX_PREFIX_TBL, 1, "０ｘ"),
-        CLASS(HAN_HEX_SUFFIX_TBL, 2, "Hh"),
-        CLASS(ZEN_HEX_SUFFIX_TBL, 2, "Ｈｈ"),
-        CLASS(LOWER_HAN_HEX_ALPHA_TBL, 6, "abcdef"),
-        CLASS(LOWER_ZEN_HEX_ALPHA_TBL, 6, "ａｂｃｄｅｆ"),
-        CLASS(UPPER_HAN_HEX_ALPHA_TBL, 6, "ABCDEF"),
-        CLASS(UPPER_ZEN_HEX_ALPHA_TBL, 6, "ＡＢＣＤＥＦ"),
-        CLASS(LOWER_HAN_NOHEX_ALPHA_TBL, 20, "ghijklmnopqrstuvwxyz"),
-        CLASS(LOWER_ZEN_NOHEX_ALPHA_TBL, 20, "ｇｈｉｊｋｌｍｎｏｐｑｒｓｔｕｖｗｘｙｚ"),
-        CLASS(UPPER_HAN_NOHEX_ALPHA_TBL, 20, "GHIJKLMNOPQRSTUVWXYZ"),
-        CLASS(UPPER_ZEN_NOHEX_ALPHA_TBL, 20, "ＧＨＩＪＫＬＭＮＯＰＱＲＳＴＵＶＷＸＹＺ"),
+        BOTH_WIDTHS(, SPACE_TBL, 1, " ", "\u3000"),
+        BOTH_WIDTHS(, MARK_TBL, 32, HAN_MARKS, ZEN_MARKS),
+        BOTH_WIDTHS(, DIGIT_TBL, 10, "0123456789", "０１２３４５６７８９"),
+        BOTH_WIDTHS(, SIGN_TBL, 2, "+-", "＋－"),
+        BOTH_WIDTHS(, HEX_PREFIX_TBL, 1, "0x", "０ｘ"),
+        BOTH_WIDTHS(, HEX_SUFFIX_TBL, 2, "Hh", "Ｈｈ"),
+        BOTH_WIDTHS(LOWER_, HEX_ALPHA_TBL, 6, "abcdef", "ａｂｃｄｅｆ"),
+        BOTH_WIDTHS(UPPER_, HEX_ALPHA_TBL, 6, "ABCDEF", "ＡＢＣＤＥＦ"),
+        BOTH_WIDTHS(LOWER_, NOHEX_ALPHA_TBL, 20, LOWER.substr(6), ZEN_LOWER.substr(18)),
+        BOTH_WIDTHS(UPPER_, NOHEX_ALPHA_TBL, 20, UPPER.substr(6), ZEN_UPPER.substr(18)),
+        BOTH_WIDTHS(, DAKUTEN_TBL, 1, "\uFF9E", "\u309B"),
+        BOTH_WIDTHS(, HANDAKUTEN_TBL, 1, "\uFF9F", "\u309C"),
         CLASS(NODAKU_HAN_KATA_TBL, 61, "｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ"),
         CLASS(NODAKU_ZEN_KATA_TBL, 67, "。「」、・" + ZEN_PLAIN + "ヰヱヵヶヽ" + ZEN_SMALL + "ヮー"),
+        CLASS(NODAKU_HIRA_TBL, 65, "。「」、・" + HIRA_PLAIN + "ゐゑゝ" + HIRA_SMALL + "ゎー"),
         CLASS(DAKU_HAN_KATA_TBL, 22, HAN_DAKU + "ｳﾞ\uFF9E"),
         CLASS(DAKU_ZEN_KATA_TBL, 23, ZEN_DAKU + "ヴヾ\u309B"),
-        CLASS(HANDAKU_HAN_KATA_TBL, 6, HAN_HANDAKU + "\uFF9F"),
-        CLASS(HANDAKU_ZEN_KATA_TBL, 6, ZEN_HANDAKU + "\u309C"),
+        CLASS(DAKU_HIRA_TBL, 27, "。「」、・" + HIRA_DAKU + "ゞ\u309B"),
+        BOTH_WIDTHS(HANDAKU_, KATA_TBL, 6, HAN_HANDAKU + "\uFF9F", ZEN_HANDAKU + "\u309C"),
+        CLASS(HANDAKU_HIRA_TBL, 11, "。「」、・" + HIRA_HANDAKU + "\u309C"),
         CLASS(HAN_KATA_YOUSOKU_TBL, 9, "ｧｨｩｪｫｬｭｮｯ"),
         CLASS(ZEN_KATA_YOUSOKU_TBL, 10, ZEN_SMALL + "ヮ"),
-        CLASS(NODAKU_HIRA_TBL, 65, "。「」、・" + HIRA_PLAIN + "ゐゑゝ" + HIRA_SMALL + "ゎー"),
-        CLASS(DAKU_HIRA_TBL, 27, "。「」、・" + HIRA_DAKU + "ゞ\u309B"),
-        CLASS(HANDAKU_HIRA_TBL, 11, "。「」、・" + HIRA_HANDAKU + "\u309C"),
         CLASS(HIRA_YOUSOKU_TBL, 10, HIRA_SMALL + "ゎ"),
-        CLASS(HAN_DAKUTEN_TBL, 1, "\uFF9E"),
-        CLASS(ZEN_DAKUTEN_TBL, 1, "\u309B"),
-        CLASS(HAN_HANDAKUTEN_TBL, 1, "\uFF9F"),
-        CLASS(ZEN_HANDAKUTEN_TBL, 1, "\u309C"),
         // clang-format on
     };
     for (auto const& expected : classes) {
@@ -238,9 +226,10 @@ TEST(ConvertAttribRandomTest, EqualsThePlainWay) {
             // Some are empty; "\xE3" is no character, but many begin with it.
             from = pick(isLarge ? 600 : 20) == 0 ? "\xE3" : makeText(isLarge ? 3 : pick(4));
             to = makeText(pick(4));
-            DualText const source{from.c_str(), nullptr};
-            DualText const target{to.c_str(), nullptr};
-            table.push_back(reverse != 0 ? PairAttrib{target, source} : PairAttrib{source, target});
+            table.push_back({{from.c_str(), nullptr}, {to.c_str(), nullptr}});
+            if (reverse != 0) {
+                std::swap(table.back().first, table.back().second);
+            }
         }
         table.push_back({});
         std::string src = makeText(pick(12)) + (pick(4) == 0 ? "\x81" : "") + makeText(2);

@@ -10,6 +10,7 @@
 
 #include <fstream>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -20,12 +21,13 @@
 #include "foundation/UtlBlockingCall.h"
 #include "support/LogCapture.h"
 #include "support/Process.h"
-#include "support/Scratch.h"
+#include "support/TextFile.h"
 
 namespace {
 
 using namespace std::string_literals;
 using test::LogCapture;
+using test::OpenFile;
 using test::Scratch;
 using utl::File;
 
@@ -47,6 +49,8 @@ extern "C" int fsync(int descriptor) {
 
 namespace {
 
+using FileTest = test::ScratchTest;
+
 std::string read(File& file) {
     char bytes[64];
     long const got = file.read(bytes, sizeof bytes);
@@ -63,7 +67,7 @@ std::string written(int mode, int access) {
     return (isOpen ? "" : "refused, ") + scratch.content("file");
 }
 
-TEST(FileTest, OpensInTheModesOfTheAccess) {
+TEST_F(FileTest, OpensInTheModesOfTheAccess) {
     EXPECT_EQ("old", written(File::AS_IT_IS, File::READ));
     EXPECT_EQ("old", written(File::APPEND, File::READ));
     EXPECT_EQ("refused, old", written(File::EMPTY, File::READ));
@@ -74,8 +78,7 @@ TEST(FileTest, OpensInTheModesOfTheAccess) {
     EXPECT_EQ("refused, old", written(File::AS_IT_IS, 3));
 }
 
-TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
-    Scratch const scratch;
+TEST_F(FileTest, WritingMakesTheFileAndItsDirectories) {
     File file(scratch("a\\b/file"), UTF8);
     utl::BasicString<char> path;
     char room[260];
@@ -96,10 +99,8 @@ TEST(FileTest, WritingMakesTheFileAndItsDirectories) {
     EXPECT_TRUE(File(scratch("a\\b"), UTF8).isDirectory());
 }
 
-TEST(FileTest, ClosingSetsTheModeOfTheFileThatWasWritten) {
-    Scratch const scratch;
-    File file(scratch("file"), UTF8);
-    ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+TEST_F(FileTest, ClosingSetsTheModeOfTheFileThatWasWritten) {
+    OpenFile file(scratch("file"), File::WRITE);
     ASSERT_EQ(0, rename(scratch("file"), scratch("moved")));
     chmod(scratch.file("file"), 0600);
     file.close();
@@ -107,8 +108,7 @@ TEST(FileTest, ClosingSetsTheModeOfTheFileThatWasWritten) {
     EXPECT_EQ(0777u, scratch.mode("moved"));
 }
 
-TEST(FileTest, AWriterExcludesAndReadersShare) {
-    Scratch const scratch;
+TEST_F(FileTest, AWriterExcludesAndReadersShare) {
     std::string const path = scratch.file("file", "held");
     File first(path.c_str(), UTF8);
     File second(path.c_str(), UTF8);
@@ -141,23 +141,21 @@ TEST(FileTest, AWriterExcludesAndReadersShare) {
     EXPECT_TRUE(test::asNobody([&] { EXPECT_EQ(0, File::isOpened(path.c_str(), nullptr)); }));
 }
 
-// What `change` does to a file while it is opened to write, right before it is locked.
-std::function<void()> change;
-
-void changeBeforeLock(utl::StatementInfo const& statement) {
-    if (statement.line() == 1650 && change != nullptr) {
-        std::exchange(change, nullptr)();
-    }
+// Does that once, when a file is opened, right before it is locked.
+void actBeforeLock(std::function<void()> what) {
+    static std::function<void()> act;
+    act = std::move(what);
+    utl::BlockingCall::install([](utl::StatementInfo const& statement) {
+        if (statement.line() == 1650 && act != nullptr) {
+            std::exchange(act, nullptr)();
+        }
+    });
 }
 
-TEST(FileTest, WhatIsOpenIsWhatThePathMeans) {
-    Scratch const scratch;
+TEST_F(FileTest, WhatIsOpenIsWhatThePathMeans) {
     auto const contentAfter = [&](std::function<void()> const& whatHappens) {
-        change = whatHappens;
-        File file(scratch.file("file", "old"), UTF8);
-        utl::BlockingCall::install(changeBeforeLock);
-        EXPECT_EQ(1, file.open(File::APPEND, File::WRITE));
-        utl::BlockingCall::install(nullptr);
+        actBeforeLock(whatHappens);
+        OpenFile file(scratch.file("file", "old"), File::WRITE, File::APPEND);
         file.write("+", 1);
         return scratch.content("file");
     };
@@ -168,36 +166,29 @@ TEST(FileTest, WhatIsOpenIsWhatThePathMeans) {
     EXPECT_EQ("new+", contentAfter([&] { rename(scratch("new"), scratch("file")); }));
 }
 
-TEST(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
-    Scratch const scratch;
+TEST_F(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
     scratch.file("file", "text");
     LogCapture const log;
     unsigned const before = test::openDescriptors();
-    struct {
-        int failure;
-        int result;
-    } const disks[] = {{EIO, 0}, {ENOSPC, 0}, {EINVAL, 1}, {EROFS, 1}, {0, 1}};
-    for (auto const& disk : disks) {
-        syncFailure = disk.failure;
+    std::map<int, int> const results = {{EIO, 0}, {ENOSPC, 0}, {EINVAL, 1}, {EROFS, 1}, {0, 1}};
+    for (auto const& [failure, result] : results) {
+        syncFailure = failure;
         syncs.clear();
-        {
-            File file(scratch("file"), UTF8);
-            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ));
-            File::isOpened(scratch("file"), nullptr);
-            EXPECT_TRUE(file.copy(scratch("copy"), 1));
-            EXPECT_EQ(1, file.close());
-        }
+        OpenFile reader(scratch("file"), File::READ);
+        File::isOpened(scratch("file"), nullptr);
+        EXPECT_TRUE(reader.copy(scratch("copy"), 1));
+        EXPECT_EQ(1, reader.close());
         EXPECT_EQ(std::vector<unsigned>(), syncs);
+
         {
-            File file(scratch("file"), UTF8);
-            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+            OpenFile writer(scratch("file"), File::WRITE);
             {
-                File last(file);
-                EXPECT_EQ(1, file.close());
-                EXPECT_EQ(disk.result, last.close()) << disk.failure;
+                File last(writer);
+                EXPECT_EQ(1, writer.close());
+                EXPECT_EQ(result, last.close()) << failure;
                 syncFailure = 0;
             }
-            ASSERT_EQ(1, file.open(File::AS_IT_IS, File::READ));
+            EXPECT_EQ(1, writer.open(File::AS_IT_IS, File::READ));
         }
         EXPECT_EQ((std::vector<unsigned>{S_IFREG, S_IFDIR, S_IFDIR}), syncs);
     }
@@ -206,15 +197,12 @@ TEST(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
     EXPECT_EQ(2u, log.count(std::string("closeFile Failed. Path:") + scratch("file")));
 }
 
-TEST(FileTest, KeepsModesWhereThatIsThePolicy) {
-    Scratch const scratch;
+TEST_F(FileTest, KeepsModesWhereThatIsThePolicy) {
     chmod(scratch.file("source"), 04751);
     File::setModePolicy(File::KEEP_MODES);
     EXPECT_TRUE(test::asNobody([&] {
         umask(027);
-        File file(scratch("d/file"), UTF8);
-        EXPECT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
-        EXPECT_EQ(1, file.close());
+        EXPECT_EQ(1, OpenFile(scratch("d/file"), File::WRITE).close());
         EXPECT_EQ(0640u, scratch.mode("d/file"));
         EXPECT_EQ(0750u, scratch.mode("d"));
         EXPECT_TRUE(File::copy(scratch("d/file"), scratch("copy"), 0));
@@ -229,10 +217,8 @@ TEST(FileTest, KeepsModesWhereThatIsThePolicy) {
     File::setModePolicy(File::DEFAULT_MODES);
 }
 
-TEST(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
-    Scratch const scratch;
-    File file(scratch("file"), UTF8);
-    ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+TEST_F(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
+    OpenFile file(scratch("file"), File::WRITE);
     File copy(file);
     file.close();
     EXPECT_EQ(1, copy.write("x", 1));
@@ -241,10 +227,8 @@ TEST(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
     EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));
 }
 
-TEST(FileTest, AProgramThatIsStartedKeepsNoLock) {
-    Scratch const scratch;
-    File file(scratch("file"), UTF8);
-    ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+TEST_F(FileTest, AProgramThatIsStartedKeepsNoLock) {
+    OpenFile file(scratch("file"), File::WRITE);
     std::string const fifo = scratch("fifo");
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     int const input = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
@@ -261,8 +245,7 @@ TEST(FileTest, AProgramThatIsStartedKeepsNoLock) {
     close(input);
 }
 
-TEST(FileTest, OpensWithStandardInputClosed) {
-    Scratch const scratch;
+TEST_F(FileTest, OpensWithStandardInputClosed) {
     File file(scratch.file("file", "text"), UTF8);
     EXPECT_TRUE(test::inChild([&] {
         close(0);
@@ -273,8 +256,7 @@ TEST(FileTest, OpensWithStandardInputClosed) {
     }));
 }
 
-TEST(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
-    Scratch const scratch;
+TEST_F(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
     File file(scratch.file("file", "text"), UTF8);
     LogCapture const log;
     EXPECT_EQ("-1", read(file));
@@ -291,14 +273,13 @@ TEST(FileTest, TellsTheEndAndAFullDiskFromOtherFailures) {
     EXPECT_TRUE(log.has("ERR: ReadFile Failed. errno[9]"));
     EXPECT_TRUE(log.has(std::string("in read func readFile Failed. Path:") + scratch("file")));
 
-    File full(scratch.link("/dev/full", "full"), UTF8);
-    ASSERT_EQ(1, full.open(File::EMPTY, File::WRITE));
+    OpenFile full(scratch.link("/dev/full", "full"), File::WRITE, File::EMPTY);
     EXPECT_EQ(-1, full.write("x", 1));
     EXPECT_TRUE(log.has("ERR: WriteFile Failed. errno[28]"));
     EXPECT_TRUE(log.has(std::string("ERR: writeFile Failed. Path:") + scratch("full")));
 }
 
-TEST(FileTest, EndsWhereNothingMoreIsReadWhateverItsSizeIs) {
+TEST_F(FileTest, EndsWhereNothingMoreIsReadWhateverItsSizeIs) {
     File file("/sys/devices/system/cpu/online", UTF8);
     if (file.open(File::AS_IT_IS, File::READ) != 1 || file.size() < 4096) {
         GTEST_SKIP() << "no file here says more than it holds";
@@ -309,8 +290,7 @@ TEST(FileTest, EndsWhereNothingMoreIsReadWhateverItsSizeIs) {
     EXPECT_EQ(File::END_OF_FILE, file.readLine(nullptr, 0, nullptr));
 }
 
-TEST(FileTest, SeeksByItsOwnOrigins) {
-    Scratch const scratch;
+TEST_F(FileTest, SeeksByItsOwnOrigins) {
     File file(scratch.file("file", "0123456789"), UTF8);
     EXPECT_EQ(-1, file.availableSize());
     EXPECT_EQ(10, file.size());
@@ -332,8 +312,7 @@ TEST(FileTest, SeeksByItsOwnOrigins) {
     EXPECT_EQ(far + 1, File::size(scratch("file")));
 }
 
-TEST(FileTest, ResizingKeepsThePositionInsideTheFile) {
-    Scratch const scratch;
+TEST_F(FileTest, ResizingKeepsThePositionInsideTheFile) {
     File file(scratch("file"), UTF8);
     EXPECT_EQ(0, file.resize(1));
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
@@ -348,8 +327,7 @@ TEST(FileTest, ResizingKeepsThePositionInsideTheFile) {
     }
 }
 
-TEST(FileTest, WaitsForNobodyAtTheOtherEnd) {
-    Scratch const scratch;
+TEST_F(FileTest, WaitsForNobodyAtTheOtherEnd) {
     char const* const fifo = scratch("fifo");
     ASSERT_EQ(0, mkfifo(fifo, 0600));
     EXPECT_EQ(0, File::isOpened(fifo, nullptr));
@@ -360,12 +338,10 @@ TEST(FileTest, WaitsForNobodyAtTheOtherEnd) {
     EXPECT_EQ(1, File::erase(scratch("moved"), 0));
 }
 
-TEST(FileTest, RefusalsLeaveNoDescriptorBehind) {
-    Scratch const scratch;
+TEST_F(FileTest, RefusalsLeaveNoDescriptorBehind) {
     scratch.directory("d/sub");
     ASSERT_EQ(0, mkfifo(scratch("fifo"), 0600));
-    File held(scratch("held"), UTF8);
-    ASSERT_EQ(1, held.open(File::APPEND, File::WRITE));
+    OpenFile held(scratch("held"), File::WRITE, File::APPEND);
     unsigned const before = test::openDescriptors();
     EXPECT_EQ(0, File(scratch("held"), UTF8).open(File::APPEND, File::WRITE));
     EXPECT_EQ(0, File::erase(scratch("held"), 1));
@@ -377,14 +353,12 @@ TEST(FileTest, RefusalsLeaveNoDescriptorBehind) {
     }
     // One that takes the file's place when that has been looked at.
     File file(scratch.file("file"), UTF8);
-    change = [&] { rename(scratch("fifo"), scratch("file")); };
-    utl::BlockingCall::install(changeBeforeLock);
+    actBeforeLock([&] { rename(scratch("fifo"), scratch("file")); });
     EXPECT_EQ(0, file.open(File::AS_IT_IS, File::READ));
-    utl::BlockingCall::install(nullptr);
     EXPECT_EQ(before, test::openDescriptors());
 }
 
-TEST(FileTest, TakesLinesOfTheLogWholeInEveryEncoding) {
+TEST_F(FileTest, TakesLinesOfTheLogWholeInEveryEncoding) {
     // Cut inside the 79th character; bytes that are none go.
     std::string text = "\x82\xA0";
     for (int i = 0; i < 100; ++i) {
@@ -392,9 +366,7 @@ TEST(FileTest, TakesLinesOfTheLogWholeInEveryEncoding) {
     }
     std::string const whole = "<UTIL> ERR: " + text.substr(2, 78 * 3) + "...\r\n";
     for (int textType : {UTF8, File::UTF16_HIGH_FIRST, File::UTF16_LOW_FIRST}) {
-        Scratch const scratch;
-        File file(scratch("log"), textType);
-        ASSERT_EQ(1, file.open(File::APPEND, File::READ_WRITE));
+        OpenFile file(scratch(std::to_string(textType)), File::READ_WRITE, File::APPEND, textType);
         LogCapture const log;
         applog(-2, 1, &file, "%s", text.c_str());
         applog(-2, 1, &file, "%s", "next");
@@ -447,8 +419,7 @@ void noteStatement(utl::StatementInfo const& statement) {
     statements.insert(statement.line());
 }
 
-TEST(FileTest, TellsTheWatchdogWhereItMayBlockAndWhyAnEntryWasPassedOver) {
-    Scratch const scratch;
+TEST_F(FileTest, TellsTheWatchdogWhereItMayBlockAndWhyAnEntryWasPassedOver) {
     scratch.file("a.x");
     scratch.file("d/b");
     File file(scratch("b.txt"), UTF8);

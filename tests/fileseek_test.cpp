@@ -43,10 +43,7 @@ TEST_F(SeekKeyTest, GoesToTheKeyOrBehindItWhenAllOfItIsInTheRange) {
     EXPECT_EQ(Found(1, 1), search("\x11\x22", HERE, 9));
     EXPECT_EQ(Found(NOT_FOUND, 1), search("\x33\x44", 0, 4));
     EXPECT_EQ(Found(NOT_FOUND, 1), search("\x23\x24", 0, 99));
-}
-
-TEST_F(SeekKeyTest, DoesNotTakeUpABrokenMatch) {
-    EXPECT_EQ(Found(NOT_FOUND, 1), search("\x22\x23", 5, 9));
+    EXPECT_EQ(Found(NOT_FOUND, 1), search("\x22\x23", 5, 9));  // a broken match is not taken up
 }
 
 TEST_F(SeekKeyTest, RefusesNoKeyNoPlaceAndNoFile) {

@@ -10,10 +10,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <numeric>
 #include <random>
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "UtlFile.h"
@@ -21,12 +23,12 @@
 #include "foundation/UtlBlockingCall.h"
 #include "support/Gate.h"
 #include "support/LogCapture.h"
-#include "support/Scratch.h"
+#include "support/TextFile.h"
 
 namespace {
 
 using test::LogCapture;
-using test::Scratch;
+using test::OpenFile;
 using utl::File;
 
 constexpr int UTF8 = File::UTF8;
@@ -37,6 +39,7 @@ std::function<void()> beforeUnlink;
 std::function<void()> beforeRename;
 std::function<void()> atStatement;
 unsigned long statementToActAt;
+unsigned timesToPass;
 unsigned openedUp;  // how often a directory was
 bool ignoresModes;  // as some file systems do
 
@@ -46,20 +49,16 @@ void happen(std::function<void()>& what) {
     }
 }
 
-unsigned timesToPass;
-
-void hearStatement(utl::StatementInfo const& statement) {
-    if (statement.line() == statementToActAt && timesToPass-- == 0) {
-        happen(atStatement);
-    }
-}
-
 // Each statement is heard before and behind its call.
 void actAt(unsigned long statement, unsigned times, std::function<void()> what) {
     statementToActAt = statement;
     timesToPass = times;
     atStatement = std::move(what);
-    utl::BlockingCall::install(hearStatement);
+    utl::BlockingCall::install([](utl::StatementInfo const& heard) {
+        if (heard.line() == statementToActAt && timesToPass-- == 0) {
+            happen(atStatement);
+        }
+    });
 }
 
 bool hasExclusiveRename = true;
@@ -111,17 +110,21 @@ extern "C" int link(char const* source, char const* destination) noexcept {
 
 namespace {
 
-bool opens(char const* path, int mode) {
+using ParentModeTest = test::ScratchTest;
+using MakeDirectoriesTest = test::ScratchTest;
+using EraseTest = test::ScratchTest;
+using CopyTest = test::ScratchTest;
+using MoveTest = test::ScratchTest;
+
+bool opens(char const* path, int mode = File::AS_IT_IS) {
     return File(path, UTF8).open(mode, File::WRITE) == 1;
 }
 
-TEST(ParentModeTest, ComesBackWhateverComesOfTheCall) {
-    Scratch const scratch;
+TEST_F(ParentModeTest, ComesBackWhateverComesOfTheCall) {
     EXPECT_TRUE(test::asNobody([&] {
         scratch.file("d/sub/file", "text");
         scratch.file("source", std::string(3000, 's'));
-        File held(scratch.file("d/held"), UTF8);
-        ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+        OpenFile held(scratch.file("d/held"), File::READ);
         chmod(scratch.file("d/locked"), 0);
         chmod(scratch("d"), 0555);
         chmod(scratch("source"), 06755);
@@ -133,7 +136,7 @@ TEST(ParentModeTest, ComesBackWhateverComesOfTheCall) {
             EXPECT_TRUE(isSo) << what;
             EXPECT_EQ(0555u, scratch.mode("d")) << what;
         };
-        expect("open", opens(scratch("d/new"), File::AS_IT_IS));
+        expect("open", opens(scratch("d/new")));
         expect("open: in use", !opens(scratch("d/held"), File::EMPTY));
         expect("open: no permission", !opens(scratch("d/locked"), File::EMPTY));
         expect("make", File::makeDirectories(scratch("d/a/b")));
@@ -149,8 +152,7 @@ TEST(ParentModeTest, ComesBackWhateverComesOfTheCall) {
     }));
 }
 
-TEST(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
-    Scratch const scratch;
+TEST_F(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
     EXPECT_TRUE(test::asNobody([&] {
         scratch.file("d/file");
         scratch.file("d/other");
@@ -178,8 +180,7 @@ TEST(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
     }));
 }
 
-TEST(ParentModeTest, ComesBackWithTheLastOfTwoThreads) {
-    Scratch const scratch;
+TEST_F(ParentModeTest, ComesBackWithTheLastOfTwoThreads) {
     EXPECT_TRUE(test::asNobody([&] {
         scratch.file("d/first");
         scratch.file("d/last");
@@ -204,8 +205,7 @@ TEST(ParentModeTest, ComesBackWithTheLastOfTwoThreads) {
     }));
 }
 
-TEST(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
-    Scratch const scratch;
+TEST_F(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
     bool const isOthers = chown(scratch.directory("others"), test::NOBODY, 0) == 0;
     chmod(scratch("others"), 02555);
     EXPECT_TRUE(test::asNobody([&] {
@@ -213,26 +213,24 @@ TEST(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
         openedUp = 0;
         auto const look = [&] { EXPECT_EQ(0750u, scratch.mode("d")); };
         actAt(1612, 0, look);
-        File file(scratch("d/file"), UTF8);
-        EXPECT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
+        OpenFile file(scratch("d/file"), File::WRITE);
         EXPECT_EQ(1, file.write("x", 1));
         EXPECT_EQ(1, file.close());
         actAt(2034, 0, look);
         EXPECT_TRUE(file.copy(scratch("d/copy"), 0));
         actAt(1236, 0, look);
         EXPECT_EQ(1, File::erase(scratch("d/copy"), 1));
-        utl::BlockingCall::install(nullptr);
 
         chmod(scratch("d/file"), 0444);
         chmod(scratch("d"), 0555);
-        EXPECT_FALSE(opens(scratch("d/file"), File::AS_IT_IS));  // the file refuses
+        EXPECT_FALSE(opens(scratch("d/file")));  // the file refuses
         scratch.link("d", "link");
-        EXPECT_FALSE(opens(scratch("link/new"), File::AS_IT_IS));
+        EXPECT_FALSE(opens(scratch("link/new")));
         EXPECT_EQ(0, File::erase(scratch("link/file"), 1));
         ASSERT_EQ(0, chdir(scratch("d")));
-        EXPECT_FALSE(opens("new", File::AS_IT_IS));
+        EXPECT_FALSE(opens("new"));
         // The set-group-id bit could not come back.
-        EXPECT_NE(isOthers, opens(scratch("others/new"), File::AS_IT_IS));
+        EXPECT_NE(isOthers, opens(scratch("others/new")));
         EXPECT_EQ(isOthers ? 0u : 1u, openedUp);
         EXPECT_EQ(02555u, scratch.mode("others"));
         chmod(scratch("others"), 0700);
@@ -249,8 +247,7 @@ TEST(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
     }));
 }
 
-TEST(ParentModeTest, ChangesForTheLongestPathAndNoLonger) {
-    Scratch const scratch;
+TEST_F(ParentModeTest, ChangesForTheLongestPathAndNoLonger) {
     std::string const longest(259 - std::string(scratch("/x")).size(), 'n');
     chmod(scratch.directory(longest), 0700);
     long oldMode = 0;
@@ -263,16 +260,14 @@ TEST(ParentModeTest, ChangesForTheLongestPathAndNoLonger) {
     for (char const* path : {scratch(longest + "/xy"), scratch("none/x"), "name", "/name"}) {
         EXPECT_EQ(0, File::changeParentAccessMode(path, 0777, nullptr)) << path;
     }
-    EXPECT_TRUE(opens(scratch(longest + "/x"), File::AS_IT_IS));
-    EXPECT_FALSE(opens(scratch(longest + "/xy"), File::AS_IT_IS));
+    EXPECT_TRUE(opens(scratch(longest + "/x")));
+    EXPECT_FALSE(opens(scratch(longest + "/xy")));
     EXPECT_EQ(1, File::erase(scratch(longest + "/x"), 0));
 }
 
-TEST(MakeDirectoriesTest, TouchesNothingThatIsThere) {
-    Scratch const scratch;
+TEST_F(MakeDirectoriesTest, TouchesNothingThatIsThere) {
     scratch.file("a/b/file");
-    struct stat before;
-    struct stat after;
+    struct stat before, after;
     ASSERT_EQ(0, stat(scratch("a"), &before));
     EXPECT_EQ(1, File::makeDirectories(scratch("a/b/c/d/")));
     EXPECT_TRUE(scratch.has("a/b/c/d"));
@@ -286,8 +281,7 @@ TEST(MakeDirectoriesTest, TouchesNothingThatIsThere) {
     EXPECT_TRUE(log.has("ERR: CreateDirectory Failed. errno[2] Path:/proc/none/x/(/proc/none/)"));
 }
 
-TEST(EraseTest, RefusesWhatIsReadOnlyOrOpenBeforeItHarmsIt) {
-    Scratch const scratch;
+TEST_F(EraseTest, RefusesWhatIsReadOnlyOrOpenBeforeItHarmsIt) {
     scratch.file("d/file", "text");
     chmod(scratch("d"), 0555);
     EXPECT_EQ(0, File::erase(scratch("d"), 0));
@@ -305,12 +299,10 @@ TEST(EraseTest, RefusesWhatIsReadOnlyOrOpenBeforeItHarmsIt) {
     EXPECT_FALSE(scratch.has("file"));
 }
 
-TEST(EraseTest, ThatFailsHalfWayLeavesWhatIsLeftAsItWas) {
-    Scratch const scratch;
+TEST_F(EraseTest, ThatFailsHalfWayLeavesWhatIsLeftAsItWas) {
     scratch.file("d/gone/file");
     chmod(scratch("d/gone/file"), 0444);
-    File held(scratch.file("d/stays/held"), UTF8);
-    ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+    OpenFile held(scratch.file("d/stays/held"), File::READ);
     chmod(scratch("d/stays/held"), 0440);
     chmod(scratch("d/stays"), 0540);
     ASSERT_EQ(0, ::link(scratch("d/gone/file"), scratch("kept")));
@@ -332,7 +324,7 @@ TEST(EraseTest, ThatFailsHalfWayLeavesWhatIsLeftAsItWas) {
 }
 
 // A directory with links out of it, and one to it.
-struct TreeTest : ::testing::Test {
+struct TreeTest : test::ScratchTest {
     TreeTest() {
         scratch.file("out/file", "outside");
         scratch.file("in/file", "inside");
@@ -341,7 +333,6 @@ struct TreeTest : ::testing::Test {
         scratch.link("../out/file", "in/alias");
         scratch.link("in", "entry");
     }
-    Scratch const scratch;
 };
 
 TEST_F(TreeTest, EraseRemovesLinksAndNothingBehindThem) {
@@ -389,29 +380,26 @@ TEST_F(TreeTest, ReadOnlyAppliesToAllInsideAndIsLifted) {
 }
 
 TEST_F(TreeTest, NothingLeadsOutThatOthersPutThereMeanwhile) {
-    auto const fails = [&](unsigned directoriesBefore, auto work, char const* name = "in/sub") {
+    auto const fails = [&](char const* name, unsigned directoriesBefore, auto work) {
         actAt(1348, 2 * directoriesBefore, [&] {  // right before it is opened
             rename(scratch(name), scratch("aside"));
             scratch.link(scratch("out"), name);
         });
         EXPECT_FALSE(work());
-        utl::BlockingCall::install(nullptr);
         EXPECT_EQ("outside", scratch.content("out/file"));
         EXPECT_NE(0777u, scratch.mode("out/file"));
         unlink(scratch(name));
         EXPECT_EQ(0, rename(scratch("aside"), scratch(name)));
     };
     chmod(scratch("out/file"), 0640);
-    fails(1, [&] { return File::size(scratch("in")) != -1; });
-    fails(1, [&] { return File::liftReadOnly(scratch("in"), 1); });
-    fails(2, [&] { return File::copy(scratch("in"), scratch("copy"), 0); });
-    fails(
-        0, [&] { return File::erase(scratch("in"), 1); }, "in");
-    fails(1, [&] { return File::erase(scratch("in"), 1); });
+    fails("in/sub", 1, [&] { return File::size(scratch("in")) != -1; });
+    fails("in/sub", 1, [&] { return File::liftReadOnly(scratch("in"), 1); });
+    fails("in/sub", 2, [&] { return File::copy(scratch("in"), scratch("copy"), 0); });
+    fails("in", 0, [&] { return File::erase(scratch("in"), 1); });
+    fails("in/sub", 1, [&] { return File::erase(scratch("in"), 1); });
     // What is above a directory that has been moved is not where the walk came from.
     actAt(1446, 2, [&] { rename(scratch("in/sub"), scratch("out/sub")); });
     EXPECT_EQ(0, File::erase(scratch("in"), 1));
-    utl::BlockingCall::install(nullptr);
     EXPECT_EQ("outside", scratch.content("out/file"));
     EXPECT_TRUE(scratch.has("out/sub"));
 }
@@ -465,23 +453,20 @@ TEST_F(TreeTest, CopyNeverNestsADirectoryInItself) {
     EXPECT_FALSE(scratch.has("in/sub/own/own"));
     actAt(1348, 2, [&] { rename(scratch("to"), scratch("in/to")); });
     EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 0));
-    utl::BlockingCall::install(nullptr);
     EXPECT_TRUE(File::copy(scratch("in"), scratch("inner"), 0));
     EXPECT_TRUE(File::copy(scratch("in"), scratch("in/"), 0));
 }
 
 TEST_F(TreeTest, CopyWritesIntoNothingThatIsALinkOrHeld) {
     scratch.directory("to");
-    scratch.link("../out/file", "to/file");
-    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
+    for (char const* target : {"../out/file", "../out/new"}) {
+        scratch.link(target, "to/file");
+        EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1)) << target;
+        unlink(scratch("to/file"));
+    }
     EXPECT_EQ("outside", scratch.content("out/file"));
-    unlink(scratch("to/file"));
-    scratch.link("../out/new", "to/file");
-    EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
     EXPECT_FALSE(scratch.has("out/new"));
-    unlink(scratch("to/file"));
-    File held(scratch.file("to/file", "longer than that"), UTF8);
-    ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+    OpenFile held(scratch.file("to/file", "longer than that"), File::READ);
     EXPECT_FALSE(File::copy(scratch("in"), scratch("to"), 1));
     EXPECT_FALSE(File::copy(scratch("in/file"), scratch("to/file"), 1));
     EXPECT_EQ("longer than that", scratch.content("to/file"));
@@ -490,8 +475,7 @@ TEST_F(TreeTest, CopyWritesIntoNothingThatIsALinkOrHeld) {
     EXPECT_EQ("insidethan that", scratch.content("to/file").erase(6, 1));
 }
 
-TEST(CopyTest, CarriesSetIdBitsOnlyToTheSameOwners) {
-    Scratch const scratch;
+TEST_F(CopyTest, CarriesSetIdBitsOnlyToTheSameOwners) {
     chmod(scratch.file("others", "text"), 06755);
     EXPECT_TRUE(test::asNobody([&] {
         chmod(scratch.file("own", "text"), 06755);
@@ -502,60 +486,53 @@ TEST(CopyTest, CarriesSetIdBitsOnlyToTheSameOwners) {
     EXPECT_EQ(getuid() == 0 ? 0755u : 06755u, scratch.mode("copy"));
 }
 
-TEST(CopyTest, OverwritesOnlyWhenAskedAndKeepsTheTail) {
-    Scratch const scratch;
+TEST_F(CopyTest, OverwritesOnlyWhenAskedAndKeepsTheTail) {
     char const* const source = scratch.file("source", "new");
     char const* const target = scratch.file("target", "longer");
     EXPECT_FALSE(File::copy(source, target, 0));
     EXPECT_EQ("longer", scratch.content("target"));
     chmod(target, 0640);
-    actAt(2058, 0, [&] { EXPECT_TRUE(opens(source, File::AS_IT_IS)); });
+    actAt(2058, 0, [&] { EXPECT_TRUE(opens(source)); });
     EXPECT_TRUE(File::copy(source, target, 1));
     EXPECT_EQ("newger", scratch.content("target"));
     EXPECT_EQ(0640u, scratch.mode("target"));
     actAt(2044, 1, [&] { EXPECT_EQ(1, File::erase(target, 0)); });
     EXPECT_TRUE(File::copy(source, target, 1));
-    utl::BlockingCall::install(nullptr);
     EXPECT_EQ("new", scratch.content("target"));
     EXPECT_FALSE(File::copy(source, scratch("source/x"), 1));
     EXPECT_FALSE(File::copy("/dev/zero", scratch("zeros"), 1));
 }
 
-TEST(CopyTest, TakesAllOfALargeFileHoweverFarTheSystemDoesIt) {
-    Scratch const scratch;
+TEST_F(CopyTest, TakesAllOfALargeFileHoweverFarTheSystemDoesIt) {
     std::string big(9000001, '\0');
     std::generate(big.begin(), big.end(), std::minstd_rand(5));
     char const* const source = scratch.file("big", big);
-    for (unsigned const transfers : {0u, 1u, 2u, 100u}) {
+    for (unsigned const transfers : {100u, 2u, 1u, 0u}) {
         transfersLeft = transfers;
-        EXPECT_TRUE(File::copy(source, scratch.file("copy", big + "tail"), 1));
-        EXPECT_TRUE(big + "tail" == scratch.content("copy")) << transfers;
-        std::filesystem::remove(scratch("copy"));
+        EXPECT_TRUE(File::copy(source, scratch.file("longer", big + "tail"), 1));
+        EXPECT_TRUE(big + "tail" == scratch.content("longer")) << transfers;
         transfersLeft = transfers;
         EXPECT_TRUE(File::copy(source, scratch("copy"), 0));
         EXPECT_TRUE(big == scratch.content("copy")) << transfers;
-        EXPECT_EQ(1, File::erase(scratch("copy"), 0));
+        unlink(scratch("copy"));
     }
-    transfersLeft = 0;
 }
 
-TEST(MoveTest, OverwritesNothingAndMakesTheWay) {
-    Scratch const scratch;
+TEST_F(MoveTest, OverwritesNothingAndMakesTheWay) {
     std::string const from = scratch.file("from", "text");
-    std::string const directory = scratch.directory("d");
+    scratch.file("taken", "old");
+    scratch.link(scratch.directory("d"), "link");
     LogCapture const log;
     EXPECT_EQ(1, File::move(from.c_str(), from.c_str()));
-    EXPECT_EQ(0, File::move(from.c_str(), scratch.file("taken", "old")));
-    EXPECT_EQ(0, File::move(from.c_str(), directory.c_str()));
-    EXPECT_TRUE(log.has("rename Failed. errno[21] Source:" + from + "  Dest:" + directory));
-    EXPECT_EQ(0, File::move(from.c_str(), scratch.link("d", "link")));
+    for (char const* target : {"taken", "d", "link", "a//to"}) {
+        EXPECT_EQ(0, File::move(from.c_str(), scratch(target))) << target;
+    }
+    EXPECT_TRUE(log.has("rename Failed. errno[21] Source:" + from + "  Dest:" + scratch("d")));
     EXPECT_TRUE(File::isDirectory(scratch("link")));
-    EXPECT_EQ(0, File::move(from.c_str(), scratch("a//to")));
     EXPECT_EQ(0, File::move(scratch("\\from"), scratch("to")));
     EXPECT_EQ(-1, File::size(scratch("\\from")));
     {
-        File held(from.c_str(), UTF8);
-        ASSERT_EQ(1, held.open(File::AS_IT_IS, File::READ));
+        OpenFile held(from.c_str(), File::READ);
         EXPECT_EQ(0, File::move(from.c_str(), scratch("to")));
     }
     EXPECT_EQ(1, File::move(from.c_str(), scratch("a\\b/to")));
@@ -564,15 +541,10 @@ TEST(MoveTest, OverwritesNothingAndMakesTheWay) {
     EXPECT_EQ(0, File::move(from.c_str(), scratch("x")));
 }
 
-TEST(MoveTest, OverwritesNothingThatAppearsMeanwhileOnAnySystem) {
-    struct {
-        bool hasExclusiveRename;
-        bool hasLinks;
-    } const systems[] = {{true, true}, {false, true}, {false, false}};
-    for (auto const& system : systems) {
-        Scratch const scratch;
-        hasExclusiveRename = system.hasExclusiveRename;
-        hasLinks = system.hasLinks;
+TEST_F(MoveTest, OverwritesNothingThatAppearsMeanwhileOnAnySystem) {
+    using System = std::pair<bool, bool>;
+    for (System const& system : {System(false, false), System(false, true), System(true, true)}) {
+        std::tie(hasExclusiveRename, hasLinks) = system;
         scratch.file("from", "text");
         scratch.file("d/file", "text");
         for (char const* source : {"from", "d"}) {
@@ -585,16 +557,14 @@ TEST(MoveTest, OverwritesNothingThatAppearsMeanwhileOnAnySystem) {
         EXPECT_FALSE(scratch.has("d/in/itself"));
         EXPECT_EQ(1, File::move(scratch("d"), scratch("to")));
         EXPECT_EQ(1, File::move(scratch("from"), scratch("to2")));
-        EXPECT_EQ("text", scratch.content("to/file"));
-        EXPECT_EQ("text", scratch.content("to2"));
+        EXPECT_EQ("text, text", scratch.content("to/file") + ", " + scratch.content("to2"));
         EXPECT_FALSE(scratch.has("d") || scratch.has("from"));
         EXPECT_EQ(1, File::move(scratch("to"), scratch.directory("empty")));
+        std::filesystem::remove_all(scratch.path());
     }
-    hasExclusiveRename = true;
-    hasLinks = true;
 }
 
-struct ChildrenTest : ::testing::Test {
+struct ChildrenTest : test::ScratchTest {
     ChildrenTest() {
         for (char const* name :
              {"d/a.txt", "d/b.TXT", "d/c", "d/e.txt.x", "d/s.txt/in.txt", "q?/c", "w*/c"}) {
@@ -607,19 +577,14 @@ struct ChildrenTest : ::testing::Test {
     // What is listed, in order; "!" for failure.
     std::string list(char const* path, int kind, char const* extension = nullptr) {
         int const count = File::children(scratch(path), &entries, kind, extension, 0);
-        EXPECT_EQ(count < 0 ? 0 : count, static_cast<int>(entries.count()));
-        std::multiset<std::string> paths;
+        EXPECT_EQ(std::max(count, 0), static_cast<int>(entries.count()));
+        std::multiset<std::string> names;
         for (unsigned long i = 0; i < entries.count(); ++i) {
-            paths.insert(entries[i].c_str() + std::string(scratch("")).size());
+            names.insert(entries[i].c_str() + std::string(scratch("")).size() + std::string(" "));
         }
-        std::string names(count < 0 ? "!" : "");
-        for (std::string const& name : paths) {
-            names += name + ' ';
-        }
-        return names;
+        return std::accumulate(names.begin(), names.end(), std::string(count < 0 ? "!" : ""));
     }
 
-    Scratch const scratch;
     File::Paths entries{2, File::Paths::GROWS};
 };
 

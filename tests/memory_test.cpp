@@ -11,10 +11,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -27,17 +23,16 @@
 #include "memory/UtlHeapListing.h"
 #include "memory/UtlHeapTable.h"
 #include "support/LogCapture.h"
-#include "support/Process.h"
+#include "support/Scratch.h"
 
 namespace utl {
 namespace {
 
 // A fresh accounting, in a directory of its own. Descriptor 0 is a file there.
-class MemoryTest : public ::testing::Test {
+class MemoryTest : public test::ScratchTest {
 protected:
     MemoryTest() {
-        directory = mkdtemp(std::string("/tmp/utl_memory_XXXXXX").data());
-        int const file = open((directory / "stdin").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        int const file = open(scratch("stdin"), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         dup2(file, STDIN_FILENO);
         close(file);
         id.insert(0, 10 - id.size(), ' ');
@@ -47,7 +42,6 @@ protected:
         Memory::destroy();
         dup2(mStdin, STDIN_FILENO);
         close(mStdin);
-        std::filesystem::remove_all(directory);
     }
 
     static void allocate(std::uintptr_t address, unsigned long bytes, unsigned long fileId = NONE,
@@ -59,11 +53,6 @@ protected:
         Memory::get()->updateManagement(1, reinterpret_cast<void*>(address), 0, NONE, 12);
     }
 
-    std::string written(char const* name) const {
-        std::ifstream file(directory / name);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
     std::string logged() const {
         std::string text;
         for (test::LogLine const& line : mLog.all()) {
@@ -73,13 +62,12 @@ protected:
     }
 
     std::string dumped(bool (Memory::*print)(int, char const*)) const {
-        EXPECT_TRUE((Memory::get()->*print)(0, (directory / "dump").c_str()));
-        return written("dump");
+        EXPECT_TRUE((Memory::get()->*print)(0, scratch("dump")));
+        return scratch.content("dump");
     }
 
     // The id of the calling thread as every output shows it, in 10 columns.
     std::string id = std::to_string(gettid());
-    std::filesystem::path directory;
 
 private:
     int const mStdin = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
@@ -94,7 +82,7 @@ TEST_F(MemoryTest, WarnsOfAReleaseOfWhatWasNotAllocated) {
     EXPECT_EQ(rule + "!!!! DetailHeapInfo release address is not in under management\n" +
                   "Address:0x00003000, ThreadId:" + id + ", Line:      12, File:, \n" + rule,
               logged());
-    EXPECT_EQ(logged(), written("stdin"));
+    EXPECT_EQ(logged(), scratch.content("stdin"));
 }
 
 TEST_F(MemoryTest, WarnsWhenTheTableIsFullUntilARelease) {
@@ -109,13 +97,13 @@ TEST_F(MemoryTest, WarnsWhenTheTableIsFullUntilARelease) {
                   std::to_string(capacity) + ", Address:0x00000008, UseBytes:         5, " +
                   "ThreadId:" + id + ", Line:      -1, File:, \n",
               logged());
-    EXPECT_EQ(logged(), written("stdin"));
+    EXPECT_EQ(logged(), scratch.content("stdin"));
 }
 
 TEST_F(MemoryTest, DropsAMessageOf1024Bytes) {
     Memory::get()->printMessage(0, STDIN_FILENO, "%s", std::string(1024, 'x').c_str());
     Memory::get()->printMessage(0, STDIN_FILENO, "%s", std::string(1023, 'y').c_str());
-    EXPECT_EQ(std::string(1023, 'y'), written("stdin"));
+    EXPECT_EQ(std::string(1023, 'y'), scratch.content("stdin"));
     EXPECT_EQ("", logged());
 }
 
@@ -255,28 +243,28 @@ TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
 
 TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {
     unsigned const descriptors = test::openDescriptors();
-    chmod(directory.c_str(), 0750);
-    std::ofstream(directory / "old") << std::string(1000, '#');
+    chmod(scratch.path(), 0750);
+    scratch.file("old", std::string(1000, '#'));
     for (char const* name : {"a/b/new", "old", "old/in a file", "a/b"}) {
-        EXPECT_TRUE(Memory::get()->printUsedHeap(1, (directory / name).c_str()));
+        EXPECT_TRUE(Memory::get()->printUsedHeap(1, scratch(name)));
     }
-    EXPECT_EQ(std::filesystem::perms(0750), std::filesystem::status(directory).permissions());
+    EXPECT_EQ(0750u, scratch.mode(""));
     EXPECT_EQ(descriptors, test::openDescriptors());
-    EXPECT_EQ(written("old"), written("a/b/new"));
-    EXPECT_EQ(4 * written("old").size(), logged().size());
+    EXPECT_EQ(scratch.content("old"), scratch.content("a/b/new"));
+    EXPECT_EQ(4 * scratch.content("old").size(), logged().size());
 }
 
 TEST_F(MemoryTest, NobodyWaitsForADumpIntoAFullPipe) {
-    std::string const pipe = directory / "pipe";
-    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-    EXPECT_TRUE(Memory::get()->printUsedHeap(0, pipe.c_str()));  // which nobody reads
-    int const reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    char const* const pipe = scratch("pipe");
+    ASSERT_EQ(0, mkfifo(pipe, 0600));
+    EXPECT_TRUE(Memory::get()->printUsedHeap(0, pipe));  // which nobody reads
+    int const reader = open(pipe, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     for (std::uintptr_t i = 1; i <= 1000; ++i) {
         allocate(i, 1);
     }
     std::atomic<bool> hasEnded{false};
     std::thread dump([&] {
-        Memory::get()->printUsedHeapDetail(0, pipe.c_str());
+        Memory::get()->printUsedHeapDetail(0, pipe);
         hasEnded = true;
     });
     int filled = 0;

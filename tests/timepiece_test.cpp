@@ -107,10 +107,8 @@ TEST(TimeTest, DaysAreNumberedWithoutGaps) {
 
 TEST(TimeTest, CountsElapsedWholeDaysAndSeconds) {
     struct {
-        Fields from;
-        Fields to;
-        std::uint32_t days;
-        std::uint32_t seconds;
+        Fields from, to;
+        std::uint32_t days, seconds;
     } const cases[] = {
         {{2024, 1, 1, 1, 1, 1, 1, 1, 1}, {2024, 1, 1, 1, 1, 1, 1, 1, 1}, 0, 0},
         {{2024, 1, 1}, {2024, 1, 2, 0, 0, 1}, 1, 86401},
@@ -133,8 +131,7 @@ TEST(TimeTest, CountsElapsedWholeDaysAndSeconds) {
         {{1970, 1, 1, 0, 0, 0, 0, 0, 1}, {2106, 2, 8}, 49710, 63103},
     };
     for (auto const& c : cases) {
-        Time const from = timeOf(c.from);
-        Time const to = timeOf(c.to);
+        Time const from = timeOf(c.from), to = timeOf(c.to);
         SCOPED_TRACE(textOf(from) + " to " + textOf(to));
         EXPECT_EQ(c.days, to.getElapsedDays(from));
         EXPECT_EQ(c.seconds, to.getElapsedSeconds(from));

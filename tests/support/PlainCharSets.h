@@ -49,11 +49,12 @@ bool converts(unsigned long (*function)(Unit*, unsigned long, Source const*), So
     if (needed != expected->size() + 1) {
         return false;
     }
-    std::unique_ptr<Unit[]> const dst(new Unit[needed]);
-    std::unique_ptr<Unit[]> const shortDst(new Unit[needed]);
-    return (needed == 1 || function(shortDst.get(), needed - 1, src) == utl::NONE) &&
-           function(dst.get(), needed, src) == needed && dst[needed - 1] == 0 &&
-           std::vector<Unit>(dst.get(), dst.get() + needed - 1) == *expected;
+    std::vector<Unit> dst(needed, '#');  // the last of which is a fence, at first
+    bool const isRefused = needed == 1 || function(dst.data(), needed - 1, src) == utl::NONE;
+    bool const isFenced = dst.back() == '#';
+    bool const isStored = function(dst.data(), needed, src) == needed && dst.back() == 0;
+    dst.pop_back();
+    return isRefused && isFenced && isStored && dst == *expected;
 }
 
 inline bool convertsSjis(std::string const& bytes, unsigned long shift = 0) {

@@ -69,6 +69,11 @@ private:
     mutable std::set<std::string> mPaths;
 };
 
+// A test in such a directory.
+struct ScratchTest : ::testing::Test {
+    Scratch const scratch;
+};
+
 // Runs `work` in a child process. False when something that it expects is not so.
 template <typename Work>
 bool inChild(Work work) {

@@ -1,4 +1,4 @@
-// A File, open, with given bytes in a directory of its own, which goes with it.
+// A File that is open; and one with given bytes, in a directory of its own, which goes with it.
 
 #ifndef UTL_TESTS_SUPPORT_TEXT_FILE_H
 #define UTL_TESTS_SUPPORT_TEXT_FILE_H
@@ -11,14 +11,19 @@
 
 namespace test {
 
+struct OpenFile : utl::File {
+    OpenFile(char const* path, int access, int mode = AS_IT_IS, int textType = UTF8)
+        : File(path, textType) {
+        EXPECT_EQ(1, open(mode, access)) << path;
+    }
+};
+
 struct TextFile {
     TextFile(std::string const& content, int textType, int access = utl::File::READ)
-        : file(scratch.file("text", content), textType) {
-        EXPECT_TRUE(file.open(utl::File::AS_IT_IS, access));
-    }
+        : file(scratch.file("text", content), access, utl::File::AS_IT_IS, textType) {}
 
     Scratch const scratch;
-    utl::File file;
+    OpenFile file;
 };
 
 }  // namespace test

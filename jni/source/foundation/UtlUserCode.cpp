@@ -35,12 +35,12 @@ void endProcess(void* context) {
 // Some C libraries unwind the stack when a thread ends itself or is cancelled, others only call
 // what was pushed here.
 void runUserCode(UserCall const& call, void (*code)(void* context), void* context) {
-    UserCall present = call;
-    pthread_cleanup_push(endProcess, &present);
+    void* const present = const_cast<UserCall*>(&call);
+    pthread_cleanup_push(endProcess, present);
     try {
         code(context);
     } catch (...) {
-        endProcess(&present);
+        endProcess(present);
     }
     pthread_cleanup_pop(0);
 }

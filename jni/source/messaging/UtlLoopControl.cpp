@@ -62,16 +62,12 @@ bool LoopControl::isRefusedInTransfer() const {
     return isInTransfer;
 }
 
-LoopControl::Access::Access(LoopControl& loop) : mLoop(loop), mIsTaken(true) {
-    mLoop.mMutex.lock();
-    if (mLoop.mIsExclusive && current() != &mLoop) {
-        mVisit.emplace(mLoop.mVisitors);
-        awaitShared();
-    }
-}
-
 // With the mutex held, before and, if it is taken, after.
 void LoopControl::Access::awaitShared() {
+    if (current() == &mLoop) {
+        return;
+    }
+    mVisit.emplace(mLoop.mVisitors);
     while (mIsTaken && mLoop.mIsExclusive) {
         unsigned const turn = mLoop.mExclusiveTurns.load();
         mLoop.mMutex.unlock();
@@ -81,12 +77,6 @@ void LoopControl::Access::awaitShared() {
             awaitOn(mLoop.mIsShared, 0);
             mLoop.mMutex.lock();
         }
-    }
-}
-
-LoopControl::Access::~Access() {
-    if (mIsTaken) {
-        mLoop.mMutex.unlock();
     }
 }
 
@@ -124,12 +114,6 @@ bool LoopControl::wakeLocked(Entry const& word) {
     return true;
 }
 
-LoopControl::Entry LoopControl::entryIn(unsigned char const* slot) {
-    Entry entry;
-    std::memcpy(&entry, slot, sizeof entry);
-    return entry;
-}
-
 void LoopControl::enter() {
     mThreadId = ThreadManager::getCallerId();
     mWatch.begin(mThreadId);
@@ -140,16 +124,6 @@ void LoopControl::enter() {
 void LoopControl::leaveThread() {
     mTimers.leave();
     ofThisThread = nullptr;
-}
-
-bool LoopControl::take(Entry* entry) {
-    unsigned char const* const slot = mEntries.front();
-    if (slot == nullptr) {
-        return false;
-    }
-    *entry = entryIn(slot);
-    mEntries.drop();
-    return true;
 }
 
 void LoopControl::nudge() {
@@ -195,12 +169,10 @@ bool LoopControl::read() {
     }
 }
 
-bool LoopControl::isAsked(Request* request) {
-    if (!mIsAsked.load(std::memory_order_acquire)) {
-        return false;
-    }
+// One that was noted may not have been posted.
+bool LoopControl::isReallyAsked(Request* request) {
     Guard const guard(*this);
-    return isAskedLocked(request);  // it may not have been posted
+    return isAskedLocked(request);
 }
 
 bool LoopControl::isAskedLocked(Request* request) const {

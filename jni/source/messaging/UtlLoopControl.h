@@ -14,9 +14,10 @@
 // only when every entry before it has been taken. A word that was written for an entry that the
 // loop has taken in the meantime, because a timer woke it, makes it look once for nothing. The
 // signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do
-// the same with a mark of their own. An extension that sleeps in poll() has the pipe among its
-// descriptors, and what other threads change for it comes with a word of its own (nudge), whether
-// the loop is asleep or not: it is there before poll() looks, or ends it.
+// the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps. An
+// extension that sleeps in poll() has the pipe among its descriptors, and what other threads change
+// for it comes with a word of its own (nudge), whether the loop is asleep or not: it is there
+// before poll() looks, or ends it.
 
 #ifndef UTL_LOOP_CONTROL_H
 #define UTL_LOOP_CONTROL_H
@@ -125,8 +126,17 @@ public:
     // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread.
     class Access {
     public:
-        explicit Access(LoopControl& loop);
-        ~Access();
+        explicit Access(LoopControl& loop) : mLoop(loop) {
+            mLoop.mMutex.lock();
+            if (mLoop.mIsExclusive) {
+                awaitShared();
+            }
+        }
+        ~Access() {
+            if (mIsTaken) {
+                mLoop.mMutex.unlock();
+            }
+        }
         Access(Access const&) = delete;
         Access& operator=(Access const&) = delete;
 
@@ -137,7 +147,7 @@ public:
 
         LoopControl& mLoop;
         std::optional<VisitorCount::Visit> mVisit;  // of one who has to wait
-        bool mIsTaken;
+        bool mIsTaken = true;
     };
 
     // The right to ask the loop, which one thread has at a time, until the answer was dealt with.
@@ -178,7 +188,11 @@ public:
     void closeLocked() { mIsClosed.store(true, std::memory_order_relaxed); }
     bool hasEndedLocked() const { return mHasEnded; }
     SlotRing& entriesLocked() { return mEntries; }
-    static Entry entryIn(unsigned char const* slot);
+    static Entry entryIn(unsigned char const* slot) {
+        Entry entry;
+        std::memcpy(&entry, slot, sizeof entry);
+        return entry;
+    }
 
     // The loop only.
 
@@ -191,7 +205,15 @@ public:
     void leave(CleanUp cleanUp);
 
     // Takes the next entry. False when there is none.
-    bool take(Entry* entry);
+    bool take(Entry* entry) {
+        unsigned char const* const slot = mEntries.front();
+        if (slot == nullptr) {
+            return false;
+        }
+        *entry = entryIn(slot);
+        mEntries.drop();
+        return true;
+    }
 
     void countHandled() { mHandledCount.store(handledCount() + 1, std::memory_order_relaxed); }
 
@@ -204,7 +226,9 @@ public:
     void awaitNobody() const { mVisitors.awaitNone(); }
 
     // What the loop is asked for, until it answers. False when it is not asked.
-    bool isAsked(Request* request);
+    bool isAsked(Request* request) {
+        return mIsAsked.load(std::memory_order_acquire) && isReallyAsked(request);
+    }
     bool isAskedLocked(Request* request) const;
     void answerLocked(bool isServed);
 
@@ -221,6 +245,7 @@ private:
     LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
                 unsigned long maxTimers);
 
+    bool isReallyAsked(Request* request);
     bool wakeLocked(Entry const& entry);
     void leaveThread();
     bool read();

@@ -165,8 +165,7 @@ int MsgDrivenThread::Loop::report(Queuing queuing, long msgId) {
             logTooLarge(msgId);
             break;
         case Queuing::NO_ROOM:
-            // A sender that keeps trying is reported once for each delivery it waits for.
-            applog(LIBRARY_LOG, mHasDataQueueOverflowed.exchange(true) ? LEVEL_DETAIL : LEVEL_ERROR,
+            applog(LIBRARY_LOG, isFirstOverflow() ? LEVEL_ERROR : LEVEL_DETAIL,
                    "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x",
                    mControl->name(), static_cast<int>(mMaxMsgCount), static_cast<unsigned>(msgId));
             break;
@@ -177,6 +176,12 @@ int MsgDrivenThread::Loop::report(Queuing queuing, long msgId) {
             break;
     }
     return 0;
+}
+
+// A sender that keeps trying is reported once for each delivery it waits for.
+bool MsgDrivenThread::Loop::isFirstOverflow() {
+    unsigned const delivered = mDelivered.load(std::memory_order_relaxed);
+    return mOverflowedAt.exchange(delivered, std::memory_order_relaxed) != delivered;
 }
 
 // Whether it was posted; what was not for want of room is logged.
@@ -306,7 +311,9 @@ bool MsgDrivenThread::Loop::isWorkingOff() const {
 
 // Takes one control entry and does what it asks for, or sleeps until there is one.
 MsgDrivenThread::Loop::Step MsgDrivenThread::Loop::executeStep() {
-    executeExpiries();
+    if (mControl->timers().hasExpired()) {
+        executeExpiries();
+    }
     bool isMore = false;
     if (mExtension != nullptr && mExtension->hasTurn()) {
         isMore = mExtension->executeTurn();
@@ -410,9 +417,8 @@ int MsgDrivenThread::Loop::dispatch(ThreadCtlMsg const& ctl) {
             return 0;
         default: {
             int const result = executeReceiveMsg(ctl.id);
-            if (mHasDataQueueOverflowed.load(std::memory_order_relaxed)) {
-                mHasDataQueueOverflowed.store(false, std::memory_order_relaxed);
-            }
+            mDelivered.store(mDelivered.load(std::memory_order_relaxed) + 1,
+                             std::memory_order_relaxed);
             return result;
         }
     }

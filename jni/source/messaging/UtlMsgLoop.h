@@ -91,6 +91,7 @@ private:
     Queuing queueLocked(Msg const& msg);
     int report(Queuing queuing, long msgId);
     bool ask(LoopControl::Asking& asking, Request request, long argument);
+    bool isFirstOverflow();
     bool report(LoopControl::Posting posting, long ctlId);
     void logTooLarge(long msgId);
     void logError(long msgId);
@@ -141,7 +142,8 @@ private:
 
     // Guarded by the mutex of the control, but that the loop takes out of the queue without it.
     BorrowedRecord mSendMsg;
-    ThreadRawMsg mRefusedMsg;  // of a message that finds no slot
+    ThreadRawMsg mRefusedMsg;                  // of a message that finds no slot
+    std::atomic<unsigned> mOverflowedAt{~0u};  // what mDelivered was when one last found none
     CacheDistance mBehindSending;
     SlotRing mDataQueue;
     Map<int, TimerInfo> mTimers;
@@ -151,14 +153,13 @@ private:
     std::atomic<std::uint64_t> mRunsUntil{0};  // 0: what is queued is left
     std::atomic<unsigned long> mHandledBefore{0};
 
-    std::atomic<bool> mHasDataQueueOverflowed{false};  // until the loop next delivers a message
-
     // What a request comes with, and what it is answered with: the asking thread's while it has the
     // right to ask, and the loop's until it answers.
     ThreadRawMsg mSyncMsg;
     ThreadRawMsg mAnsweredMsg;
 
     // The loop's.
+    std::atomic<unsigned> mDelivered{0};  // data messages, wraps
     std::unique_ptr<unsigned char[]> const mReceiveBuffer;
     BorrowedRecord mReceiveMsg;  // what the listener sees
     ThreadRawMsg mFoundMsg;      // what the listener has looked for itself

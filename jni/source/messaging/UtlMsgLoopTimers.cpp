@@ -158,10 +158,10 @@ int MsgDrivenThread::Loop::executeStopTimerLocked(int userId) {
 // In front of every entry that is dealt with, so that no number of messages keeps a timer waiting;
 // what an expiry queues is behind all that were there before.
 void MsgDrivenThread::Loop::executeExpiries() {
-    while (mControl->timers().hasExpired()) {
+    do {
         LoopControl::Guard const guard(*mControl);
         mControl->timers().take([this](int userId) { executeTimeoutSignalLocked(userId); });
-    }
+    } while (mControl->timers().hasExpired());
 }
 
 // Queues an expiry unless enough of them wait.

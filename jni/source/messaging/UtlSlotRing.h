@@ -63,7 +63,11 @@ public:
     }
     void drop() {
         mFront = mFront + 1 < mCapacity ? mFront + 1 : 0;
-        mTaken.store(mTaken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+        unsigned long const taken = mTaken.load(std::memory_order_relaxed) + 1;
+        mTaken.store(taken, std::memory_order_release);
+        if (mPutSeen - taken > 2 * SLOTS_AHEAD) {
+            __builtin_prefetch(at(SLOTS_AHEAD));
+        }
     }
 
     // The loop, with the lock held; or who holds the lock of a loop that takes with it held.
@@ -97,6 +101,11 @@ private:
     struct alignas(std::max_align_t) Aligned {
         unsigned char bytes[alignof(std::max_align_t)];
     };
+
+    // Where the senders are well ahead, the loop asks for the memory of the slots to come, which
+    // was last written on another processor, while it deals with this one. Nearer to the senders it
+    // would take from them what they are about to write.
+    static constexpr unsigned long SLOTS_AHEAD = 8;
 
     unsigned char* slot(unsigned long index) const { return mBytes + index * mSlotSize; }
     unsigned long place(unsigned long index) const {

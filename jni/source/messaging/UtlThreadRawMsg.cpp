@@ -132,7 +132,7 @@ int ThreadRawMsg::setMsgId(long msgId) {
         return 0;
     }
     std::int32_t const stored = static_cast<std::int32_t>(msgId);
-    copyMemory(mBuffer, &stored, sizeof stored);
+    std::memcpy(mBuffer, &stored, sizeof stored);
     return 1;
 }
 
@@ -141,7 +141,7 @@ int ThreadRawMsg::getMsgId(long* msgId) {
         return 0;
     }
     std::int32_t stored;
-    copyMemory(&stored, mBuffer, sizeof stored);
+    std::memcpy(&stored, mBuffer, sizeof stored);
     *msgId = stored;
     return 1;
 }

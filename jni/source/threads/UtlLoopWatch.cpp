@@ -1,7 +1,5 @@
 #include "threads/UtlLoopWatch.h"
 
-#include <atomic>
-
 #include "UtlStatementInfo.h"
 
 #include "platform/UtlErrno.h"
@@ -9,31 +7,19 @@
 
 namespace utl {
 
-namespace {
-
-// Of registrations, from 1 on: a thread asks once before it believes anything.
-std::atomic<unsigned> changes{1};
-
-}  // namespace
+std::atomic<unsigned> LoopWatch::sChanges{1};
 
 void LoopWatch::registrationChanged() {
-    changes.fetch_add(1, std::memory_order_release);
+    sChanges.fetch_add(1, std::memory_order_release);
 }
 
-bool LoopWatch::isRegistered() {
-    unsigned const present = changes.load(std::memory_order_acquire);
-    if (present != mChangesSeen) {
-        ManagerAccess const manager;
-        mChangesSeen = present;
-        mIsRegistered = manager && manager->isRegisteredWatchdog(mThreadId);
-    }
-    return mIsRegistered;
+void LoopWatch::askManager(unsigned present) {
+    ManagerAccess const manager;
+    mChangesSeen = present;
+    mIsRegistered = manager && manager->isRegisteredWatchdog(mThreadId);
 }
 
-void LoopWatch::reportAtWork(unsigned long line) {
-    if (!isRegistered()) {
-        return;
-    }
+void LoopWatch::startAndReport(unsigned long line) {
     ManagerAccess const manager;
     if (manager && manager->startWatchdog(mThreadId)) {
         manager->keepAliveWatchdog(StatementInfo(mFile, mFunction, line, 0));

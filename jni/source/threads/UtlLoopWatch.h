@@ -9,6 +9,8 @@
 #ifndef UTL_LOOP_WATCH_H
 #define UTL_LOOP_WATCH_H
 
+#include <atomic>
+
 namespace utl {
 
 // The thread's own.
@@ -22,7 +24,11 @@ public:
 
     // Has the thread watched and reports it alive at `line`. Between two things it does: it may not
     // come to a pause for long.
-    void reportAtWork(unsigned long line);
+    void reportAtWork(unsigned long line) {
+        if (isRegistered()) {
+            startAndReport(line);
+        }
+    }
 
     class Pause {
     public:
@@ -44,7 +50,18 @@ public:
     static void registrationChanged();
 
 private:
-    bool isRegistered();
+    bool isRegistered() {
+        unsigned const present = sChanges.load(std::memory_order_acquire);
+        if (present != mChangesSeen) {
+            askManager(present);
+        }
+        return mIsRegistered;
+    }
+    void askManager(unsigned present);
+    void startAndReport(unsigned long line);
+
+    // Of registrations, from 1 on: a thread asks once before it believes anything.
+    static std::atomic<unsigned> sChanges;
 
     char const* const mFile;
     char const* const mFunction;
