@@ -33,7 +33,6 @@ void wakeUp(benchmark::State& state) {
     });
 }
 
-template <typename Loop>
 // How often the other threads of the process have left the processor to wait for something.
 long waits() {
     long sum = 0;

@@ -44,6 +44,10 @@ void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
     return isGranted() ? ::operator new[](size) : nullptr;
 }
 
+void* operator new[](std::size_t size, std::align_val_t alignment, std::nothrow_t const&) noexcept {
+    return isGranted() ? ::operator new[](size, alignment) : nullptr;
+}
+
 // A sanitizer's malloc must stay the only one: there, the forms above are all that is counted.
 #if !UTL_SANITIZED
 void* malloc(std::size_t size) noexcept {

@@ -326,6 +326,9 @@ KeptTask* LoopTasks::takeDueLocked(unsigned long* missed) {
     }
     std::uint32_t const place = mDeadlines.first().owner;
     mDeadlines.erase(place);
+    if (!mDeadlines.isEmpty()) {
+        mDelayed.expect(mDeadlines.first().owner);
+    }
     KeptTask& task = mDelayed[place];
     task.state = KeptTask::RUNNING;
     task.isLast = task.period == 0;

@@ -13,6 +13,8 @@
 
 namespace utl {
 
+constexpr std::size_t CACHE_LINE = 64;
+
 // A callable in memory of the loop. It is moved in and destroyed by who has the room to himself.
 struct TaskRoom {
     void fill(TaskType const& ofCallable, void* callable) {
@@ -26,7 +28,7 @@ struct TaskRoom {
     TaskType const* type;
 };
 
-struct KeptTask {
+struct alignas(CACHE_LINE) KeptTask {
     // FREE; TAKEN by one thread, that fills or empties it; WAITING to be run; RUNNING on the loop;
     // running still, but CANCELLED. Only who takes it, or the loop while it runs, uses the room.
     enum State { FREE, TAKEN, WAITING, RUNNING, CANCELLED };
@@ -76,7 +78,16 @@ public:
         KeptTask& task = mTasks[mFirstFree];
         mFirstFree = task.next;
         task.state = KeptTask::TAKEN;
+        expect(mFirstFree);
         return &task;
+    }
+
+    // Has the memory of what is used next, of many in no order, fetched in time.
+    void expect(std::uint32_t place) const {
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(mTasks.get() + place);
+        for (std::size_t i = 0; i < sizeof(KeptTask); i += CACHE_LINE) {
+            __builtin_prefetch(bytes + i, 1);
+        }
     }
 
     void free(KeptTask& task) {
