@@ -4,13 +4,11 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "Loops.h"
 #include "UtlLog.h"
@@ -19,43 +17,6 @@
 namespace {
 
 using namespace bench;
-
-template <typename Loop>
-void post(benchmark::State& state, long senders) {
-    constexpr long MESSAGES = 100000;
-    Loop loop;
-    long posted = 0;
-    for (auto _ : state) {
-        std::vector<std::thread> threads;
-        for (long i = 1; i < senders; ++i) {
-            threads.emplace_back([&] { postAll(loop, MESSAGES / senders); });
-        }
-        postAll(loop, MESSAGES / senders);
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        posted += MESSAGES;
-        loop.await(posted);
-    }
-    state.SetItemsProcessed(posted);
-}
-
-// One iteration is the median of many; the 99th of a hundred stands beside it.
-template <typename Measure>
-void latency(benchmark::State& state, Measure measure) {
-    constexpr int SAMPLES = 2000;
-    double late = 0;
-    for (auto _ : state) {
-        std::vector<std::int64_t> times;
-        for (int i = 0; i < SAMPLES; ++i) {
-            times.push_back(measure());
-        }
-        std::sort(times.begin(), times.end());
-        state.SetIterationTime(static_cast<double>(times[SAMPLES / 2]) / 1e9);
-        late += static_cast<double>(times[SAMPLES * 99 / 100]) / 1e9;
-    }
-    state.counters["p99"] = benchmark::Counter(late, benchmark::Counter::kAvgIterations);
-}
 
 template <typename Loop>
 void wakeUp(benchmark::State& state) {
@@ -69,17 +30,6 @@ void wakeUp(benchmark::State& state) {
         sender.post();
         loop.await(++posted);
         return loop.arrivedAt.load(std::memory_order_relaxed) - begin;
-    });
-}
-
-template <typename Loop>
-void roundTrip(benchmark::State& state) {
-    Loop loop;
-    typename Loop::Sender sender(loop);
-    latency(state, [&] {
-        std::int64_t const begin = now();
-        sender.send();
-        return now() - begin;
     });
 }
 

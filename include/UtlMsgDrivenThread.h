@@ -24,6 +24,7 @@
 #define UTL_MSG_DRIVEN_THREAD_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -37,6 +38,17 @@
 namespace utl {
 
 class LoopControl;
+class LoopExtension;
+
+// What becomes of that which a thread has accepted and not handled when it is to stop.
+enum class Rest { DROP, RUN };
+
+// What came of such a stop.
+struct StopResult {
+    int result;             // REACHED when the thread has ended, TIMED_OUT or WAIT_FAILED
+    unsigned long ran;      // handled since the thread was first asked
+    unsigned long dropped;  // never handled; as of now if the thread has not ended
+};
 
 // What a thread does with its messages.
 class UTL_API ThreadMsgListener {
@@ -97,13 +109,21 @@ public:
     int stop(int waitMode, unsigned long timeout);
     int stop(Duration limit) { return stop(1, limit.atLeastOne()); }
 
+    // Accepts no more messages, and with Rest::RUN delivers those that were accepted before the
+    // thread stops; but when `limit` (0 for none) is over no delivery begins, and this no longer
+    // waits. Messages that are dropped are logged, as a number, when the thread ends. May be called
+    // again, to wait longer or to drop the rest. On the thread itself it asks, but does not wait.
+    // WAIT_FAILED also when the thread was not started, in the child of a fork, and, logged, when
+    // the wait would close a circle.
+    StopResult stop(Rest rest, std::chrono::milliseconds limit);
+
     // Queue a message: messages of one sender arrive in their order. Refused, and logged, when it
     // is too large, has a reserved id, or the queue is full; refused when the thread does not run
     // or was asked to stop.
     int postMsg(Msg const& msg);
     int postMsg(long msgId);
 
-    // As postMsg(), whatever the thread's state.
+    // As postMsg(), whatever the thread's state, but for a stop with a Rest.
     int sendMsgAsync(Msg const& msg);
 
     // Deliver a message before all that are queued and block until the listener has returned.
@@ -168,10 +188,14 @@ protected:
 
 private:
     friend class ThreadWatchdog;
+    friend class LoopThread;
 
     class Loop;
 
     bool takeListener(ThreadMsgListener* listener);
+    MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount, char const* name,
+                    unsigned long maxTimerCount, LoopExtension* extension);
+
     bool isServing() const;
     bool mayBeSentTo() const;
     LoopControl& control();

@@ -87,7 +87,10 @@ LOCAL_SRC_FILES := \
     source/timers/UtlSharedTimerLoop.cpp \
     source/timers/UtlSharedTimer.cpp \
     source/timers/UtlTimer.cpp \
-    source/timers/UtlThreadWatchdog.cpp
+    source/timers/UtlThreadWatchdog.cpp \
+    source/loop/UtlPollSet.cpp \
+    source/loop/UtlLoopTasks.cpp \
+    source/loop/UtlLoop.cpp
 LOCAL_C_INCLUDES := $(LOCAL_PATH)/../include $(LOCAL_PATH)/source
 LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)/../include
 LOCAL_CPPFLAGS := -std=c++17 -fno-exceptions -funwind-tables -fno-semantic-interposition -frtti \

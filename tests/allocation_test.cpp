@@ -2,13 +2,16 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <thread>
 
+#include "UtlLoop.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlStructMsg.h"
 #include "UtlThreadManager.h"
@@ -40,6 +43,10 @@ void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
 
 void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
     return isGranted() ? ::operator new[](size) : nullptr;
+}
+
+void* operator new[](std::size_t size, std::align_val_t alignment, std::nothrow_t const&) noexcept {
+    return isGranted() ? ::operator new[](size, alignment) : nullptr;
 }
 
 // A sanitizer's malloc must stay the only one: there, the forms above are all that is counted.
@@ -129,6 +136,47 @@ bool livesWithout(int request) {
     EXPECT_TRUE(delivered == 0 || (delivered == 2 && started == 0)) << request;
     EXPECT_TRUE(hasFailed || delivered == 2) << request;
     return hasFailed;
+}
+
+TEST_F(AllocationTest, TasksTakeNoMemory) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    auto const loop = Loop::make(LoopOptions());
+    std::atomic<int> done{0};
+    auto const useAll = [&] {
+        int const before = done;
+        ScopedTask const often = loop->every(std::chrono::microseconds(100), [&] { ++done; });
+        ScopedTask const ready = loop->watch(ends[1], Loop::WRITABLE, [&] { ++done; });
+        EXPECT_TRUE(loop->postAfter(std::chrono::hours(1), [] {}).cancel());
+        EXPECT_TRUE(loop->postAfter(std::chrono::seconds(0), [&] { ++done; }));
+        EXPECT_TRUE(loop->post([&] { ++done; }) && loop->call([&] { ++done; }));
+        while (done < before + 5) {
+            std::this_thread::yield();
+        }
+    };
+    useAll();
+    unsigned long const before = allocations.load();
+    for (int i = 0; i < 1000; ++i) {
+        useAll();
+    }
+    EXPECT_EQ(before, allocations.load());
+    EXPECT_EQ(REACHED, loop->stop(Rest::RUN).result);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(AllocationTest, ALoopThatGotTooLittleIsNotMade) {
+    test::LogCapture const log;
+    bool hasFailed = true;
+    for (int request = 0; hasFailed; ++request) {
+        grantsBeforeFailure = request;
+        auto const loop = Loop::make(LoopOptions());
+        hasFailed = grantsBeforeFailure.exchange(-1) < 0;
+        bool const isWhole = loop != nullptr && loop->call([] {}) && loop->post([] {}) &&
+                             loop->postAfter(std::chrono::hours(1), [] {}).cancel() &&
+                             loop->watch(0, Loop::READABLE, [] {}).cancel();
+        EXPECT_TRUE(isWhole || (hasFailed && loop == nullptr)) << request;
+    }
 }
 
 TEST_F(AllocationTest, ErasingFromAMapTakesNoMemory) {

@@ -152,6 +152,27 @@ TEST_F(MsgDrivenThreadTest, AMessageWithALowIdStaysUntilALaterOneDropsIt) {
     EXPECT_TRUE(log.has("DataQueueMsgId:0xfffffffb CtlMsgId:0x00008002"));
 }
 
+TEST_F(MsgDrivenThreadTest, AStopDeliversWhatWasAcceptedOrSaysWhatItDropped) {
+    for (Rest const rest : {Rest::RUN, Rest::DROP}) {
+        HeldStation station;
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_EQ(1, station->postMsg(A));
+        }
+        auto stopped = inThread([&] { return station->stop(rest, std::chrono::hours(1)); });
+        EXPECT_TRUE(test::comesTrue([&] { return station->hasRequestedStop(); }));
+        EXPECT_EQ(0, station->postMsg(B) + station->sendMsgAsync(SimpleMsg(B)));
+        station.released.open();
+        StopResult const result = stopped.get();
+        bool const isRun = rest == Rest::RUN;
+        EXPECT_EQ(REACHED, result.result);
+        EXPECT_EQ(isRun ? 10u : 0u, result.ran);
+        EXPECT_EQ(isRun ? 0u : 10u, result.dropped);
+        EXPECT_EQ(static_cast<long>(result.ran), station.count(A));
+    }
+    EXPECT_EQ(1u, log.count("MsgDrivenThread(station) stopped. Dropped:10"));
+    EXPECT_EQ(WAIT_FAILED, Station()->stop(Rest::RUN, std::chrono::hours(1)).result);
+}
+
 // Whatever entry is under way: it goes when the message that overtakes it erases it.
 TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
     struct {

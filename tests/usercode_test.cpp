@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "UtlLog.h"
+#include "UtlLoop.h"
 #include "UtlMemory.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -77,6 +78,13 @@ constexpr Call CALLS[] = {
          station.on(MSG_ID, leave);
          station->sendMsgSync(MSG_ID);
      }},
+    {"Task", "Loop task\\(loop\\)",
+     [] {
+         auto const loop = Loop::make(LoopOptions());
+         loop->post([] { leave(); });
+         pause();
+     }},
+    {"LoopCall", "Loop::call\\(loop\\)", [] { Loop::make(LoopOptions())->call([] { leave(); }); }},
     {"StoreDataTo", "Msg::storeDataTo", [] { test::RunningStation()->postMsg(LeavingMsg()); }},
     {"RestoreDataFrom", "Msg::restoreDataFrom",
      [] {

@@ -28,6 +28,7 @@ LAYERS = [
     {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
      "UtlTimerInfo", "UtlMsgDrivenThread", "UtlStructMsg", "UtlMsgHandlers", "UtlSharedTimer",
      "UtlTimer", "UtlThreadWatchdog"},
+    {"loop", "UtlTask", "UtlLoop"},
     {"Utl"},
 ]
 

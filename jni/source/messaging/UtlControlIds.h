@@ -9,7 +9,9 @@
 
 namespace utl {
 
-constexpr long CTL_TIMER_SIGNAL = WakePipe::TIMER_SIGNAL;  // only in the pipe, never queued
+constexpr long CTL_TIMER_SIGNAL = WakePipe::TIMER_SIGNAL;  // of a word in the pipe
+constexpr long CTL_EXTENSION = CTL_TIMER_SIGNAL;  // of a queued entry: never a timer's, so no other
+                                                  // id of a message had to be taken away
 constexpr long CTL_STOP = 0x83FB;
 constexpr long CTL_TIMEOUT = 0x83FC;  // these three with a user timer id
 constexpr long CTL_STOP_TIMER = 0x83FD;

@@ -9,6 +9,8 @@
 
 #include "foundation/UtlAwait.h"
 #include "foundation/UtlLogLine.h"
+#include "messaging/UtlControlIds.h"
+#include "messaging/UtlLoopExtension.h"
 #include "platform/UtlThreadLocal.h"
 
 namespace utl {
@@ -124,7 +126,11 @@ void LoopControl::leaveThread() {
     ofThisThread = nullptr;
 }
 
-bool LoopControl::sleep(unsigned long before, unsigned long after) {
+void LoopControl::nudge() {
+    mPipe.wake({static_cast<std::int32_t>(CTL_SERVICE), -1});
+}
+
+bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension* extension) {
     {
         Guard const guard(*this);
         if (mEntries.count() != 0 && isOpen()) {
@@ -135,7 +141,8 @@ bool LoopControl::sleep(unsigned long before, unsigned long after) {
     bool isWhole = true;
     if (mTimers.beginSleep()) {
         LoopWatch::Pause const pause(mWatch, before, after);
-        isWhole = read();
+        bool const hasWord = extension == nullptr || extension->awaitWord(mPipe.readEnd());
+        isWhole = !hasWord || read();
     }
     mTimers.endSleep();
     mIsAsleep.store(false, std::memory_order_relaxed);

@@ -14,7 +14,10 @@
 // only when every entry before it has been taken. A word that was written for an entry that the
 // loop has taken in the meantime, because a timer woke it, makes it look once for nothing. The
 // signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do
-// the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps.
+// the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps. An
+// extension that sleeps in poll() has the pipe among its descriptors, and what other threads change
+// for it comes with a word of its own (nudge), whether the loop is asleep or not: it is there
+// before poll() looks, or ends it.
 
 #ifndef UTL_LOOP_CONTROL_H
 #define UTL_LOOP_CONTROL_H
@@ -39,6 +42,8 @@
 #include "threads/UtlLoopWatch.h"
 
 namespace utl {
+
+class LoopExtension;
 
 class LoopControl {
 public:
@@ -80,6 +85,16 @@ public:
 
     // The loop of the calling thread, or nullptr.
     static LoopControl* current();
+
+    // Whether somebody has said that nothing more is accepted. Exact with the mutex held.
+    bool isClosed() const { return mIsClosed.load(std::memory_order_relaxed); }
+
+    // How many messages and tasks the loop has taken to handle them. Wraps.
+    unsigned long handledCount() const { return mHandledCount.load(std::memory_order_relaxed); }
+
+    // Has the loop look whether there is something to do, although nothing is queued. Takes no
+    // lock: a word that is there when the loop goes to sleep keeps it awake.
+    void nudge();
 
     // The mutex for a scope.
     class Guard {
@@ -170,6 +185,7 @@ public:
         return postLocked(entry, [] {});
     }
 
+    void closeLocked() { mIsClosed.store(true, std::memory_order_relaxed); }
     bool hasEndedLocked() const { return mHasEnded; }
     SlotRing& entriesLocked() { return mEntries; }
     static Entry entryIn(unsigned char const* slot) {
@@ -199,9 +215,12 @@ public:
         return true;
     }
 
-    // Blocks until there may be something to do. The watch of the thread pauses meanwhile: it
-    // reports alive at the lines `before` and `after`. False, logged, when the pipe is broken.
-    bool sleep(unsigned long before, unsigned long after);
+    void countHandled() { mHandledCount.store(handledCount() + 1, std::memory_order_relaxed); }
+
+    // Blocks until there may be something to do, for an extension too if there is one. The watch of
+    // the thread pauses meanwhile: it reports alive at the lines `before` and `after`. False,
+    // logged, when the pipe is broken.
+    bool sleep(unsigned long before, unsigned long after, LoopExtension* extension = nullptr);
 
     // After that: blocks until nobody is left of those who waited, so that this may be destroyed.
     void awaitNobody() const { mVisitors.awaitNone(); }
@@ -244,13 +263,15 @@ private:
     CacheDistance mBeforeSending;
     platform::Mutex mMutex;
     std::atomic<bool> mIsAsleep{false};  // set with the mutex held
+    std::atomic<bool> mIsClosed{false};  // likewise
     bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
     bool mIsExclusive = false;
     Turns mExclusiveTurns{0};
     Event mIsShared{1, 0};  // the opposite, for who waits
     CacheDistance mBehindSending;
 
-    SlotRing mEntries;  // what is put in is guarded by the mutex
+    SlotRing mEntries;                            // what is put in is guarded by the mutex
+    std::atomic<unsigned long> mHandledCount{0};  // written by the loop
 
     // Written with the mutex held. The answer is good while the asker has the request lock.
     std::atomic<bool> mIsAsked{false};

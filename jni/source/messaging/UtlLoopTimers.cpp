@@ -115,6 +115,15 @@ bool LoopTimers::start(int userId, TimerInfo* info) {
     return true;
 }
 
+int LoopTimers::add(int userId) {
+    int const index = mHandler.install() ? reusablePlace() : NO_PLACE;
+    if (index == NO_PLACE) {
+        return TimerInfo::NO_SYSTEM_TIMER;
+    }
+    mPlaces[index].userId = userId;
+    return mPlaces[index].kernelId.load();
+}
+
 // The same kernel timer, armed anew: there is nothing that the kernel could refuse for want of
 // room.
 bool LoopTimers::restart(TimerInfo* info) {

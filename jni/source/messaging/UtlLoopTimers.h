@@ -61,6 +61,11 @@ public:
     // `info` as it was, when the kernel refuses or nobody would take the signal.
     bool start(int userId, TimerInfo* info);
 
+    // Makes a kernel timer that stands still, for `userId`, until the loop is over; any thread may
+    // arm it by its kernel id. NO_SYSTEM_TIMER, logged, when the kernel refuses or nobody would
+    // take the signal.
+    int add(int userId);
+
     // Lets an interval begin now. False, logged, when the kernel refuses it; the timer is abandoned
     // then.
     bool restart(TimerInfo* info);

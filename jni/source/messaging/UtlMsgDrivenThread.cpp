@@ -1,19 +1,38 @@
 #include "UtlMsgDrivenThread.h"
 
+#include <algorithm>
+#include <limits>
 #include <new>
 #include <optional>
 
 #include "messaging/UtlControlIds.h"
 #include "messaging/UtlMsgLoop.h"
+#include "platform/UtlFutex.h"
 
 namespace utl {
+
+namespace {
+
+// What other waits take: 0 for no limit. One that is longer than they can be is as long as they
+// can.
+unsigned long timeoutOf(std::chrono::milliseconds limit) {
+    constexpr std::int64_t LONGEST = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<unsigned long>(std::clamp<std::int64_t>(limit.count(), 0, LONGEST));
+}
+
+}  // namespace
 
 ThreadMsgListener::~ThreadMsgListener() = default;
 
 MsgDrivenThread::MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount,
                                  char const* name, unsigned long maxTimerCount)
+    : MsgDrivenThread(maxMsgSize, maxMsgCount, name, maxTimerCount, nullptr) {}
+
+MsgDrivenThread::MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount,
+                                 char const* name, unsigned long maxTimerCount,
+                                 LoopExtension* extension)
     : Thread(name, nullptr),
-      mLoop(new (std::nothrow) Loop(*this, maxMsgSize, maxMsgCount, maxTimerCount)) {}
+      mLoop(new (std::nothrow) Loop(*this, maxMsgSize, maxMsgCount, maxTimerCount, extension)) {}
 
 MsgDrivenThread::~MsgDrivenThread() {
     // In the child of a fork, too, that a listener has made.
@@ -61,6 +80,19 @@ int MsgDrivenThread::stop(int waitMode, unsigned long timeout) {
     int const result = Thread::stop(waitMode, timeout);
     leaveManagement();
     return result;
+}
+
+StopResult MsgDrivenThread::stop(Rest rest, std::chrono::milliseconds limit) {
+    if (!hasDone(STARTED) || !isOfThisProcess() || control().isRefusedInTransfer()) {
+        return {WAIT_FAILED, 0, 0};
+    }
+    unsigned long const timeout = timeoutOf(limit);
+    std::uint64_t until;
+    if (isRunning() && platform::limitAfter(timeout, &until)) {
+        mLoop->close(rest, until);
+    }
+    int const result = isCaller() ? (Thread::stop(0, 0), WAIT_FAILED) : stop(1, timeout);
+    return mLoop->stopResult(hasDone(EXECUTED) ? REACHED : result);
 }
 
 int MsgDrivenThread::requestStop() {

@@ -10,7 +10,7 @@
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
 #include "messaging/UtlControlIds.h"
-#include "platform/UtlFork.h"
+#include "platform/UtlClock.h"
 #include "platform/UtlKernelTimer.h"
 
 namespace utl {
@@ -49,14 +49,24 @@ long idIn(unsigned char const* slot) {
 
 }  // namespace
 
+// Of the thread that asks, which waits.
+struct MsgDrivenThread::Loop::Call {
+    void (*function)(void* context);
+    void* context;
+};
+
 MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
-                            unsigned long maxMsgCount, unsigned long maxTimerCount)
+                            unsigned long maxMsgCount, unsigned long maxTimerCount,
+                            LoopExtension* extension)
     : mThread(thread),
       mMaxMsgCount(maxMsgCount),
       mSlotSize(sum(maxMsgSize, ThreadRawMsg::ID_SIZE)),
-      mControl(LoopControl::make({LABEL, thread.getName().c_str(), "UtlMsgDrivenThread"},
-                                 timeoutHandler, sum(maxMsgCount, EXTRA_CTL_ENTRIES),
-                                 maxTimerCount)),
+      mExtension(extension),
+      mControl(LoopControl::make(
+          {LABEL, thread.getName().c_str(), "UtlMsgDrivenThread"}, timeoutHandler,
+          sum(sum(maxMsgCount, EXTRA_CTL_ENTRIES),
+              extension != nullptr ? extension->entryCount() : 0),
+          sum(maxTimerCount, extension != nullptr ? extension->timerCount() : 0))),
       mRefusedMsg(mSlotSize),
       mDataQueue(mSlotSize, maxMsgCount),
       mTimers(maxTimerCount, 0),
@@ -65,6 +75,9 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
       mReceiveBuffer(allocateElements<unsigned char>(mSlotSize)),
       mFoundMsg(mSlotSize) {
     timeoutHandler.install();
+    if (extension != nullptr) {
+        extension->retain();
+    }
 }
 
 bool MsgDrivenThread::Loop::hasAllBuffers() const {
@@ -83,6 +96,25 @@ int MsgDrivenThread::Loop::requestStop() {
     return report(posting, CTL_STOP);
 }
 
+void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
+    LoopControl::Guard const guard(*mControl);
+    if (!mControl->isClosed()) {
+        mControl->closeLocked();
+        mHandledBefore.store(mControl->handledCount());
+    }
+    mRunsUntil.store(rest == Rest::RUN ? until : 0);
+}
+
+StopResult MsgDrivenThread::Loop::stopResult(int result) const {
+    unsigned long const ran =
+        mControl->isClosed() ? mControl->handledCount() - mHandledBefore.load() : 0;
+    return {result, ran, leftCount()};
+}
+
+unsigned long MsgDrivenThread::Loop::leftCount() const {
+    return mDataQueue.count() + (mExtension != nullptr ? mExtension->waitingCount() : 0);
+}
+
 int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
     long const msgId = msg.getMsgId();
     if (isReservedId(msgId)) {
@@ -92,7 +124,7 @@ int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
     Queuing queuing;
     {
         LoopControl::Access const access(*mControl);
-        if (!access || (needsLoop && mControl->hasEndedLocked())) {
+        if (!access || mControl->isClosed() || (needsLoop && mControl->hasEndedLocked())) {
             return 0;
         }
         queuing = queueLocked(msg);
@@ -215,6 +247,16 @@ bool MsgDrivenThread::Loop::restoreAnswer(Msg* answer) {
     return isExpected;
 }
 
+bool MsgDrivenThread::Loop::call(void (*function)(void* context), void* context) {
+    if (isLoopThread()) {
+        function(context);
+        return true;
+    }
+    Call const call = {function, context};
+    LoopControl::Asking asking(*mControl);
+    return ask(asking, CALL, reinterpret_cast<long>(&call));
+}
+
 int MsgDrivenThread::Loop::erase(long msgId) {
     if (isLoopThread()) {
         LoopControl::Guard const guard(*mControl);
@@ -245,14 +287,15 @@ int MsgDrivenThread::Loop::run() {
     mProcess = platform::processNumber();
     mControl->enter();
     mControl->watch().reportAtWork(AFTER_SLEEP);
-    Step step;
-    do {
+    bool const canBegin = mExtension == nullptr || mExtension->enter(*mControl);
+    Step step = canBegin ? Step::NEXT : Step::BROKEN;
+    while (step == Step::NEXT) {
         step = executeStep();
-        if (mProcess != platform::processNumber()) {
+        if (isInChild()) {
             return -1;  // in a child of that process, which inherited this call: nothing is its own
         }
-    } while (step == Step::NEXT);
-    mControl->leave([this] { eraseAllTimerLocked(); });
+    }
+    finish();
     if (mIsThreadGone) {
         mControl->awaitNobody();
         delete this;
@@ -260,14 +303,57 @@ int MsgDrivenThread::Loop::run() {
     return step == Step::STOPPED ? 0 : -1;
 }
 
+void MsgDrivenThread::Loop::finish() {
+    if (mExtension != nullptr) {
+        mExtension->close();
+    }
+    bool isCounted = mExtension != nullptr;  // a plain stop leaves messages without a word
+    mControl->leave([this, &isCounted] {
+        isCounted = isCounted || mControl->isClosed();
+        eraseAllTimerLocked();
+    });
+    if (mExtension != nullptr) {
+        mExtension->drop();
+    }
+    unsigned long const dropped = leftCount();
+    if (isCounted && dropped != 0) {
+        applog(LIBRARY_LOG, LEVEL_INFORMATION, "MsgDrivenThread(%s) stopped. Dropped:%u",
+               mControl->name(), static_cast<unsigned>(dropped));
+    }
+}
+
+// Whether the loop ends here.
+bool MsgDrivenThread::Loop::isOver() const {
+    return mIsThreadGone || (mThread.hasRequestedStop() && !isWorkingOff());
+}
+
+// Whether, although a stop was asked for, what was accepted is handled before.
+bool MsgDrivenThread::Loop::isWorkingOff() const {
+    std::uint64_t const until = mRunsUntil.load();
+    if (until == 0 || mControl->count() == 0) {
+        return false;
+    }
+    bool const isLeft =
+        mDataQueue.count() != 0 || (mExtension != nullptr && mExtension->queuedCount() != 0);
+    return isLeft && platform::monotonicNanoseconds() < until;
+}
+
 // Takes one control entry and does what it asks for, or sleeps until there is one.
 MsgDrivenThread::Loop::Step MsgDrivenThread::Loop::executeStep() {
     if (mControl->timers().hasExpired()) {
         executeExpiries();
     }
+    bool isMore = false;
+    if (mExtension != nullptr && mExtension->hasTurn()) {
+        isMore = mExtension->executeTurn();
+        mControl->watch().reportAtWork(AFTER_WORK);
+        if (isInChild() || isOver()) {
+            return Step::STOPPED;
+        }
+    }
     LoopControl::Entry entry;
     if (!mControl->isOpen() || !mControl->take(&entry)) {
-        return mControl->sleep(BEFORE_SLEEP, AFTER_SLEEP) ? Step::NEXT : Step::BROKEN;
+        return isMore || sleep() ? Step::NEXT : Step::BROKEN;
     }
     ThreadCtlMsg const ctl = {entry.id, entry.parameter};
     if (!serveRequest(ctl.id) || ctl.id == CTL_SERVICE) {
@@ -278,17 +364,25 @@ MsgDrivenThread::Loop::Step MsgDrivenThread::Loop::executeStep() {
     if (result != 0) {
         logError(ctl.id);
     }
-    return mIsThreadGone || mThread.hasRequestedStop() ? Step::STOPPED : Step::NEXT;
+    return isOver() ? Step::STOPPED : Step::NEXT;
+}
+
+bool MsgDrivenThread::Loop::sleep() {
+    return mControl->sleep(BEFORE_SLEEP, AFTER_SLEEP, mExtension.get());
 }
 
 // Serves what another thread asks for, before the entry `ctlId` that was taken, whatever that is: a
-// synchronous message deliberately overtakes all that are queued. False when a request has taken
-// the entry away.
+// synchronous message deliberately overtakes all that are queued. False when the entry is nobody's
+// any more.
 bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
     LoopControl::Request request;
     if (!mControl->isAsked(&request)) {
         return true;
     }
+    return serve(request, ctlId) && !mIsThreadGone && !isInChild();
+}
+
+bool MsgDrivenThread::Loop::serve(LoopControl::Request const& request, long ctlId) {
     switch (request.kind) {
         case SYNC:
         case QUESTION:
@@ -300,6 +394,9 @@ bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
             mControl->answerLocked(executeFindMsgLocked(request.argument, &mAnsweredMsg));
             return true;
         }
+        case CALL:
+            serveCall(*reinterpret_cast<Call const*>(request.argument));
+            return true;
         default:
             return true;  // of a timer: by its own entry
     }
@@ -340,6 +437,15 @@ bool MsgDrivenThread::Loop::closeQuestion() {
     return false;
 }
 
+void MsgDrivenThread::Loop::serveCall(Call const& call) {
+    callUserCode("Loop::call", mControl->name(), [&] { call.function(call.context); });
+    if (isInChild()) {
+        mControl->forgetOtherThreads();
+    }
+    LoopControl::Guard const guard(*mControl);
+    mControl->answerLocked(true);
+}
+
 bool MsgDrivenThread::Loop::serveErase(long target, long ctlId) {
     LoopControl::Guard const guard(*mControl);
     executeEraseMsgLocked(target);
@@ -357,6 +463,9 @@ int MsgDrivenThread::Loop::dispatch(ThreadCtlMsg const& ctl) {
         case CTL_START_TIMER:
         case CTL_STOP_TIMER:
             return executeTimerRequest(ctl);
+        case CTL_EXTENSION:
+            mExtension->executeEntry();
+            return 0;
         default: {
             int const result = executeReceiveMsg(ctl.id);
             mDelivered.store(mDelivered.load(std::memory_order_relaxed) + 1,
@@ -377,6 +486,7 @@ int MsgDrivenThread::Loop::executeReceiveMsg(long msgId) {
         if (queuedId == msgId) {
             std::memcpy(mReceiveBuffer.get(), slot, mSlotSize);
             mDataQueue.drop();
+            mControl->countHandled();
             deliver();
             return 0;
         }
@@ -395,7 +505,7 @@ void MsgDrivenThread::Loop::deliver() {
     ThreadMsgListener* const listener = mThread.mListener.load(std::memory_order_relaxed);
     callUserCode("ThreadMsgListener::receiveMsg", mControl->name(),
                  [&] { listener->receiveMsg(mControl->threadId(), mReceiveMsg); });
-    if (mProcess != platform::processNumber()) {
+    if (isInChild()) {
         mControl->forgetOtherThreads();
     }
 }

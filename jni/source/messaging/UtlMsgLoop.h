@@ -4,6 +4,7 @@
 #define UTL_MSG_LOOP_H
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -15,7 +16,9 @@
 #include "messaging/UtlBorrowedRecord.h"
 #include "messaging/UtlCacheDistance.h"
 #include "messaging/UtlLoopControl.h"
+#include "messaging/UtlLoopExtension.h"
 #include "messaging/UtlSlotRing.h"
+#include "platform/UtlFork.h"
 
 namespace utl {
 
@@ -24,8 +27,9 @@ namespace utl {
 // loop's thread.
 class MsgDrivenThread::Loop {
 public:
+    // `extension` may be null.
     Loop(MsgDrivenThread& thread, unsigned long maxMsgSize, unsigned long maxMsgCount,
-         unsigned long maxTimerCount);
+         unsigned long maxTimerCount, LoopExtension* extension);
 
     // Without one of them a message that was accepted could be lost.
     bool hasAllBuffers() const;
@@ -36,6 +40,13 @@ public:
     LoopControl& control() { return *mControl; }
     int requestStop();
 
+    // From now on nothing is accepted; with Rest::RUN what was accepted is handled before the loop
+    // stops, but no message begins after `until` in nanoseconds.
+    void close(Rest rest, std::uint64_t until);
+
+    // How many were handled since then, and how many wait, or were left.
+    StopResult stopResult(int result) const;
+
     // Refused after the end of the loop if it `needsLoop`.
     int post(Msg const& msg, bool needsLoop);
 
@@ -43,6 +54,7 @@ public:
     // send() and askMsg(), which are for others.
     int send(Msg const& msg);
     int askMsg(Msg const& question, Msg* answer);
+    bool call(void (*function)(void* context), void* context);
     int erase(long msgId);
     int setTimer(TimerInfo const& info, int noWait);
     int killTimer(int userId, int noWait);
@@ -66,8 +78,13 @@ private:
     enum class Step { NEXT, STOPPED, BROKEN };
     enum class Queuing { DONE, TOO_LARGE, NO_ROOM, NO_CTL_ROOM, UNHEARD };
 
-    // What another thread asks for; the argument is an id.
-    enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER };
+    // What another thread asks for; the argument is an id, or the address of a Call.
+    enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER, CALL };
+    struct Call;
+
+    struct ExtensionRelease {
+        void operator()(LoopExtension* extension) const { extension->release(); }
+    };
 
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
@@ -85,8 +102,17 @@ private:
     LoopControl::Posting postTimerCtlLocked(std::optional<LoopControl::Asking>& asking,
                                             Request request, long ctlId, int userId);
 
+    bool isInChild() const { return mProcess != platform::processNumber(); }
+    bool isOver() const;
+    bool isWorkingOff() const;
+    unsigned long leftCount() const;
+    void finish();
+
     Step executeStep();
+    bool sleep();
     bool serveRequest(long ctlId);
+    bool serve(LoopControl::Request const& request, long ctlId);
+    void serveCall(Call const& call);
     bool serveSync(bool isQuestion, long ctlId);
     bool closeQuestion();
     bool serveErase(long target, long ctlId);
@@ -115,6 +141,7 @@ private:
     unsigned mProcess = 0;       // likewise: in which it runs
     unsigned long const mMaxMsgCount;
     unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
+    std::unique_ptr<LoopExtension, ExtensionRelease> const mExtension;
     std::unique_ptr<LoopControl> const mControl;
 
     // Guarded by the mutex of the control, but that the loop takes out of the queue without it.
@@ -125,6 +152,10 @@ private:
     SlotRing mDataQueue;
     Map<int, TimerInfo> mTimers;
     int mNextUserTimerId = 1;
+
+    // Of a stop; what it was when somebody closed.
+    std::atomic<std::uint64_t> mRunsUntil{0};  // 0: what is queued is left
+    std::atomic<unsigned long> mHandledBefore{0};
 
     // What a request comes with, and what it is answered with: the asking thread's while it has the
     // right to ask, and the loop's until it answers.

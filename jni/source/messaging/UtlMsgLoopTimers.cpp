@@ -166,6 +166,10 @@ void MsgDrivenThread::Loop::executeExpiries() {
 
 // Queues an expiry unless enough of them wait.
 void MsgDrivenThread::Loop::executeTimeoutSignalLocked(int userId) {
+    if (mExtension != nullptr && userId == LoopExtension::TIMER) {
+        mExtension->expire();
+        return;
+    }
     TimerInfo* const info = mTimers.find(userId);
     if (info != nullptr && takesExpiry(*info) &&
         report(mControl->postLocked({CTL_TIMEOUT, userId}), CTL_TIMEOUT)) {

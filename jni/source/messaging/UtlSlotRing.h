@@ -6,6 +6,7 @@
 #define UTL_SLOT_RING_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 
@@ -17,12 +18,14 @@ namespace utl {
 
 class SlotRing {
 public:
-    // Allocates `capacity` slots of `slotSize` bytes, which must not be 0; without memory the
-    // capacity is 0.
+    // Allocates `capacity` slots of `slotSize` bytes, which must not be 0; the first is aligned for
+    // anything. Without memory the capacity is 0.
     SlotRing(unsigned long slotSize, unsigned long capacity)
         : mSlotSize(slotSize),
-          mBytes(capacity <= NONE / slotSize ? allocateElements<unsigned char>(capacity * slotSize)
-                                             : nullptr),
+          mRoom(capacity <= NONE / slotSize
+                    ? allocateElements<Aligned>(capacity * slotSize / sizeof(Aligned) + 1)
+                    : nullptr),
+          mBytes(reinterpret_cast<unsigned char*>(mRoom.get())),
           mCapacity(mBytes != nullptr ? capacity : 0) {}
     SlotRing(SlotRing const&) = delete;
     SlotRing& operator=(SlotRing const&) = delete;
@@ -51,7 +54,7 @@ public:
     }
 
     // The loop: the first slot, or nullptr; and taking it out.
-    unsigned char const* front() {
+    unsigned char* front() {
         unsigned long const taken = mTaken.load(std::memory_order_relaxed);
         if (taken == mPutSeen) {
             mPutSeen = mPut.load(std::memory_order_acquire);
@@ -95,12 +98,16 @@ public:
     }
 
 private:
+    struct alignas(std::max_align_t) Aligned {
+        unsigned char bytes[alignof(std::max_align_t)];
+    };
+
     // Where the senders are well ahead, the loop asks for the memory of the slots to come, which
     // was last written on another processor, while it deals with this one. Nearer to the senders it
     // would take from them what they are about to write.
     static constexpr unsigned long SLOTS_AHEAD = 8;
 
-    unsigned char* slot(unsigned long index) const { return mBytes.get() + index * mSlotSize; }
+    unsigned char* slot(unsigned long index) const { return mBytes + index * mSlotSize; }
     unsigned long place(unsigned long index) const {
         unsigned long const behind = mCapacity - mFront;
         return index < behind ? mFront + index : index - behind;
@@ -108,7 +115,8 @@ private:
     void setPut(unsigned long put) { mPut.store(put, std::memory_order_release); }
 
     unsigned long const mSlotSize;
-    std::unique_ptr<unsigned char[]> const mBytes;
+    std::unique_ptr<Aligned[]> const mRoom;
+    unsigned char* const mBytes;
     unsigned long const mCapacity;
 
     // Each side looks at the other's counter only when what it saw last is used up.

@@ -29,6 +29,9 @@ public:
 
     bool isOpen() const { return mEnds.write != -1; }
 
+    // What the one reader may poll.
+    int readEnd() const { return mEnds.read; }
+
     // Any thread, and signal handlers. What write() returned, which is the size of a word unless it
     // failed with errno. A full pipe counts as written: it wakes well enough.
     ssize_t wake(Word const& word);

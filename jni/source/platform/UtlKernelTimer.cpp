@@ -5,6 +5,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "platform/UtlKernelThread.h"
 
 namespace utl {
@@ -78,6 +81,18 @@ bool armTimer(int kernelId, std::int32_t intervalMs) {
     schedule.it_interval.tv_nsec = static_cast<long>(intervalMs % 1000) * 1000000;
     schedule.it_value = schedule.it_interval;
     return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+}
+
+bool armTimerAt(int kernelId, std::uint64_t moment) {
+    constexpr std::uint64_t SECOND = 1000000000;
+    constexpr std::uint64_t LAST_SECOND = std::numeric_limits<std::int32_t>::max();
+    itimerspec schedule = {};
+    schedule.it_value.tv_sec = static_cast<time_t>(std::min(moment / SECOND, LAST_SECOND));
+    schedule.it_value.tv_nsec = static_cast<long>(moment % SECOND);
+    if (moment == 0) {
+        schedule.it_value.tv_nsec = 1;  // 0 would keep it still
+    }
+    return syscall(SET_TIME, kernelId, TIMER_ABSTIME, &schedule, nullptr) == 0;
 }
 
 bool deleteTimer(int kernelId) {

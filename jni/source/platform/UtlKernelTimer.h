@@ -37,6 +37,11 @@ int createTimer(int signal, int value);
 // before. 0 keeps it still; the kernel refuses a negative one. False with errno. Async-signal-safe.
 bool armTimer(int kernelId, std::int32_t intervalMs);
 
+// Lets the timer expire once, at `moment` on the monotonic clock in nanoseconds, or at once if that
+// is over, whatever it did before. A moment that the kernel's type cannot hold becomes an earlier
+// one. False with errno.
+bool armTimerAt(int kernelId, std::uint64_t moment);
+
 // False with errno when there is no such timer.
 bool deleteTimer(int kernelId);
 

@@ -1,0 +1,112 @@
+#include "UtlLoop.h"
+
+#include <new>
+
+#include "UtlLog.h"
+
+#include "foundation/UtlLogLine.h"
+#include "loop/UtlLoopTasks.h"
+#include "loop/UtlLoopThread.h"
+#include "messaging/UtlMsgLoop.h"
+
+namespace utl {
+
+namespace {
+
+struct TasksRelease {
+    void operator()(LoopTasks* tasks) const { tasks->release(); }
+};
+
+void doNothing(void*) {}
+
+}  // namespace
+
+bool LoopThread::begin(LoopOptions const& options, LoopTasks& tasks) {
+    ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &tasks;
+    auto const aliveTime = static_cast<unsigned long>(options.watchdogAliveTime.count());
+    int const started = start(listener, aliveTime != 0 ? 1 : 0, aliveTime, options.watchdogListener,
+                              1, 0, options.priority, 0);
+    return started == REACHED && call(doNothing, nullptr);
+}
+
+bool LoopThread::call(void (*function)(void* context), void* context) {
+    return isServing() && !hasRequestedStop() && mLoop->call(function, context);
+}
+
+std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
+    std::unique_ptr<LoopTasks, TasksRelease> const tasks(new (std::nothrow) LoopTasks(
+        options.mostTasks, options.mostTimers, options.mostDescriptors));
+    if (tasks == nullptr || !tasks->isWhole()) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
+        return nullptr;
+    }
+    std::unique_ptr<LoopThread> thread(new (std::nothrow) LoopThread(options, *tasks));
+    if (thread == nullptr || !thread->begin(options, *tasks)) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) cannot begin", options.name);
+        return nullptr;
+    }
+    return std::unique_ptr<Loop>(new (std::nothrow) Loop(std::move(thread), *tasks));
+}
+
+Loop::~Loop() = default;
+
+LoopThread& Loop::loopThread() {
+    return static_cast<LoopThread&>(*mThread);
+}
+
+bool Loop::postTask(TaskType const& type, void* callable) {
+    return mTasks.post(type, callable);
+}
+
+bool Loop::callFunction(void (*function)(void* context), void* context) {
+    return loopThread().call(function, context);
+}
+
+TaskHandle Loop::delayTask(TaskType const& type, void* callable, std::int64_t delay,
+                           std::int64_t period) {
+    return mTasks.delay(type, callable, delay, period);
+}
+
+TaskHandle Loop::watchTask(TaskType const& type, void* callable, int descriptor, unsigned events) {
+    return mTasks.watch(type, callable, descriptor, events);
+}
+
+StopResult Loop::stop(Rest rest, std::chrono::milliseconds limit) {
+    return mThread->stop(rest, limit);
+}
+
+TaskHandle::TaskHandle(LoopTasks& tasks, std::uint32_t place, std::uint32_t generation)
+    : mTasks(&tasks), mPlace(place), mGeneration(generation) {
+    mTasks->retain();
+}
+
+TaskHandle::~TaskHandle() {
+    if (mTasks != nullptr) {
+        mTasks->release();
+    }
+}
+
+TaskHandle::TaskHandle(TaskHandle const& other)
+    : mTasks(other.mTasks), mPlace(other.mPlace), mGeneration(other.mGeneration) {
+    if (mTasks != nullptr) {
+        mTasks->retain();
+    }
+}
+
+TaskHandle::TaskHandle(TaskHandle&& other) noexcept
+    : mTasks(std::exchange(other.mTasks, nullptr)),
+      mPlace(other.mPlace),
+      mGeneration(other.mGeneration) {}
+
+TaskHandle& TaskHandle::operator=(TaskHandle other) noexcept {
+    std::swap(mTasks, other.mTasks);
+    mPlace = other.mPlace;
+    mGeneration = other.mGeneration;
+    return *this;
+}
+
+bool TaskHandle::cancel() const {
+    return mTasks != nullptr && mTasks->cancel(mPlace, mGeneration);
+}
+
+}  // namespace utl

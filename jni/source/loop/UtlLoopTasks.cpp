@@ -1,0 +1,483 @@
+#include "loop/UtlLoopTasks.h"
+
+#include <errno.h>
+
+#include <new>
+
+#include "UtlLog.h"
+#include "UtlLoop.h"
+
+#include "foundation/UtlLogLine.h"
+#include "foundation/UtlUserCode.h"
+#include "messaging/UtlControlIds.h"
+#include "messaging/UtlLoopControl.h"
+#include "platform/UtlClock.h"
+#include "platform/UtlKernelTimer.h"
+
+namespace utl {
+
+namespace {
+
+// A loop that always has something queued looks at its descriptors after so many turns.
+constexpr unsigned MOST_TURNS_WITHOUT_LOOK = 16;
+
+constexpr int NO_KERNEL_TIMER = -1;
+
+}  // namespace
+
+class LoopTasks::Guard {
+public:
+    explicit Guard(LoopTasks const& tasks) : mMutex(tasks.mMutex) { mMutex.lock(); }
+    ~Guard() { mMutex.unlock(); }
+    Guard(Guard const&) = delete;
+    Guard& operator=(Guard const&) = delete;
+
+private:
+    platform::Mutex& mMutex;
+};
+
+LoopTasks::LoopTasks(unsigned long mostTasks, unsigned long mostTimers,
+                     unsigned long mostDescriptors)
+    : mMostTasks(mostTasks),
+      mMostTimers(mostTimers),
+      mMostDescriptors(mostDescriptors),
+      mQueue(sizeof(TaskRoom), mostTasks),
+      mDelayed(mostTimers),
+      mWatching(mostDescriptors),
+      mDeadlines(mostTimers),
+      mPolled(mostDescriptors) {
+    mPolled.clear();
+}
+
+LoopTasks::~LoopTasks() = default;
+
+bool LoopTasks::isWhole() const {
+    return mQueue.capacity() == mMostTasks && mDelayed.capacity() == mMostTimers &&
+           mWatching.capacity() == mMostDescriptors && (mMostTimers == 0 || mDeadlines.isMade()) &&
+           mPolled.isMade();
+}
+
+void LoopTasks::release() {
+    if (mReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete this;
+    }
+}
+
+bool LoopTasks::isLoopThread() const {
+    return LoopControl::current() == mControl;
+}
+
+bool LoopTasks::isTakingTasks() const {
+    return isOfThisProcess() && !mControl->isClosed();
+}
+
+bool LoopTasks::post(TaskType const& type, void* callable) {
+    if (!isOfThisProcess() || mControl->isRefusedInTransfer()) {
+        return false;
+    }
+    LoopControl::Guard const guard(*mControl);
+    unsigned char* const slot = mQueue.end();
+    if (slot == nullptr || mControl->isClosed() || mControl->hasEndedLocked()) {
+        return false;
+    }
+    auto const publish = [&] {
+        LoopControl::Transfer const transfer;
+        (new (slot) TaskRoom)->fill(type, callable);
+        mQueue.put();
+    };
+    return mControl->postLocked({CTL_EXTENSION, -1}, publish) == LoopControl::Posting::DONE;
+}
+
+TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t delay,
+                            std::int64_t period) {
+    std::uint64_t const due = platform::monotonicNanoseconds() + static_cast<std::uint64_t>(delay);
+    KeptTask* const task = isTakingTasks() ? take(mDelayed, type, callable) : nullptr;
+    if (task == nullptr) {
+        return TaskHandle();
+    }
+    task->due = due;
+    task->period = static_cast<std::uint64_t>(period);
+    {
+        Guard const guard(*this);
+        if (!mHasEnded && armLocked(due)) {
+            mDeadlines.insert(due, mDelayed.placeOf(*task));
+            mOnceCount += period == 0 ? 1 : 0;
+            return handleLocked(mDelayed.placeOf(*task), *task);
+        }
+    }
+    putBack(mDelayed, *task);
+    return TaskHandle();
+}
+
+TaskHandle LoopTasks::watch(TaskType const& type, void* callable, int descriptor, unsigned events) {
+    bool const isWatchable =
+        descriptor >= 0 && events != 0 && (events & ~(Loop::READABLE | Loop::WRITABLE)) == 0;
+    KeptTask* const task =
+        isWatchable && isTakingTasks() ? take(mWatching, type, callable) : nullptr;
+    if (task == nullptr) {
+        return TaskHandle();
+    }
+    {
+        Guard const guard(*this);
+        if (!mHasEnded && !isWatchedLocked(descriptor)) {
+            task->descriptor = descriptor;
+            task->events = events;
+            changeWatchesLocked();
+            return handleLocked(mMostTimers + mWatching.placeOf(*task), *task);
+        }
+    }
+    putBack(mWatching, *task);
+    return TaskHandle();
+}
+
+bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
+    if (!isOfThisProcess()) {
+        return false;
+    }
+    bool const isDelayed = place < mMostTimers;
+    TaskTable& table = isDelayed ? mDelayed : mWatching;
+    std::uint32_t const index = isDelayed ? place : place - mDelayed.capacity();
+    KeptTask& task = table[index];
+    {
+        Guard const guard(*this);
+        if (task.generation != generation) {
+            return false;
+        }
+        task.forsakeHandles();
+        if (!isDelayed) {
+            changeWatchesLocked();
+        }
+        if (task.state == KeptTask::RUNNING) {
+            task.state = KeptTask::CANCELLED;
+            return true;
+        }
+        task.state = KeptTask::TAKEN;
+        if (isDelayed) {
+            mDeadlines.erase(index);
+            mOnceCount -= task.period == 0 ? 1 : 0;
+        }
+    }
+    putBack(table, task);
+    return true;
+}
+
+// A place, with the callable in it. nullptr when there is none, or the loop is over.
+KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable) {
+    KeptTask* task;
+    {
+        Guard const guard(*this);
+        task = mHasEnded ? nullptr : table.take();
+    }
+    if (task != nullptr) {
+        task->room.fill(type, callable);
+        task->isLast = false;
+    }
+    return task;
+}
+
+void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
+    task.room.destroy();
+    Guard const guard(*this);
+    table.free(task);
+}
+
+TaskHandle LoopTasks::handleLocked(unsigned long place, KeptTask& task) {
+    task.state = KeptTask::WAITING;
+    return TaskHandle(*this, static_cast<std::uint32_t>(place), task.generation);
+}
+
+bool LoopTasks::isWatchedLocked(int descriptor) {
+    for (std::uint32_t i = 0; i < mWatching.capacity(); ++i) {
+        KeptTask const& task = mWatching[i];
+        bool const isLive = task.state == KeptTask::WAITING || task.state == KeptTask::RUNNING;
+        if (isLive && !task.isLast && task.descriptor == descriptor) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A loop that sleeps must let go of a descriptor that is not watched any more, too: in poll() it
+// would keep open what its owner closes.
+void LoopTasks::changeWatchesLocked() {
+    mHaveWatchesChanged.store(true);
+    mHasTurn.store(true);
+    if (!mHasEnded && !isLoopThread()) {
+        mControl->nudge();
+    }
+}
+
+// Whether the loop will look at the clock in time.
+bool LoopTasks::armLocked(std::uint64_t due) {
+    if (due >= mArmedFor) {
+        return true;
+    }
+    if (!isLoopThread()) {
+        return armKernelTimerLocked(due);
+    }
+    mLooksForDue = true;
+    mHasTurn.store(true);
+    return true;
+}
+
+bool LoopTasks::armKernelTimerLocked(std::uint64_t due) {
+    bool const isArmed = platform::armTimerAt(mKernelTimer, due);
+    if (!isArmed) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) timer_settime SysTimerId:0x%08x errno:%d",
+               mControl->label(), mControl->name(), static_cast<unsigned>(mKernelTimer), errno);
+    }
+    mArmedFor = isArmed ? due : NEVER;
+    return isArmed;
+}
+
+unsigned long LoopTasks::waitingCount() const {
+    Guard const guard(*this);
+    return mQueue.count() + mOnceCount + mDroppedCount;
+}
+
+bool LoopTasks::enter(LoopControl& control) {
+    mControl = &control;
+    mProcess = platform::processNumber();
+    mKernelTimer = mMostTimers != 0 ? control.timers().add(TIMER) : NO_KERNEL_TIMER;
+    return mMostTimers == 0 || mKernelTimer != NO_KERNEL_TIMER;
+}
+
+// What a task has forked goes on in the child as the thread of nobody's loop.
+template <typename Code>
+void LoopTasks::callTask(Code code) {
+    callUserCode("Loop task", mControl->name(), code);
+    if (!isOfThisProcess()) {
+        new (&mMutex) platform::Mutex;
+        mControl->forgetOtherThreads();
+    }
+}
+
+// An entry has no task when the loop could not be woken for it.
+void LoopTasks::executeEntry() {
+    unsigned char* const slot = mQueue.front();
+    if (slot == nullptr) {
+        return;
+    }
+    TaskRoom& room = *reinterpret_cast<TaskRoom*>(slot);
+    mControl->countHandled();
+    callTask([&room] {
+        room.run(0);
+        room.destroy();
+    });
+    mQueue.drop();
+}
+
+void LoopTasks::expire() {
+    mHasFired = true;
+    mLooksForDue = true;
+    mHasTurn.store(true);
+}
+
+bool LoopTasks::executeTurn() {
+    mIsDescriptorsTurn = !mIsDescriptorsTurn;
+    if (mIsDescriptorsTurn) {
+        executeReady() || executeDue();
+    } else {
+        executeDue() || executeReady();
+    }
+    mHasTurn.store(false);
+    if (mLooksForDue || !mPolled.isEmpty() || mHaveWatchesChanged.load()) {
+        mHasTurn.store(true);
+    }
+    return mLooksForDue || mPolled.hasReady();
+}
+
+// False when nothing is due; the kernel timer is armed for what comes next, then.
+bool LoopTasks::executeDue() {
+    if (!mLooksForDue) {
+        return false;
+    }
+    unsigned long missed = 0;
+    KeptTask* task;
+    {
+        Guard const guard(*this);
+        task = takeDueLocked(&missed);
+    }
+    if (task == nullptr) {
+        return false;
+    }
+    if (task->isLast) {
+        mControl->countHandled();
+    }
+    runKept(mDelayed, *task, missed);
+    return true;
+}
+
+KeptTask* LoopTasks::takeDueLocked(unsigned long* missed) {
+    if (mHasFired) {
+        mHasFired = false;
+        mArmedFor = NEVER;
+    }
+    std::uint64_t const due = mDeadlines.isEmpty() ? NEVER : mDeadlines.first().due;
+    if (due > mNow) {
+        mNow = platform::monotonicNanoseconds();
+    }
+    if (due > mNow) {
+        mLooksForDue = false;
+        if (due < mArmedFor) {
+            armKernelTimerLocked(due);
+        }
+        return nullptr;
+    }
+    std::uint32_t const place = mDeadlines.first().owner;
+    mDeadlines.erase(place);
+    if (!mDeadlines.isEmpty()) {
+        mDelayed.expect(mDeadlines.first().owner);
+    }
+    KeptTask& task = mDelayed[place];
+    task.state = KeptTask::RUNNING;
+    task.isLast = task.period == 0;
+    if (task.isLast) {
+        task.forsakeHandles();
+        --mOnceCount;
+    } else {
+        mNow = platform::monotonicNanoseconds();
+        std::uint64_t const periods = (mNow - due) / task.period;
+        task.due = due + (periods + 1) * task.period;
+        *missed = static_cast<unsigned long>(periods);
+    }
+    return &task;
+}
+
+// The task is RUNNING.
+void LoopTasks::runKept(TaskTable& table, KeptTask& task, unsigned long told) {
+    callTask([&task, told] { task.room.run(told); });
+    if (task.isLast || !goesOnWaiting(table, task)) {
+        putBack(table, task);
+    }
+}
+
+bool LoopTasks::goesOnWaiting(TaskTable& table, KeptTask& task) {
+    Guard const guard(*this);
+    if (task.state != KeptTask::RUNNING) {
+        return false;
+    }
+    task.state = KeptTask::WAITING;
+    if (&table == &mDelayed) {
+        mDeadlines.insert(task.due, mDelayed.placeOf(task));
+        mLooksForDue = true;
+    }
+    return true;
+}
+
+// False when no descriptor has anything.
+bool LoopTasks::executeReady() {
+    if (!mPolled.hasReady()) {
+        if (mHaveWatchesChanged.load()) {
+            collectWatches();
+        }
+        if (mPolled.isEmpty() || ++mTurnsWithoutLook < MOST_TURNS_WITHOUT_LOOK) {
+            return false;
+        }
+        mTurnsWithoutLook = 0;
+        mPolled.look();
+    }
+    PollSet::Ready ready;
+    while (mPolled.takeReady(&ready)) {
+        KeptTask* task;
+        {
+            Guard const guard(*this);
+            task = takeReadyLocked(ready);
+        }
+        if (task != nullptr) {
+            runKept(mWatching, *task, ready.events);
+            return true;
+        }
+    }
+    return false;
+}
+
+// nullptr for one that was cancelled since poll() saw it.
+KeptTask* LoopTasks::takeReadyLocked(PollSet::Ready const& ready) {
+    KeptTask& task = mWatching[ready.owner];
+    if (task.generation != ready.generation || task.state != KeptTask::WAITING) {
+        return nullptr;
+    }
+    task.state = KeptTask::RUNNING;
+    task.isLast = ready.events == Loop::CLOSED;
+    if (task.isLast) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) watched descriptor:%d is closed",
+               mControl->label(), mControl->name(), task.descriptor);
+        task.forsakeHandles();
+        changeWatchesLocked();
+    }
+    return &task;
+}
+
+void LoopTasks::collectWatches() {
+    Guard const guard(*this);
+    mHaveWatchesChanged.store(false);
+    mPolled.clear();
+    for (std::uint32_t i = 0; i < mWatching.capacity(); ++i) {
+        KeptTask const& task = mWatching[i];
+        if (task.state == KeptTask::WAITING) {
+            mPolled.add(task.descriptor, task.events, i, task.generation);
+        }
+    }
+}
+
+bool LoopTasks::awaitWord(int wakeEnd) {
+    if (mHaveWatchesChanged.load()) {
+        collectWatches();
+    }
+    if (mPolled.isEmpty()) {
+        return true;
+    }
+    int error;
+    bool const hasWord = mPolled.await(wakeEnd, &error);
+    mTurnsWithoutLook = 0;
+    mHasTurn.store(true);
+    if (error != 0) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) poll errno:%d", mControl->label(),
+               mControl->name(), error);
+        return true;  // sleeps until it is woken for something else, and tries again
+    }
+    return hasWord;
+}
+
+void LoopTasks::close() {
+    Guard const guard(*this);
+    mHasEnded = true;
+}
+
+void LoopTasks::drop() {
+    unsigned long dropped = 0;
+    while (unsigned char* const slot = mQueue.front()) {
+        reinterpret_cast<TaskRoom*>(slot)->destroy();
+        mQueue.drop();
+        ++dropped;
+    }
+    dropped += dropTable(mDelayed);
+    dropTable(mWatching);
+    Guard const guard(*this);
+    mDroppedCount = dropped;
+}
+
+// How many of them were to be called once.
+unsigned long LoopTasks::dropTable(TaskTable& table) {
+    unsigned long dropped = 0;
+    for (std::uint32_t i = 0; i < table.capacity(); ++i) {
+        KeptTask& task = table[i];
+        {
+            Guard const guard(*this);
+            if (task.state != KeptTask::WAITING) {
+                continue;
+            }
+            task.forsakeHandles();
+            task.state = KeptTask::TAKEN;
+            if (&table == &mDelayed && task.period == 0) {
+                --mOnceCount;
+                ++dropped;
+            }
+        }
+        putBack(table, task);
+    }
+    return dropped;
+}
+
+}  // namespace utl

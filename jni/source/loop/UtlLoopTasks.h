@@ -1,0 +1,132 @@
+// Internal. The tasks of a loop: those that were posted, in a queue whose order is that of the
+// control entries; and those that wait for their time or for a descriptor, in a table.
+//
+// Two locks, of which no function takes one with the other held. Who posts holds the mutex of the
+// loop's control, as for a message, and moves the task straight into its slot, inside a Transfer.
+// The own mutex guards the table; no user code runs with it held: a place is TAKEN first and filled
+// or emptied without it. It is also what handles need, which may outlive the loop.
+//
+// The kernel timer is armed for the earliest moment in the heap or an earlier one, by whoever makes
+// it come earlier; but on the loop's thread the loop looks by itself before it sleeps. Nobody
+// disarms it: an expiry makes the loop look at the clock, and that is all.
+
+#ifndef UTL_LOOP_TASKS_H
+#define UTL_LOOP_TASKS_H
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <memory>
+
+#include "UtlMsgDrivenThread.h"
+#include "UtlTask.h"
+
+#include "loop/UtlDeadlineHeap.h"
+#include "loop/UtlPollSet.h"
+#include "loop/UtlTaskTable.h"
+#include "messaging/UtlLoopExtension.h"
+#include "messaging/UtlSlotRing.h"
+#include "platform/UtlFork.h"
+#include "platform/UtlMutex.h"
+
+namespace utl {
+
+class LoopTasks final : public LoopExtension, public ThreadMsgListener {
+public:
+    // With one reference, the caller's. Without memory it is not made whole.
+    LoopTasks(unsigned long mostTasks, unsigned long mostTimers, unsigned long mostDescriptors);
+    bool isWhole() const;
+
+    void retain() override { mReferences.fetch_add(1, std::memory_order_relaxed); }
+    void release() override;
+
+    // Any thread, as long as there is the loop's object: what Loop does.
+    bool post(TaskType const& type, void* callable);
+    TaskHandle delay(TaskType const& type, void* callable, std::int64_t delay, std::int64_t period);
+    TaskHandle watch(TaskType const& type, void* callable, int descriptor, unsigned events);
+
+    // Any thread, as long as there is a reference: what TaskHandle does.
+    bool cancel(std::uint32_t place, std::uint32_t generation);
+
+    unsigned long entryCount() const override { return mMostTasks; }
+    unsigned long timerCount() const override { return mMostTimers != 0 ? 1 : 0; }
+    unsigned long queuedCount() const override { return mQueue.count(); }
+    unsigned long waitingCount() const override;
+
+    // The loop only.
+    bool enter(LoopControl& control) override;
+    void executeEntry() override;
+    void expire() override;
+    bool executeTurn() override;
+    bool awaitWord(int wakeEnd) override;
+    void close() override;
+    void drop() override;
+
+private:
+    class Guard;
+
+    static constexpr std::uint64_t NEVER = std::numeric_limits<std::uint64_t>::max();
+
+    ~LoopTasks() override;
+
+    // Of a loop whose owner wants no messages.
+    int receiveMsg(int, ThreadRawMsg&) override { return 0; }
+
+    bool isOfThisProcess() const { return mProcess == platform::processNumber(); }
+    bool isLoopThread() const;
+    bool isTakingTasks() const;
+
+    KeptTask* take(TaskTable& table, TaskType const& type, void* callable);
+    void putBack(TaskTable& table, KeptTask& task);
+    TaskHandle handleLocked(unsigned long place, KeptTask& task);
+    bool isWatchedLocked(int descriptor);
+    void changeWatchesLocked();
+    bool armLocked(std::uint64_t due);
+    bool armKernelTimerLocked(std::uint64_t due);
+
+    template <typename Code>
+    void callTask(Code code);
+    void runKept(TaskTable& table, KeptTask& task, unsigned long told);
+    bool goesOnWaiting(TaskTable& table, KeptTask& task);
+    bool executeDue();
+    KeptTask* takeDueLocked(unsigned long* missed);
+    bool executeReady();
+    KeptTask* takeReadyLocked(PollSet::Ready const& ready);
+    void collectWatches();
+    unsigned long dropTable(TaskTable& table);
+
+    std::atomic<unsigned> mReferences{1};
+    unsigned long const mMostTasks;
+    unsigned long const mMostTimers;
+    unsigned long const mMostDescriptors;
+
+    // Written as the loop begins, before anybody else knows of it.
+    LoopControl* mControl = nullptr;
+    unsigned mProcess = 0;
+    int mKernelTimer = -1;
+
+    SlotRing mQueue;  // what is put in is guarded by the control's mutex
+
+    mutable platform::Mutex mMutex;
+    bool mHasEnded = false;  // this and all up to the next empty line are guarded by mMutex
+    TaskTable mDelayed;
+    TaskTable mWatching;
+    DeadlineHeap mDeadlines;
+    std::uint64_t mArmedFor = NEVER;
+    unsigned long mOnceCount = 0;     // of those that wait and are called once
+    unsigned long mDroppedCount = 0;  // when the loop is over
+
+    std::atomic<bool> mHaveWatchesChanged{false};
+
+    // The loop's.
+    bool mLooksForDue = false;
+    bool mHasFired = false;
+    bool mIsDescriptorsTurn = false;
+    unsigned mTurnsWithoutLook = 0;
+    std::uint64_t mNow = 0;  // when it looked at the clock last
+    PollSet mPolled;
+};
+
+}  // namespace utl
+
+#endif  // UTL_LOOP_TASKS_H

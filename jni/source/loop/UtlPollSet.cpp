@@ -1,0 +1,71 @@
+#include "loop/UtlPollSet.h"
+
+#include <errno.h>
+
+#include "UtlLoop.h"
+
+namespace utl {
+
+namespace {
+
+constexpr int NO_LIMIT = -1;
+
+constexpr unsigned bits(int events) {
+    return static_cast<unsigned short>(events);
+}
+
+// What is asked for is also what an end or a failure is reported as: the next call of read() or
+// write() finds it.
+unsigned seen(pollfd const& polled) {
+    unsigned seen = bits(polled.revents);
+    if ((seen & bits(POLLNVAL)) != 0) {
+        return Loop::CLOSED;
+    }
+    if ((seen & bits(POLLERR | POLLHUP)) != 0) {
+        seen |= bits(polled.events);
+    }
+    return ((seen & bits(POLLIN)) != 0 ? unsigned{Loop::READABLE} : 0) |
+           ((seen & bits(POLLOUT)) != 0 ? unsigned{Loop::WRITABLE} : 0);
+}
+
+}  // namespace
+
+PollSet::PollSet(unsigned long capacity)
+    : mPolled(allocateElements<pollfd>(capacity + 1)),
+      mOwners(allocateElements<Owner>(capacity + 1)) {}
+
+void PollSet::add(int descriptor, unsigned events, std::uint32_t owner, std::uint32_t generation) {
+    int const wanted = ((events & Loop::READABLE) != 0 ? POLLIN : 0) |
+                       ((events & Loop::WRITABLE) != 0 ? POLLOUT : 0);
+    mPolled[mEnd] = {descriptor, static_cast<short>(wanted), 0};
+    mOwners[mEnd] = {owner, generation};
+    mNext = ++mEnd;
+}
+
+bool PollSet::await(int wakeEnd, int* error) {
+    mPolled[0] = {wakeEnd, POLLIN, 0};
+    int count;
+    do {
+        count = poll(mPolled.get(), mEnd, NO_LIMIT);
+    } while (count == -1 && errno == EINTR);  // whoever interrupts to wake writes a word as well
+    *error = count == -1 ? errno : 0;
+    mNext = count > 0 ? 1 : mEnd;
+    return count > 0 && mPolled[0].revents != 0;
+}
+
+void PollSet::look() {
+    mNext = poll(mPolled.get() + 1, mEnd - 1, 0) > 0 ? 1 : mEnd;
+}
+
+bool PollSet::takeReady(Ready* ready) {
+    while (mNext != mEnd) {
+        std::uint32_t const place = mNext++;
+        if (mPolled[place].revents != 0) {
+            *ready = {mOwners[place].place, mOwners[place].generation, seen(mPolled[place])};
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace utl

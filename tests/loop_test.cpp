@@ -1,0 +1,609 @@
+#include "UtlLoop.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/Gate.h"
+#include "support/LogCapture.h"
+#include "support/ManagerTest.h"
+#include "support/MessageStation.h"
+#include "support/Process.h"
+#include "support/Sanitizer.h"
+
+namespace utl {
+namespace {
+
+using namespace std::chrono_literals;
+using test::Gate;
+using Numbers = std::vector<long>;
+
+LoopOptions options(unsigned long mostTasks = 64, unsigned long mostTimers = 64) {
+    LoopOptions options;
+    options.mostTasks = mostTasks;
+    options.mostTimers = mostTimers;
+    return options;
+}
+
+// What was done, by several threads.
+class Record {
+public:
+    void add(long number) {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mNumbers.push_back(number);
+    }
+    Numbers all() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mNumbers;
+    }
+
+private:
+    mutable std::mutex mMutex;
+    Numbers mNumbers;
+};
+
+// None of them leaves a thread, a descriptor or a task behind.
+class LoopTest : public test::ManagerTest {
+protected:
+    void SetUp() override {
+        loop = Loop::make(options());
+        ASSERT_NE(nullptr, loop);
+    }
+    void TearDown() override {
+        released.open();
+        loop.reset();
+        EXPECT_EQ(1, token.use_count());
+        EXPECT_EQ(mDescriptors, test::openDescriptors());
+        ManagerTest::TearDown();
+    }
+
+    // The loop does nothing else until `released` is opened.
+    void hold() {
+        loop->post([this] {
+            held.open();
+            released.wait();
+        });
+        held.wait();
+    }
+
+    // Everything that was posted before has been done.
+    void settle() {
+        EXPECT_TRUE(loop->call([] { return true; }).has_value());
+    }
+
+    test::LogCapture log;
+    std::shared_ptr<int> const token = std::make_shared<int>(0);  // what tasks share
+    Gate held;
+    Gate released;
+    Record record;
+    std::unique_ptr<Loop> loop;
+
+private:
+    unsigned const mDescriptors = (manager(), test::openDescriptors());
+};
+
+struct Pair {
+    Pair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends)); }
+    ~Pair() {
+        close(0);
+        close(1);
+    }
+    void close(int end) {
+        if (ends[end] != -1) {
+            ::close(std::exchange(ends[end], -1));
+        }
+    }
+    void write(int end) { EXPECT_EQ(1, ::write(ends[end], "x", 1)); }
+    void read(int end) {
+        char byte;
+        EXPECT_EQ(1, ::read(ends[end], &byte, 1));
+    }
+    int ends[2];
+};
+
+TEST_F(LoopTest, TasksAreDoneInTheOrderOfEachSenderAndDestroyedOnce) {
+    constexpr long TASKS = 5000;
+    std::atomic<long> last[2] = {{-1}, {-1}};
+    std::atomic<int> wrong{0};
+    auto const send = [&](int sender) {
+        for (long i = 0; i < TASKS; ++i) {
+            auto task = [&, sender, i, one = token] { wrong += last[sender].exchange(i) != i - 1; };
+            while (!loop->post(std::move(task))) {
+                std::this_thread::yield();
+            }
+        }
+    };
+    std::thread other([&] { send(1); });
+    send(0);
+    other.join();
+    EXPECT_TRUE(test::comesTrue([&] { return last[0] + last[1] == 2 * TASKS - 2; }));
+    EXPECT_EQ(0, wrong);
+    EXPECT_TRUE(test::comesTrue([&] { return token.use_count() == 1; }));
+}
+
+TEST_F(LoopTest, WhatIsFullLeavesTheTaskWithItsSender) {
+    hold();
+    for (int i = 1; i < 64; ++i) {  // and the one that holds the loop
+        EXPECT_TRUE(loop->post([one = token] {}));
+        EXPECT_TRUE(loop->postAfter(1h, [one = token] {}));
+    }
+    EXPECT_TRUE(loop->every(1h, [one = token] {}));
+    auto task = [this, number = std::make_unique<long>(7)] { record.add(*number); };
+    EXPECT_FALSE(loop->post(std::move(task)));
+    EXPECT_FALSE(loop->postAfter(0s, std::move(task)));
+    task();
+    EXPECT_EQ((Numbers{7}), record.all());
+}
+
+TEST_F(LoopTest, ACallOvertakesAndBringsItsAnswer) {
+    hold();
+    loop->post([this] { record.add(2); });
+    auto const answer = test::inThread([this] {
+        return loop->call([this] {
+            record.add(1);
+            return std::make_unique<long>(5);
+        });
+    });
+    while (loop->thread().queuedEntriesForTesting() != 2) {
+        std::this_thread::yield();
+    }
+    released.open();
+    answer.wait();
+    bool const isInner = *loop->call([this] { return loop->call([this] { record.add(3); }); });
+    EXPECT_TRUE(isInner);
+    EXPECT_EQ((Numbers{1, 2, 3}), record.all());
+    EXPECT_EQ(REACHED, loop->stop(Rest::DROP).result);
+    EXPECT_FALSE(loop->call([] { return 1; }).has_value());
+    EXPECT_FALSE(loop->call([] {}));
+}
+
+TEST_F(LoopTest, ACircleOfCallsIsRefusedWhereItWouldClose) {
+    auto const other = Loop::make(options());
+    auto const inner = loop->call(
+        [&] { return other->call([&] { return loop->call([] { return 1; }).has_value(); }); });
+    ASSERT_TRUE(inner.has_value());
+    EXPECT_EQ(std::optional<bool>(false), *inner);
+    EXPECT_EQ(1u, log.count("waits for this thread"));
+}
+
+TEST_F(LoopTest, DelayedTasksComeInTheOrderInWhichTheyAreDue) {
+    hold();
+    std::vector<std::pair<std::chrono::milliseconds, long>> const delays = {
+        {30ms, 5}, {0ms, 1}, {20ms, 4}, {-5ms, 2}, {10ms, 3}};
+    for (auto const& [delay, number] : delays) {
+        EXPECT_TRUE(loop->postAfter(delay, [this, number = number] { record.add(number); }));
+    }
+    loop->post([this] {  // on the loop's thread, in front of all the others by its time
+        loop->postAfter(1ms, [this] { record.add(0); });
+    });
+    EXPECT_TRUE(loop->postAfter(std::chrono::hours::max(), [] {}));
+    released.open();
+    EXPECT_TRUE(test::comesTrue([this] { return record.all().size() == 6; }));
+    Numbers inOrder = record.all();
+    inOrder.erase(std::find(inOrder.begin(), inOrder.end(), 0));
+    EXPECT_EQ((Numbers{1, 2, 3, 4, 5}), inOrder);
+}
+
+TEST_F(LoopTest, WhatWasTakenBackIsGoneAndItsHandleMeansNothingElse) {
+    std::optional<TaskHandle> handle = loop->postAfter(1h, [one = token] {});
+    TaskHandle const copy = *handle;
+    EXPECT_EQ(2, token.use_count());
+    EXPECT_TRUE(handle->cancel());
+    EXPECT_EQ(1, token.use_count());
+    EXPECT_FALSE(copy.cancel());
+
+    Gate done;
+    {
+        ScopedTask const inSamePlace = loop->postAfter(1h, [one = token] {});
+        EXPECT_FALSE(copy.cancel());
+        EXPECT_EQ(2, token.use_count());
+        ScopedTask moved = loop->postAfter(1ms, [&] { done.open(); });
+        ScopedTask const kept = std::move(moved);
+        EXPECT_TRUE(done.wait());
+        settle();
+        EXPECT_FALSE(kept.cancel());
+    }
+    EXPECT_EQ(1, token.use_count());
+    handle = loop->postAfter(1h, [one = token] {});
+    loop.reset();
+    EXPECT_EQ(1, token.use_count());
+    EXPECT_FALSE(handle->cancel());
+    EXPECT_FALSE(TaskHandle().cancel());
+}
+
+// Nothing begins after a cancel, and each task is run or taken back, not both and not neither.
+TEST_F(LoopTest, ACancelThatRacesWithTheExpiryDecides) {
+    constexpr int ROUNDS = 300;
+    std::atomic<int> ran{0};
+    int takenBack = 0;
+    std::atomic<bool> isOver{false};
+    std::thread disturbing([&] {
+        while (!isOver) {
+            ScopedTask const one = loop->postAfter(20us, [] {});
+            ScopedTask const other = loop->every(10us, [] {});
+        }
+    });
+    for (int i = 0; i < ROUNDS; ++i) {
+        std::atomic<bool> isAlive{true};  // as long as the task may begin
+        auto const use = [&] { ran += isAlive ? 1 : 1000000; };
+        TaskHandle const one = loop->postAfter(std::chrono::microseconds(i % 60), use);
+        if (i % 2 == 0) {
+            std::this_thread::yield();
+        }
+        bool const isTaken = one.cancel();
+        isAlive = !isTaken;
+        takenBack += isTaken ? 1 : 0;
+        settle();
+        EXPECT_EQ(i + 1, takenBack + ran);
+    }
+    isOver = true;
+    disturbing.join();
+}
+
+TEST_F(LoopTest, EveryKeepsToItsGridAndTellsWhatWasMissed) {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto PERIOD = 2ms;
+    constexpr int CALLS = 10;
+    struct Seen {
+        Clock::time_point begin, end;
+        long grid;
+    };
+    std::vector<Seen> seen;
+    long grid = 0;
+    Gate done;
+    auto const tick = [&](unsigned long missed) {
+        auto const begin = Clock::now();
+        grid += 1 + static_cast<long>(missed);
+        while (Clock::now() - begin < PERIOD * 5 / 2) {
+        }
+        seen.push_back({begin, Clock::now(), grid});
+        if (seen.size() == CALLS) {
+            done.open();
+        }
+    };
+    auto const before = Clock::now();
+    ScopedTask const task = loop->every(PERIOD, tick);
+    auto const after = Clock::now();
+    EXPECT_TRUE(done.wait());
+    EXPECT_TRUE(task.cancel());
+    settle();
+    for (std::size_t i = 0; i < CALLS; ++i) {
+        EXPECT_GE(seen[i].begin, before + seen[i].grid * PERIOD) << "early";
+        if (i > 0) {
+            EXPECT_GT(after + (seen[i].grid + 1) * PERIOD, seen[i - 1].end) << "drifts";
+        }
+    }
+    EXPECT_FALSE(loop->every(0ms, [] {}));
+    EXPECT_FALSE(loop->every(-1ms, [] {}));
+}
+
+TEST_F(LoopTest, AWatchIsCalledAsLongAsThereIsSomething) {
+    Pair pair;
+    test::Counter readable;
+    test::Counter writable;
+    TaskHandle const reading = loop->watch(pair.ends[0], Loop::READABLE, [&](unsigned events) {
+        EXPECT_EQ(Loop::READABLE, events);
+        readable.add();
+        if (readable.count() > 2) {  // until then it leaves the byte there
+            pair.read(0);
+        }
+    });
+    TaskHandle writing;
+    auto const cancelAtOnce = [&](unsigned events) {
+        EXPECT_EQ(Loop::WRITABLE, events);
+        writable.add();
+        EXPECT_EQ(std::optional<bool>(true), loop->call([&] { return writing.cancel(); }));
+    };
+    loop->call([&] {
+        writing = loop->watch(pair.ends[1], Loop::READABLE | Loop::WRITABLE, cancelAtOnce);
+    });
+    pair.write(1);
+    EXPECT_TRUE(readable.waitFor(3));
+    EXPECT_TRUE(writable.waitFor(1));
+    settle();
+    EXPECT_EQ(3u, readable.count());
+    EXPECT_EQ(1u, writable.count());
+    EXPECT_FALSE(writing.cancel());
+
+    TaskHandle ended;
+    test::Counter ends;
+    auto const cancelIt = [&] {
+        char byte;
+        EXPECT_EQ(0, read(pair.ends[0], &byte, 1));
+        ended.cancel();
+        ends.add();
+    };
+    EXPECT_TRUE(reading.cancel());
+    loop->call([&] { ended = loop->watch(pair.ends[0], Loop::READABLE, cancelIt); });
+    pair.close(1);
+    EXPECT_TRUE(ends.waitFor(1));
+    settle();
+}
+
+TEST_F(LoopTest, ADescriptorIsWatchedOnceAndByItsRegistration) {
+    Pair pair;
+    int const fd = pair.ends[0];
+    EXPECT_FALSE(loop->watch(-1, Loop::READABLE, [] {}));
+    EXPECT_FALSE(loop->watch(fd, 0, [] {}));
+    EXPECT_FALSE(loop->watch(fd, Loop::READABLE | Loop::CLOSED, [] {}));
+    TaskHandle const first = loop->watch(fd, Loop::READABLE, [] {});
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(loop->watch(fd, Loop::WRITABLE, [] {}));
+    EXPECT_TRUE(first.cancel());
+    test::Counter calls;
+    TaskHandle const second = loop->watch(fd, Loop::READABLE, [&] {
+        pair.read(0);
+        calls.add();
+    });
+    EXPECT_FALSE(first.cancel());
+    pair.write(1);
+    EXPECT_TRUE(calls.waitFor(1));
+    EXPECT_TRUE(second.cancel());
+    settle();
+}
+
+TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {
+    Pair pair;
+    Pair other;
+    test::Counter closed;
+    test::Counter bytes;
+    TaskHandle const watched =
+        loop->watch(pair.ends[0], Loop::READABLE, [&, one = token](unsigned events) {
+            EXPECT_EQ(Loop::CLOSED, events);
+            closed.add();
+        });
+    hold();
+    pair.close(0);
+    released.open();
+    ScopedTask const whole = loop->watch(other.ends[0], Loop::READABLE, [&] {
+        other.read(0);
+        bytes.add();
+    });
+    EXPECT_TRUE(closed.waitFor(1));
+    for (unsigned i = 1; i <= 3; ++i) {
+        other.write(1);
+        EXPECT_TRUE(bytes.waitFor(i));
+    }
+    settle();
+    EXPECT_EQ(1u, closed.count());
+    EXPECT_EQ(1u, log.count("is closed"));
+    EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
+    EXPECT_FALSE(watched.cancel());
+}
+
+// A task that posts itself again, one that is always due and a descriptor that always has something
+// are all served, and so is a call.
+TEST_F(LoopTest, NothingStarvesAnythingElse) {
+    Pair pair;
+    pair.write(1);
+    std::atomic<bool> isOver{false};
+    std::atomic<long> posted{0};
+    std::atomic<long> due{0};
+    std::atomic<long> ready{0};
+    std::function<void()> again = [&] {
+        ++posted;
+        if (!isOver) {
+            loop->post([&] { again(); });
+        }
+    };
+    loop->post([&] { again(); });
+    ScopedTask const always = loop->every(1ns, [&] { ++due; });
+    ScopedTask const full = loop->watch(pair.ends[0], Loop::READABLE, [&] { ++ready; });
+    EXPECT_TRUE(test::comesTrue([&] { return posted > 1000 && due > 1000 && ready > 1000; }));
+    settle();
+    isOver = true;
+    loop->stop(Rest::RUN);
+    EXPECT_LT(ready / 100, posted);
+    EXPECT_LT(posted / 100, ready);
+    EXPECT_LT(posted / 100, due);
+}
+
+TEST_F(LoopTest, AStopRunsTheRestOrDropsIt) {
+    for (Rest const rest : {Rest::RUN, Rest::DROP}) {
+        Gate entered;
+        Gate leave;
+        std::atomic<unsigned long> ran{0};
+        auto const stopping = Loop::make(options());
+        stopping->post([&] {
+            entered.open();
+            leave.wait();
+        });
+        entered.wait();
+        for (int i = 0; i < 10; ++i) {
+            stopping->post([&, one = token] { ++ran; });
+        }
+        stopping->postAfter(1h, [one = token] {});
+        stopping->every(1h, [one = token] {});
+        auto stopped = test::inThread([&] { return stopping->stop(rest, 1h); });
+        EXPECT_TRUE(test::comesTrue([&] { return stopping->thread().hasRequestedStop(); }));
+        EXPECT_FALSE(stopping->post([] {}) || stopping->postAfter(0s, [] {}));
+        EXPECT_FALSE(stopping->call([] {}));
+        leave.open();
+        StopResult const result = stopped.get();
+        unsigned long const run = rest == Rest::RUN ? 10 : 0;
+        EXPECT_EQ(REACHED, result.result);
+        EXPECT_EQ(run, ran);
+        EXPECT_EQ(run, result.ran);
+        EXPECT_EQ(11 - run, result.dropped);
+        EXPECT_EQ(1, token.use_count());
+        EXPECT_EQ(1u, log.count("Dropped:" + std::to_string(11 - run)));
+        EXPECT_EQ(11 - run, stopping->stop(rest).dropped);
+    }
+}
+
+TEST_F(LoopTest, NoTaskBeginsOnceTheTimeForTheRestIsOver) {
+    for (int i = 0; i < 60; ++i) {
+        loop->post([] { usleep(10000); });
+    }
+    EXPECT_NE(WAIT_FAILED, loop->stop(Rest::RUN, 35ms).result);
+    StopResult const result = loop->stop(Rest::DROP);
+    EXPECT_EQ(REACHED, result.result);
+    EXPECT_LE(result.ran, 4u);
+    EXPECT_GE(result.dropped, 55u);
+}
+
+TEST_F(LoopTest, ATaskMayStopItsOwnLoop) {
+    for (Rest const rest : {Rest::RUN, Rest::DROP}) {
+        auto const own = Loop::make(options());
+        own->post([&] {
+            own->post([&] { record.add(1); });
+            own->postAfter(1h, [] {});
+            EXPECT_EQ(WAIT_FAILED, own->stop(rest).result);
+            EXPECT_FALSE(own->post([] {}));
+        });
+        EXPECT_EQ(REACHED, own->thread().waitTo(Thread::EXECUTED, 0));
+        EXPECT_EQ(rest == Rest::RUN ? 1u : 2u, own->stop(rest).dropped);
+    }
+    EXPECT_EQ((Numbers{1}), record.all());
+}
+
+// Whatever way the loop came to call it.
+TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
+    using Own = std::unique_ptr<Loop>;
+    std::vector<std::function<void(Own&, std::function<void()>, int)>> const ways = {
+        [](Own& own, auto destroy, int) { own->post(destroy); },
+        [](Own& own, auto destroy, int) { own->call(destroy); },
+        [](Own& own, auto destroy, int) { own->postAfter(0s, destroy); },
+        [](Own& own, auto destroy, int) { own->every(1ms, destroy); },
+        [](Own& own, auto destroy, int fd) { own->watch(fd, Loop::WRITABLE, destroy); },
+    };
+    for (auto const& way : ways) {
+        Pair pair;
+        Gate destroyed;
+        std::mutex isMade;
+        Own own = Loop::make(options());
+        std::optional<TaskHandle> handle = own->postAfter(1h, [one = token] {});
+        own->post([one = token] {});
+        way(
+            own,
+            [&, one = token] {
+                std::lock_guard<std::mutex> const guard(isMade);
+                own->post([&, another = token] { record.add(1); });
+                own.reset();
+                destroyed.open();
+            },
+            pair.ends[0]);
+        EXPECT_TRUE(destroyed.wait());
+        EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
+        EXPECT_FALSE(handle->cancel());
+    }
+    EXPECT_EQ((Numbers{}), record.all());
+}
+
+// Whoever destroys it, the destructor of a task may call the loop.
+TEST_F(LoopTest, ADestructorMayCallTheLoop) {
+    std::atomic<int> refused{0};
+    auto const task = [&] {
+        auto const ask = [&](int*) {
+            refused += !loop->post([] {}) + !loop->postAfter(1h, [] {}) + !loop->call([] {});
+        };
+        return [one = std::shared_ptr<int>(nullptr, ask)] {};
+    };
+    hold();
+    loop->post(task());
+    TaskHandle const takenBack = loop->postAfter(1h, task());
+    loop->postAfter(1h, task());
+    auto const stopped = test::inThread([this] { return loop->stop(Rest::DROP).result; });
+    EXPECT_TRUE(test::comesTrue([this] { return loop->thread().hasRequestedStop(); }));
+    EXPECT_TRUE(takenBack.cancel());
+    released.open();
+    stopped.wait();
+    EXPECT_EQ(9, refused);
+}
+
+// The move constructor runs with a lock of the loop held.
+TEST_F(LoopTest, AMoveConstructorMayNotAskTheLoop) {
+    struct Asking {
+        explicit Asking(Loop& ofLoop) : loop(&ofLoop) {}
+        Asking(Asking&& other) noexcept : loop(other.loop) {
+            EXPECT_FALSE(loop->post([] {}));
+            EXPECT_FALSE(loop->call([] {}));
+        }
+        void operator()() {}
+        Loop* loop;
+    };
+    EXPECT_TRUE(loop->post(Asking(*loop)));
+    EXPECT_TRUE(log.has("Refused"));
+    settle();
+}
+
+TEST_F(LoopTest, ItIsAMessageDrivenThread) {
+    test::Station station;
+    LoopOptions with = options();
+    with.name = "harbour";
+    with.listener = &station;
+    with.mostMessages = 4;
+    with.messageSize = 8;
+    with.watchdogAliveTime = 1h;
+    auto const both = Loop::make(with);
+    EXPECT_TRUE(*both->call([] {
+        int const id = ThreadManager::getCallerId();
+        return manager()->isRegisteredWatchdog(id) &&
+               std::string("harbour") == manager()->getName(id);
+    }));
+    EXPECT_EQ(1, both->sendMsgSync(test::NumberMsg(0x8003, 2)));
+    both->post([&] { record.add(static_cast<long>(station.heard().size())); });
+    both->postMsg(test::NumberMsg(0x8002, 1));
+    both->post([&] { record.add(static_cast<long>(station.heard().size())); });
+    both->stop(Rest::RUN);
+    EXPECT_EQ((Numbers{1, 2}), record.all());
+}
+
+TEST_F(LoopTest, AForkedChildHasNoLoop) {
+    Pair pair;
+    Gate done;
+    int code = -1;
+    TaskHandle const waiting = loop->postAfter(1h, [one = token] {});
+    auto const deny = [&] {
+        bool const isDenied = !loop->post([] {}) && !loop->postAfter(0s, [] {}) &&
+                              !loop->watch(pair.ends[0], Loop::READABLE, [] {}) &&
+                              !waiting.cancel() && loop->stop(Rest::RUN).result == WAIT_FAILED;
+        return isDenied ? 0 : 1;
+    };
+    loop->post([&] {
+        pid_t const child = fork();
+        if (child == 0) {
+            _exit(deny());
+        }
+        code = test::exitCodeOf(child);
+        done.open();
+    });
+    EXPECT_TRUE(done.wait());
+    EXPECT_EQ(0, code);
+    pid_t const child = fork();
+    if (child == 0) {
+        int const denied = deny() + (loop->call([] {}) ? 1 : 0);
+        loop.reset();
+        _exit(denied);
+    }
+    EXPECT_EQ(0, test::exitCodeOf(child));
+}
+
+TEST_F(LoopTest, WithoutDescriptorsOrKernelTimersThereIsNone) {
+    {
+        test::NoDescriptors const none;
+        EXPECT_EQ(nullptr, Loop::make(options()));
+    }
+    EXPECT_TRUE(log.has("Loop(loop) cannot begin"));
+    {
+        test::NoPendingSignals const none;
+        EXPECT_EQ(nullptr, Loop::make(options()));
+        EXPECT_NE(nullptr, Loop::make(options(64, 0)));
+    }
+}
+
+}  // namespace
+}  // namespace utl
