@@ -12,6 +12,7 @@
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlLog.h"
+#include "UtlManualClock.h"
 #include "UtlMap.h"
 #include "UtlMemory.h"
 #include "UtlMsg.h"

@@ -25,7 +25,8 @@ LAYERS = [
      "UtlBitStream"},
     {"files", "UtlFile"},
     {"memory", "UtlMemory"},
-    {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlMsg", "UtlThreadRawMsg",
+    {"threads", "messaging", "timers", "UtlThread", "UtlThreadManager", "UtlManualClock", "UtlMsg",
+     "UtlThreadRawMsg",
      "UtlTimerInfo", "UtlMsgDrivenThread", "UtlSharedTimer", "UtlTimer", "UtlThreadWatchdog"},
     {"Utl"},
 ]

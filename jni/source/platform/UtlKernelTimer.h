@@ -37,6 +37,9 @@ int createTimer(int signal, int value);
 // before. 0 keeps it still; the kernel refuses a negative one. False with errno. Async-signal-safe.
 bool armTimer(int kernelId, std::int32_t intervalMs);
 
+// Lets it expire at once, and not again. False with errno.
+bool expireTimerNow(int kernelId);
+
 // False with errno when there is no such timer.
 bool deleteTimer(int kernelId);
 
@@ -44,6 +47,9 @@ bool deleteTimer(int kernelId);
 bool isExpiry(siginfo_t const& info);
 int expiredTimer(siginfo_t const& info);
 int carriedValue(siginfo_t const& info);
+
+// The last thing that such a handler does.
+void finishExpiry(siginfo_t const& info);
 
 }  // namespace platform
 }  // namespace utl

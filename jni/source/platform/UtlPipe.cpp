@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/UtlFileSystem.h"
+#include "platform/UtlManualTime.h"
 
 namespace utl {
 namespace platform {
@@ -27,6 +28,10 @@ bool openPipe(PipeEnds* ends) {
 }
 
 long readPipe(int end, void* bytes, unsigned long size) {
+    if (ManualTime* const time = ManualTime::inUse()) {
+        pollfd readable = {end, POLLIN, 0};
+        time->awaitDescriptors(&readable, 1);
+    }
 #if defined(__SANITIZE_THREAD__)
     // Holds a signal back as long as its thread blocks in read(), but not in poll().
     pollfd readable = {end, POLLIN, 0};

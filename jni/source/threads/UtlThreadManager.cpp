@@ -17,6 +17,7 @@
 #include "foundation/UtlUserCode.h"
 #include "platform/UtlFork.h"
 #include "platform/UtlKernelThread.h"
+#include "platform/UtlManualTime.h"
 #include "platform/UtlStaticLock.h"
 #include "threads/UtlManagerAccess.h"
 #include "threads/UtlStartRequest.h"
@@ -322,6 +323,7 @@ void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs
 }
 
 void* ThreadManager::startThread(void* argument) {
+    platform::ManualTime::Worker const worker;
     auto* const record = static_cast<StartRecord*>(argument);
     applyPriority(record->request.osPriority);
     record->id = getCallerId();
