@@ -70,6 +70,11 @@ public:
     // The same up to the next moment at which something is due. False when nothing is.
     bool advanceToNext();
 
+    // As when the whole process stands still for so long: nothing happens on the way. What has
+    // become due happens late, when the clock is next moved or settles; a timer that should have
+    // expired more than once expires once.
+    void jump(std::chrono::nanoseconds duration);
+
     // Blocks until everything is over that needs no time.
     void settle();
 

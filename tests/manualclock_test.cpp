@@ -37,7 +37,12 @@ TEST_F(ManualClockTest, Smoke) {
     clock.advance(hours(10));
     EXPECT_EQ(600, station.count(EXPIRY));
     int slept = 0;
-    Worker worker("w", [&] { for (; slept<100; ++slept) { Thread::sleep(1000); } return 0; });
+    Worker worker("w", [&] {
+        for (; slept < 100; ++slept) {
+            Thread::sleep(1000);
+        }
+        return 0;
+    });
     worker.start();
     clock.advance(milliseconds(50999));
     EXPECT_EQ(50, slept);

@@ -182,6 +182,10 @@ bool ManualTime::step(std::uint64_t target) {
     return true;
 }
 
+void ManualTime::jump(std::uint64_t nanoseconds) {
+    mNow.store(now() + nanoseconds);
+}
+
 std::uint64_t ManualTime::nextDue() const {
     Lock const lock(*this);
     Timer const* const timer = earliest(mTimers);
@@ -366,9 +370,14 @@ ManualTime::Timer* ManualTime::findTimerLocked(int kernelId) const {
     return timer;
 }
 
-// The kernel itself is told to raise the signal: as real as any.
+// The kernel itself is told to raise the signal: as real as any. Expiries that were jumped over are
+// one, and the beat is kept.
 void ManualTime::expireLocked(Timer* timer) {
-    timer->due = dueLocked(timer->interval != 0 ? now() + timer->interval : NO_LIMIT);
+    std::uint64_t next = NO_LIMIT;
+    if (timer->interval != 0) {
+        next = now() + timer->interval - (now() - timer->due.moment) % timer->interval;
+    }
+    timer->due = dueLocked(next);
     mExpiring.store(static_cast<std::uint32_t>(timer->kernelId));
     if (!expireTimerNow(timer->kernelId)) {
         mExpiring.store(NO_TIMER);

@@ -51,7 +51,10 @@ public:
     // `target`.
     bool step(std::uint64_t target);
 
-    // That moment, or NO_LIMIT.
+    // When nobody is: goes on, and lets nothing happen.
+    void jump(std::uint64_t nanoseconds);
+
+    // The next moment at which something is due, or NO_LIMIT.
     std::uint64_t nextDue() const;
 
     // Whether the calling thread is one of those that are waited for.

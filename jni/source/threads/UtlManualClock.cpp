@@ -79,6 +79,13 @@ bool ManualClock::advanceToNext() {
     return true;
 }
 
+void ManualClock::jump(nanoseconds duration) {
+    if (isMovable() && duration.count() >= 0) {
+        awaitRest(*mTime);
+        mTime->jump(static_cast<std::uint64_t>(duration.count()));
+    }
+}
+
 // Not in a child of the process.
 bool ManualClock::isHere() const {
     return mTime != nullptr && mTime == ManualTime::inUse();
