@@ -10,11 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "UtlManualClock.h"
 #include "UtlSyncObject.h"
 
-#include "support/LogCapture.h"
-#include "support/ManagerTest.h"
+#include "support/TimeTest.h"
 #include "support/Worker.h"
 
 namespace utl {
@@ -58,7 +56,7 @@ struct Waiter {
     test::Worker thread;
 };
 
-struct EventTest : test::ManagerTest {
+struct EventTest : test::ManualTimeTest {
     void pulse(Event* event) {
         bool const wasOn = event->isOn();
         wasOn ? event->setOff() : event->setOn();
@@ -69,7 +67,7 @@ struct EventTest : test::ManagerTest {
     // What a wait of 30 seconds logs, and then returns, when it is woken for nothing each time that
     // so many milliseconds have passed.
     std::string waitThroughPulses(bool forOn, std::vector<int> const& passes, int attempts = 20) {
-        test::LogCapture const log;
+        log.clear();
         Event event(forOn ? 0 : 1, Event::TWO_CONDITIONS);
         Waiter const waiter(
             [&] { return forOn ? event.waitToOn(LONG_LIMIT) : event.waitToOff(LONG_LIMIT); });
@@ -89,8 +87,6 @@ struct EventTest : test::ManagerTest {
         }
         return all + std::to_string(waiter.result);
     }
-
-    ManualClock clock;
 };
 
 TEST_F(EventTest, OffCanBeWaitedForInOneModeOnly) {
@@ -110,9 +106,9 @@ TEST_F(EventTest, OneSettingReleasesEveryWaiterAndALimitTheRest) {
         Waiter const brief([&] { return wait(200); });
         Waiter const waiters[] = {Waiter([&] { return wait(LONG_LIMIT); }),
                                   Waiter([&] { return wait(0); }), Waiter([&] { return wait(0); })};
-        clock.advance(milliseconds(199));
+        pass(199);
         EXPECT_EQ(WAITING, brief.result);
-        clock.advance(milliseconds(1));
+        pass(1);
         EXPECT_EQ(TIMED_OUT, brief.result);
         EXPECT_EQ(on, event.isOff());
         on ? event.setOn() : event.setOff();

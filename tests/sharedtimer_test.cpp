@@ -13,24 +13,23 @@
 #include <utility>
 #include <vector>
 
-#include "UtlManualClock.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
 #include "UtlTimer.h"
 
 #include "support/Gate.h"
-#include "support/LogCapture.h"
 #include "support/MessageStation.h"
-#include "support/Process.h"
+#include "support/TimeTest.h"
 
 namespace utl {
 namespace {
 
+using std::chrono::milliseconds;
+using test::FREE_RUNNING;
+using test::HOUR;
 using test::inThread;
+using test::REARMED;
 
-constexpr unsigned long HOUR = 3600000;
-constexpr int REARMED = 0;
-constexpr int FREE_RUNNING = 1;
 constexpr int WAIT = 0;
 constexpr int NO_WAIT = 1;
 
@@ -63,35 +62,18 @@ struct Holder : Listener {
     test::Hold released;
 };
 
-// By the kernel's clock.
-class KernelTimerTest : public ::testing::Test {
-protected:
-    KernelTimerTest() { ThreadManager::get(); }
+class KernelSharedTimerTest : public test::KernelTimeTest {};
 
+// With a handful of timers.
+class SharedTimerTest : public test::ManualTimeTest {
+protected:
     void TearDown() override {
-        ThreadManager::destroy();
-        EXPECT_EQ(0u, test::kernelTimers());
+        timers.destroy();
+        ManualTimeTest::TearDown();
     }
 
     // All but that of the watchdog.
     static unsigned kernelTimers() { return test::kernelTimers() - 1; }
-
-    test::LogCapture log;
-};
-
-struct WithManualClock {
-    ManualClock clock;
-};
-
-// With a handful of timers.
-class SharedTimerTest : public WithManualClock, public KernelTimerTest {
-protected:
-    SharedTimerTest() : timers(0, 0, nullptr, 5, "shared") {}
-
-    void TearDown() override {
-        timers.destroy();
-        KernelTimerTest::TearDown();
-    }
 
     int add(TimerListener* listener = nullptr, unsigned long intervalMs = HOUR,
             unsigned repeatCount = 0, int freeRunning = REARMED) {
@@ -119,9 +101,7 @@ protected:
         return test::comesTrue([=] { return timers.queuedEntriesForTesting() == requests; });
     }
 
-    void pass(unsigned ms) { clock.advance(std::chrono::milliseconds(ms)); }
-
-    SharedTimer timers;
+    SharedTimer timers{0, 0, nullptr, 5, "shared"};
 };
 
 TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
@@ -141,42 +121,45 @@ TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
     EXPECT_EQ(0u, kernelTimers());
 }
 
-TEST_F(SharedTimerTest, ANewIntervalAppliesFromTheHandlingOfAnExpiry) {
-    for (int const freeRunning : {REARMED, FREE_RUNNING}) {
-        Holder holder;
-        int const id = runHeld(holder, freeRunning);
-        EXPECT_TRUE(timers.start(add(), NO_WAIT));  // must not take the change away
-        EXPECT_TRUE(timers.setInterval(id, 60));
-        pass(100);
-        holder.released.open();
-        pass(59);
-        EXPECT_EQ(1u, holder.calls.count());
-        pass(1);
-        EXPECT_EQ(2u, holder.calls.count());
-        EXPECT_EQ(60u, timers.getInterval(id));
-        EXPECT_TRUE(timers.eraseTimer(id, WAIT));
+TEST_F(SharedTimerTest, ACallThatTakesLongDelaysWhatDoesNotRunFreeOrIsChanged) {
+    struct Beat {
+        int freeRunning;
+        unsigned long changed;  // 0 for an interval that stays
+        std::vector<unsigned> calls;
+    };
+    int const other = add();
+    for (Beat const& beat :
+         {Beat{REARMED, 0, {300, 1050, 1350}}, Beat{REARMED, 60, {300, 810, 870}},
+          Beat{FREE_RUNNING, 0, {300, 750, 900}}, Beat{FREE_RUNNING, 60, {300, 810, 870}}}) {
+        std::vector<unsigned> calls;
+        test::Hold released;
+        auto const begin = clock.now();
+        Listener listener([&](int) {
+            calls.push_back(static_cast<unsigned>((clock.now() - begin) / milliseconds(1)));
+            released.wait();
+        });
+        int const id = add(&listener, 1, 3, beat.freeRunning);
+        EXPECT_TRUE(timers.setInterval(id, 300));  // no change once it runs
+        EXPECT_TRUE(timers.start(id, WAIT));
+        pass(310);
+        EXPECT_TRUE(timers.restart(other, NO_WAIT));  // must not take a change away
+        EXPECT_TRUE(beat.changed == 0 || timers.setInterval(id, beat.changed));
+        pass(440);
+        released.open();
+        pass(HOUR);
+        EXPECT_EQ(beat.calls, calls);
     }
 }
 
-TEST_F(SharedTimerTest, AFreeRunningTimerKeepsItsBeatWhileItsListenerIsHeldUp) {
+TEST_F(SharedTimerTest, NothingIsHeardAfterAStopThatOnlyWhoAsksWaitsFor) {
     Holder holder;
-    int const id = add(&holder, 300, 0, FREE_RUNNING);
-    EXPECT_TRUE(timers.setInterval(id, 300));  // no change once it runs
-    EXPECT_TRUE(timers.start(id, WAIT));
-    pass(300 + 450);
-    holder.released.open();
-    pass(149);
-    EXPECT_EQ(2u, holder.calls.count());
-    pass(1);
-    EXPECT_EQ(3u, holder.calls.count());
-}
-
-TEST_F(SharedTimerTest, NothingIsHeardAfterAStop) {
-    Holder holder;
+    int const other = add();
     int const id = runHeld(holder);
     auto stopped = inThread([&] { return timers.stop(id, WAIT); });
     EXPECT_TRUE(comeTo(1));
     pass(100);  // more expiries
+    EXPECT_TRUE(timers.start(other, NO_WAIT) && timers.restart(other, NO_WAIT));
+    EXPECT_EQ(HOUR, timers.getInterval(other));
     holder.released.open();
     EXPECT_TRUE(stopped.get());
     pass(100);
@@ -347,18 +330,6 @@ TEST_F(SharedTimerTest, ItsThreadMayBeWatched) {
                  timers.setThreadWatchdogAliveTime(HOUR));
 }
 
-TEST_F(SharedTimerTest, OnlyWhoAsksTheThreadWaitsForIt) {
-    Holder holder;
-    int const other = add();
-    int const held = runHeld(holder);
-    auto asked = inThread([&] { return timers.stop(held, WAIT); });
-    EXPECT_TRUE(comeTo(1));
-    EXPECT_TRUE(timers.start(other, NO_WAIT) && timers.restart(other, NO_WAIT));
-    EXPECT_EQ(HOUR, timers.getInterval(other));
-    holder.released.open();
-    EXPECT_TRUE(asked.get());
-}
-
 TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
     constexpr long ID = 0x8002;
     test::RunningStation station;
@@ -400,47 +371,35 @@ TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {
     EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
 }
 
-TEST_F(KernelTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
-    for (int round = 0; round < 20; ++round) {
-        SharedTimer timers(0, 0, nullptr, 4, "shared");
-        test::Gate isDone;
-        std::string did;
-        int id = -1;
-        int other = -1;
-        test::Gate isWaitedFor;
-        Listener listener([&](int timerId) {
-            isWaitedFor.wait();
-            EXPECT_EQ(id, timerId);
-            if (did.size() < 4) {
-                did += timers.restart(id, WAIT) ? 'r' : '-';  // once more, though it is a one-shot
-                return;
-            }
-            EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
-            EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
-            EXPECT_EQ(NONE, timers.getInterval(other));
-            int const added = timers.addTimer(nullptr, HOUR, 0, REARMED);
-            timers.restartAll(WAIT);
-            EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
-            EXPECT_FALSE(timers.destroy());
-            EXPECT_TRUE(timers.eraseTimer(id, WAIT));
-            isDone.open();
-        });
-        id = timers.addTimer(&listener, 1, 1, REARMED);
-        other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-        EXPECT_TRUE(timers.start(other, WAIT) && timers.start(id, WAIT));
-        auto waiting = inThread([&] {
-            isWaitedFor.open();
-            timers.stop(other, WAIT);
-            return round % 2 == 0 || (isDone.wait() && timers.destroy());
-        });
-        EXPECT_TRUE(isDone.wait());
-        EXPECT_TRUE(waiting.get());
-        EXPECT_TRUE(timers.destroy());
-        EXPECT_EQ("rrrr", did);
-    }
+TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
+    int const other = run(nullptr, HOUR);
+    test::Hold isWaitedFor;
+    Listener listener([&](int id) {
+        isWaitedFor.wait();
+        if (listener.calls.count() < 4) {
+            EXPECT_TRUE(timers.restart(id, WAIT));  // once more, though it is a one-shot
+            return;
+        }
+        EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
+        EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
+        EXPECT_EQ(NONE, timers.getInterval(other));
+        int const added = add();
+        timers.restartAll(WAIT);
+        EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
+        EXPECT_FALSE(timers.destroy());
+        EXPECT_TRUE(timers.eraseTimer(id, WAIT));
+    });
+    run(&listener, 1, 1);
+    pass(1);
+    auto waiting = inThread([&] { return timers.stop(other, WAIT); });
+    EXPECT_TRUE(comeTo(1));
+    isWaitedFor.open();
+    EXPECT_TRUE(waiting.get());
+    pass(10);
+    EXPECT_EQ(5u, listener.calls.count());
 }
 
-TEST_F(KernelTimerTest, WithoutAPipeThereAreNoTimers) {
+TEST_F(KernelSharedTimerTest, WithoutAPipeThereAreNoTimers) {
     SharedTimer const withPipe(0, 0, nullptr, 1, "shared");
     std::optional<test::NoDescriptors> limit(std::in_place);
     SharedTimer timers(0, 0, nullptr, 1, "shared");
@@ -450,7 +409,8 @@ TEST_F(KernelTimerTest, WithoutAPipeThereAreNoTimers) {
     EXPECT_FALSE(timers.eraseTimer(1, NO_WAIT));
 }
 
-TEST_F(KernelTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
+TEST_F(KernelSharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
+    ThreadManager::get();
     unsigned const descriptors = test::openDescriptors();
     for (int round = 0; round < 30; ++round) {
         Listener listener;
@@ -472,44 +432,29 @@ TEST_F(KernelTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
         }
         EXPECT_FALSE(timers.restart(1, WAIT));
         EXPECT_EQ(-1, timers.addTimer(&listener, 1, 0, REARMED));
-        EXPECT_EQ(0u, kernelTimers());
+        EXPECT_EQ(1u, test::kernelTimers());  // the watchdog's
     }
     EXPECT_EQ(descriptors, test::openDescriptors());
 }
 
-class Ticker : public Timer {
-public:
-    Ticker(test::Counter* ticks, bool isForgetful)
-        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"),
-          mTicks(ticks),
-          mIsForgetful(isForgetful) {}
-    ~Ticker() override {
-        if (!mIsForgetful) {
-            destroy();
-        }
-    }
+#ifndef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
+struct Ticker : Timer {
+    explicit Ticker(Listener* heard)
+        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"), listener(heard) {}
 
-    void onTime(int) override { mTicks->add(); }
+    void onTime(int timerId) override { listener->onTime(timerId); }
 
-private:
-    test::Counter* const mTicks;
-    bool const mIsForgetful;
+    Listener* const listener;
 };
 
-#ifdef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
-constexpr unsigned FORGETFUL = 0;
-#else
-constexpr unsigned FORGETFUL = 30;
-#endif
-
-TEST_F(KernelTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
-    test::Counter ticks;
-    for (unsigned i = 1; i <= FORGETFUL + 30; ++i) {
-        Ticker ticker(&ticks, i <= FORGETFUL);
-        EXPECT_TRUE(ticker.start(WAIT));
-        EXPECT_TRUE(ticks.waitFor(i));
+TEST_F(KernelSharedTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
+    Listener listener;
+    for (unsigned i = 1; i <= 30; ++i) {
+        Ticker ticker(&listener);
+        EXPECT_TRUE(ticker.start(WAIT) && listener.calls.waitFor(i));
     }
 }
+#endif
 
 }  // namespace
 }  // namespace utl

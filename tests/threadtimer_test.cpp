@@ -7,22 +7,18 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <list>
-#include <optional>
 #include <utility>
 #include <vector>
 
-#include "UtlManualClock.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
-#include "support/LogCapture.h"
 #include "support/MessageStation.h"
+#include "support/TimeTest.h"
 
 namespace {
 
@@ -44,9 +40,11 @@ extern "C" int sigaction(int signal, struct sigaction const* action,
 namespace utl {
 namespace {
 
-using std::chrono::milliseconds;
+using test::FREE_RUNNING;
 using test::HeldStation;
+using test::HOUR;
 using test::inThread;
+using test::REARMED;
 using test::RunningStation;
 using test::Station;
 
@@ -54,9 +52,6 @@ constexpr long HOLD = Station::HOLD;
 constexpr long A = 0x8002;
 constexpr long LAST = 0x8003;
 constexpr long EXPIRY = TimerMsg::ID;
-constexpr unsigned long HOUR = 3600000;
-constexpr int REARMED = 0;
-constexpr int FREE_RUNNING = 1;
 
 std::vector<int> timersOf(Station& station) {
     return test::kernelTimersOf(station->getId());
@@ -67,23 +62,9 @@ void awaitExpiry() {
     Thread::sleep(HOUR);
 }
 
-// By the kernel's clock.
-class KernelTimerTest : public ::testing::Test {
-protected:
-    void TearDown() override {
-        ThreadManager::destroy();
-        EXPECT_EQ(0u, test::kernelTimers());
-    }
+class KernelThreadTimerTest : public test::KernelTimeTest {};
 
-    test::LogCapture log;
-};
-
-class ThreadTimerTest : public KernelTimerTest {
-protected:
-    void pass(int ms) { clock.advance(milliseconds(ms)); }
-
-    ManualClock clock;
-};
+class ThreadTimerTest : public test::ManualTimeTest {};
 
 TEST_F(ThreadTimerTest, ExpiresAsOftenAsAskedAndIsGone) {
     RunningStation station;
@@ -280,30 +261,39 @@ TEST_F(ThreadTimerTest, AnIntervalThatTheKernelRefusesLeavesNoEntry) {
     }
 }
 
-// The parameter drops all timers.
-class DropTest : public ThreadTimerTest,
-                 public ::testing::WithParamInterface<int (*)(MsgDrivenThread&)> {};
-
-TEST_P(DropTest, StopsEveryOtherTimerAndForgetsTheRest) {
-    RunningStation station;
-    for (int i = 1; i <= 3; ++i) {
-        EXPECT_EQ(i, station->setTimer(HOUR, 0, 0, REARMED));
+TEST_F(ThreadTimerTest, DroppingAllStopsEveryOtherOneAndForgetsTheRest) {
+    for (bool const byStop : {false, true}) {
+        RunningStation station;
+        for (int i = 1; i <= 3; ++i) {
+            EXPECT_EQ(i, station->setTimer(HOUR, 0, 0, REARMED));
+        }
+        std::vector<int> const all = timersOf(station);
+        EXPECT_TRUE(byStop ? station->stop(1, 0) == 0 : station->eraseMsg(EXPIRY));
+        EXPECT_EQ(byStop ? std::vector<int>() : std::vector<int>{all.at(1)}, timersOf(station));
+        EXPECT_EQ(0, station->killTimer(2, 0));
     }
-    std::vector<int> const all = timersOf(station);
-    ASSERT_EQ(3u, all.size());
-    EXPECT_EQ(1, GetParam()(station.thread));
-    bool const stillLoops = station->isRunning();
-    EXPECT_EQ(stillLoops ? std::vector<int>{all[1]} : std::vector<int>(), timersOf(station));
-    EXPECT_EQ(0, station->killTimer(2, 0));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    ByEraseMsgOrStop, DropTest,
-    ::testing::Values([](MsgDrivenThread& thread) { return thread.eraseMsg(EXPIRY); },
-                      [](MsgDrivenThread& thread) { return thread.stop(1, 0) + 1; }));
+TEST_F(ThreadTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
+    constexpr int ROOM = 4;
+    RunningStation station(16, ROOM);
+    for (int round = 0; round < 20; ++round) {
+        for (int i = 0; i < ROOM; ++i) {
+            EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
+        }
+        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
+        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
+    }
+    EXPECT_GE(std::size_t{ROOM}, timersOf(station).size());
+    pass(HOUR);
+    EXPECT_FALSE(clock.advanceToNext());
+    EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
+    pass(1);
+    EXPECT_EQ(1, station.count(EXPIRY));
+}
 
 // As when another process of this user has used them up.
-TEST_F(KernelTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
+TEST_F(KernelThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
     {
@@ -317,7 +307,7 @@ TEST_F(KernelTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) 
     EXPECT_EQ(3, station->setTimer(1, 0, 0, REARMED));
 }
 
-TEST_F(KernelTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyElse) {
+TEST_F(KernelThreadTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyElse) {
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
@@ -332,7 +322,7 @@ TEST_F(KernelTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyE
     EXPECT_TRUE(blocked.waitFor(EXPIRY, 50));
 }
 
-TEST_F(KernelTimerTest, WithoutAHandlerNoTimerIsArmed) {
+TEST_F(KernelThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has installed none
     auto const refusesTimers = [] {
         test::LogCapture const captured;
@@ -348,33 +338,11 @@ TEST_F(KernelTimerTest, WithoutAHandlerNoTimerIsArmed) {
     EXPECT_EXIT(std::_Exit(refusesTimers()), ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(KernelTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
-    constexpr int ROOM = 4;
-    RunningStation station(16, ROOM);
-    for (int round = 0; round < 200; ++round) {
-        for (int i = 0; i < ROOM; ++i) {
-            EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
-        }
-        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
-        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
-    }
-    std::vector<int> const left = timersOf(station);
-    EXPECT_GE(std::size_t{ROOM}, left.size());
-    EXPECT_LT(0u, left.size());
-    for (int const timer : left) {
-        EXPECT_TRUE(test::comesTrue([timer] { return !test::isArmed(timer); }));
-    }
-    EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
-    long const heard = station.count(EXPIRY);
-    EXPECT_TRUE(station.waitFor(EXPIRY, heard + 1));
-}
-
-TEST_F(KernelTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
+TEST_F(KernelThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
     int const signal = std::max(34, SIGRTMIN);
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, FREE_RUNNING));
     siginfo_t info = {};
-    info.si_code = SI_QUEUE;
     for (int const value : {0, -1, INT_MAX}) {
         info.si_value.sival_int = value;
         for (int const code : {SI_QUEUE, SI_TIMER}) {
@@ -386,24 +354,6 @@ TEST_F(KernelTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
     }
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_EQ(Station::Ids{A}, station.ids());
-}
-
-TEST_F(KernelTimerTest, LoopsAreBoundedByDescriptorsOnly) {
-    constexpr unsigned LOOPS = 1100;
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    ASSERT_LE(3 * LOOPS, limit.rlim_max);
-    rlimit const enough = {std::max<rlim_t>(limit.rlim_cur, 3 * LOOPS), limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &enough);
-    std::list<RunningStation> stations;
-    for (unsigned i = 0; i < LOOPS; ++i) {
-        stations.emplace_back(1, 1).thread.stop(1, 0);
-    }
-    RunningStation last;
-    EXPECT_EQ(1, last->setTimer(1, 0, 1, REARMED));
-    EXPECT_TRUE(last.waitFor(EXPIRY));
-    EXPECT_FALSE(log.has("errno"));
-    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

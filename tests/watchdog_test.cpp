@@ -6,21 +6,17 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <future>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "UtlManualClock.h"
 #include "UtlStatementInfo.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
 #include "support/Gate.h"
-#include "support/LogCapture.h"
-#include "support/ManagerTest.h"
-#include "support/Process.h"
+#include "support/TimeTest.h"
 #include "support/Worker.h"
 
 namespace utl {
@@ -55,46 +51,32 @@ private:
     Action const mAction;
 };
 
-// By the kernel's clock. The thread of the test is watched itself, unless the test is about others.
-class KernelTimerTest : public test::ManagerTest {
+// The thread of the test is watched itself, unless the test is about others.
+template <typename Base>
+class WatchdogTestOf : public Base {
 protected:
-    void SetUp() override { ASSERT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL)); }
+    void SetUp() override { ASSERT_TRUE(Base::manager()->setWatchdogWatchInterval(INTERVAL)); }
 
     static void watchMe(unsigned long aliveTimeMs, WatchdogTimerListener* listener) {
-        EXPECT_EQ(gettid(), manager()->entryCaller(1, aliveTimeMs, listener, "me"));
-        EXPECT_TRUE(manager()->startWatchdog(0));
+        EXPECT_EQ(gettid(), Base::manager()->entryCaller(1, aliveTimeMs, listener, "me"));
+        EXPECT_TRUE(Base::manager()->startWatchdog(0));
     }
+};
 
+class KernelWatchdogTest : public WatchdogTestOf<test::KernelTimeTest> {};
+
+// From one check to the next.
+class WatchdogTest : public WatchdogTestOf<test::ManualTimeTest> {
+protected:
     // Whether the watchdog's table has it.
-    static bool hasRow(std::string const& part) {
-        test::LogCapture const log;
+    bool hasRow(std::string const& part) {
+        log.clear();
         manager()->printWatchdogInfo(3);
         return log.has(part);
     }
 };
 
-// From one check to the next; where nobody was watched before, from one with which they begin.
-class WatchdogTest : public KernelTimerTest {
-protected:
-    void pass(unsigned ms) { clock.advance(milliseconds(ms)); }
-
-    // What a stop returns that waits for 20 ms, and not less.
-    int stopWithLimit(Thread* thread) {
-        int result = REACHED;
-        Worker stopper("stopper", [&] { return result = thread->stop(1, 20); });
-        EXPECT_EQ(0, stopper.start());
-        pass(19);
-        EXPECT_TRUE(stopper.isRunning());
-        pass(1);
-        EXPECT_FALSE(stopper.isRunning());
-        return result;
-    }
-
-    ManualClock clock;
-};
-
 TEST_F(WatchdogTest, ReportsASilentThreadOnceAndAgainAfterItHasRecovered) {
-    test::LogCapture log;
     Alarm alarm;
     std::string const id = std::to_string(gettid());
     std::string const timeout =
@@ -159,7 +141,6 @@ TEST_F(WatchdogTest, RecordsAreEqualFieldByField) {
 }
 
 TEST_F(WatchdogTest, PrintsItsTableWhenNobodyListens) {
-    test::LogCapture log;
     watchMe(LONG_ALIVE, nullptr);
     manager()->keepAliveWatchdog(StatementInfo(nullptr, nullptr, 4294967295u, 7));
     manager()->setWatchdogAliveTime(1, 0);
@@ -210,7 +191,6 @@ TEST_F(WatchdogTest, NeitherRecordsNorReportsAThreadThatIsNotWatched) {
 }
 
 TEST_F(WatchdogTest, RefusesUnknownThreadsSecondRegistrationsAndNoAliveTime) {
-    test::LogCapture log;
     std::string const id = std::to_string(gettid());
     EXPECT_FALSE(manager()->setWatchdogAliveTime(LONG_ALIVE, 0));
     EXPECT_FALSE(manager()->keepAliveWatchdog(HERE));
@@ -255,19 +235,23 @@ TEST_F(WatchdogTest, AListenerMayCallBack) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
-void unregisterWatchdog(Worker& worker) {
-    ThreadManager::get()->unregisterWatchdog(worker.getId());
+void unregisterWatchdog(MsgDrivenThread& loop) {
+    ThreadManager::get()->unregisterWatchdog(loop.getId());
 }
 
-void stop(Worker& worker) {
-    worker.stop(1, 0);
+void stop(MsgDrivenThread& loop) {
+    loop.stop(1, 0);
 }
 
-// The parameter takes a worker off the watchdog.
+// The parameter takes a thread off the watchdog.
 class LettingGoTest : public WatchdogTest,
-                      public ::testing::WithParamInterface<void (*)(Worker&)> {};
+                      public ::testing::WithParamInterface<void (*)(MsgDrivenThread&)> {};
 
+// A thread that works for longer than it may, and is idle while its listener is being called.
 TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
+    struct Slow : ThreadMsgListener {
+        int receiveMsg(int, ThreadRawMsg&) override { return Thread::sleep(INTERVAL + 10), 0; }
+    } slow;
     test::Hold released;
     std::atomic<bool> hasReturned{false};
     Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
@@ -275,49 +259,33 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
         EXPECT_FALSE(manager()->unregisterWatchdog(id));  // by now; from here it waits for nobody
         hasReturned = true;
     });
-    Worker worker;
-    worker.onPreExecute = [&] { worker.startWatchdog(); };
-    EXPECT_EQ(0, worker.startRegistered(1, &alarm));
-    pass(INTERVAL);
-    Worker remover("remover", [&] {
-        GetParam()(worker);
-        EXPECT_TRUE(hasReturned);
-        return 0;
-    });
+    MsgDrivenThread loop(4, 4, "loop", 0);
+    EXPECT_EQ(0, loop.start(&slow, 1, 1, &alarm, 1, 0, ThreadPriority::NORMAL, 0));
+    EXPECT_EQ(1, loop.postMsg(0x8001));
+    pass(INTERVAL + 10);
+    Worker remover("remover", [&] { return GetParam()(loop), hasReturned ? 1 : 0; });
     EXPECT_EQ(0, remover.start());
     clock.settle();
     EXPECT_TRUE(remover.isRunning());
-    EXPECT_FALSE(manager()->isRegisteredWatchdog(worker.getId()));
+    EXPECT_FALSE(manager()->isRegisteredWatchdog(loop.getId()));
     if (GetParam() == stop) {
-        EXPECT_EQ(TIMED_OUT, stopWithLimit(&worker));
-        EXPECT_EQ(-1, worker.stop(0, 0));
+        int result = REACHED;
+        Worker stopper("stopper", [&] { return result = loop.stop(1, 20); });
+        EXPECT_EQ(0, stopper.start());
+        pass(19);
+        EXPECT_EQ(REACHED, result);
+        pass(1);
+        EXPECT_EQ(TIMED_OUT, result);
+        EXPECT_EQ(-1, loop.stop(0, 0));
     }
     released.open();
-    EXPECT_TRUE(remover.comesToAnEnd());
+    unsigned long hadReturned = 0;
+    EXPECT_TRUE(remover.comesToAnEnd() && remover.getResult(&hadReturned) && hadReturned);
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
 INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest,
                          ::testing::Values(unregisterWatchdog, stop));
-
-// A thread that works for longer than it may, and then ends while its listener is being called.
-TEST_F(WatchdogTest, AStopOfALoopKeepsItsLimit) {
-    struct Busy : ThreadMsgListener {
-        int receiveMsg(int, ThreadRawMsg&) override { return done.wait() ? 0 : -1; }
-        test::Hold done;
-    } busy;
-    test::Hold released;
-    Alarm alarm([&](int, Map<int, WatchdogInfo> const&) { released.wait(); });
-    MsgDrivenThread loop(4, 4, "loop", 0);
-    EXPECT_EQ(0, loop.start(&busy, 1, 1, &alarm, 1, 0, ThreadPriority::NORMAL, 0));
-    EXPECT_TRUE(loop.startWatchdog() && loop.postMsg(0x8001) == 1);
-    pass(INTERVAL);
-    busy.done.open();
-    EXPECT_EQ(TIMED_OUT, stopWithLimit(&loop));
-    EXPECT_EQ(-1, loop.stop(0, 0));
-    EXPECT_FALSE(alarm.calls.count());
-    released.open();
-}
 
 TEST_F(WatchdogTest, NobodyWaitsForItWhileItLogs) {
     Worker other("other");
@@ -350,19 +318,22 @@ TEST_F(WatchdogTest, TimeInWhichTheProcessStoodStillIsNobodysSilence) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
-TEST_F(KernelTimerTest, TheManagerIsThereUntilTheListenerHasReturned) {
-    test::Gate isInside;
-    ThreadManager* const present = manager();
-    Alarm alarm([&](int, Map<int, WatchdogInfo> const&) {
-        isInside.open();
-        // Once it was asked to stop, the watchdog's thread makes no timers any more.
-        EXPECT_TRUE(test::comesTrue([&] { return !present->setWatchdogWatchInterval(INTERVAL); }));
-        EXPECT_EQ(present, manager());
-    });
-    watchMe(1, &alarm);
-    EXPECT_TRUE(isInside.wait());
-    ThreadManager::destroy();
-    EXPECT_EQ(nullptr, ThreadManager::getIfCreated());
+TEST_F(KernelWatchdogTest, IsThereUntilTheListenerHasReturned) {
+    for (int round = 0; round < 10; ++round) {
+        ThreadManager* const present = manager();
+        EXPECT_TRUE(present->setWatchdogWatchInterval(1));
+        test::Gate isInside;
+        Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
+            isInside.open();
+            // Once it was asked to stop, the watchdog's thread makes no timers any more.
+            EXPECT_TRUE(test::comesTrue([&] { return !present->setWatchdogWatchInterval(1); }));
+            EXPECT_TRUE(manager() == present && present->isRegisteredWatchdog(id));
+        });
+        watchMe(1, &alarm);
+        EXPECT_TRUE(isInside.wait());
+        ThreadManager::destroy();
+        EXPECT_EQ(nullptr, ThreadManager::getIfCreated());
+    }
 }
 
 // Where the library reports, by itself, that the calling thread is alive.
@@ -403,22 +374,6 @@ TEST_F(WatchdogTest, NeedsATimerAndLeavesNoThreadWithoutOne) {
     EXPECT_FALSE(watchdog.entry(gettid(), LONG_ALIVE, nullptr, "me"));
     ThreadWatchdog smallest(1);
     EXPECT_TRUE(smallest.initialize(INTERVAL) && smallest.setWatchInterval(2 * INTERVAL));
-}
-
-TEST_F(KernelTimerTest, MayBeDestroyedWhileItLooks) {
-    unsigned const timers = test::kernelTimers();
-    for (int round = 0; round < 20; ++round) {
-        ThreadWatchdog watchdog(1);
-        Alarm alarm([&](int id, Map<int, WatchdogInfo> const&) {
-            watchdog.shutdown();  // refused: it would wait for itself
-            EXPECT_TRUE(watchdog.isRegistered(id));
-        });
-        EXPECT_TRUE(watchdog.initialize(1) && !watchdog.initialize(1));
-        EXPECT_TRUE(watchdog.entry(1, 5, &alarm, "one") && watchdog.start(1));
-        EXPECT_TRUE(alarm.calls.waitFor(1));
-        watchdog.shutdown();
-    }
-    EXPECT_EQ(timers, test::kernelTimers());
 }
 
 }  // namespace

@@ -123,7 +123,7 @@ ManualTime* ManualTime::begin() {
         new (time) ManualTime;  // the parent's, which other threads there were in the middle of
     }
     Lock const lock(*time);
-    time->mProcess = processNumber();
+    time->mProcess.store(processNumber());
     time->mUse = ++uses;
     time->mAtWork = 0;
     time->mNow.store((now / NANOSECONDS_PER_SECOND + 1) * NANOSECONDS_PER_SECOND);
@@ -299,8 +299,11 @@ ManualTime::Worker::~Worker() {
     useOfThisThread = 0;
 }
 
-bool ManualTime::isOfThisProcess() const {
-    return mProcess == processNumber();
+ManualTime* ManualTime::usedHere() {
+    ManualTime* const time = used.load(std::memory_order_acquire);  // with what begin() has made
+    bool const isHere =
+        time != nullptr && time->mProcess.load(std::memory_order_relaxed) == processNumber();
+    return isHere ? time : nullptr;
 }
 
 bool ManualTime::isWorkerLocked() const {

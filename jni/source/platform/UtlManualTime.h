@@ -29,8 +29,7 @@ public:
     // nullptr: the kernel's time holds, as in a child of the process that uses this one.
     // Async-signal-safe.
     static ManualTime* inUse() {
-        ManualTime* const time = used.load(std::memory_order_relaxed);
-        return time == nullptr || time->isOfThisProcess() ? time : nullptr;
+        return used.load(std::memory_order_relaxed) != nullptr ? usedHere() : nullptr;
     }
 
     // For its owner.
@@ -115,7 +114,7 @@ private:
 
     constexpr ManualTime() = default;
 
-    bool isOfThisProcess() const;
+    static ManualTime* usedHere();
     bool isWorkerLocked() const;
     int atWorkLocked() const;
     void changeWorkLocked(unsigned use, int by);
@@ -130,7 +129,7 @@ private:
     static std::atomic<ManualTime*> used;
     static ManualTime theOne;
 
-    unsigned mProcess = 0;
+    std::atomic<unsigned> mProcess{0};
     std::atomic<std::uint64_t> mNow{0};
     std::atomic<std::uint32_t> mExpiring{NO_TIMER};  // the timer whose signal is under way
 
