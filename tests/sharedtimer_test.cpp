@@ -104,23 +104,6 @@ protected:
     SharedTimer timers{0, 0, nullptr, 5, "shared"};
 };
 
-TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
-    for (int const freeRunning : {REARMED, FREE_RUNNING}) {
-        Listener listener;
-        int const id = add(&listener, 20, 3, freeRunning);
-        for (unsigned const before : {0u, 3u}) {
-            EXPECT_TRUE(timers.start(id, WAIT));
-            pass(59);
-            EXPECT_EQ(before + 2, listener.calls.count());
-            EXPECT_TRUE(timers.isRunning(id));
-            pass(HOUR);
-            EXPECT_EQ(before + 3, listener.calls.count());
-            EXPECT_FALSE(timers.isRunning(id));
-        }
-    }
-    EXPECT_EQ(0u, kernelTimers());
-}
-
 TEST_F(SharedTimerTest, ACallThatTakesLongDelaysWhatDoesNotRunFreeOrIsChanged) {
     struct Beat {
         int freeRunning;
@@ -344,20 +327,24 @@ TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
     EXPECT_EQ(4u, log.count("Refused. SharedTimerThread(shared) waits for this thread"));
 }
 
-TEST_F(SharedTimerTest, ATimerCallsItsListenerIfItHasOne) {
+TEST_F(SharedTimerTest, ATimerCallsItsListenerAsOftenAsAskedForEachStart) {
     Listener listener;
-    Timer once(&listener, 20, 0, 0, nullptr, 1, REARMED, "once");
-    Timer unheard(nullptr, 20, 0, 0, nullptr, 1, REARMED, "unheard");
-    for (unsigned i = 1; i <= 3; ++i) {
-        EXPECT_TRUE((i == 2 ? once.restart(WAIT) : once.start(WAIT)) && unheard.start(WAIT));
-        EXPECT_TRUE(once.isRunning() && unheard.isRunning());
-        pass(20);
-        EXPECT_FALSE(once.isRunning() || unheard.isRunning());
-        EXPECT_EQ(i, listener.calls.count());
+    Timer thrice(&listener, 20, 0, 0, nullptr, 3, REARMED, "thrice");
+    Timer unheard(nullptr, 20, 0, 0, nullptr, 3, FREE_RUNNING, "unheard");
+    for (unsigned const before : {0u, 3u, 6u}) {
+        EXPECT_TRUE((before == 3 ? thrice.restart(WAIT) : thrice.start(WAIT)) &&
+                    unheard.start(WAIT));
+        pass(59);
+        EXPECT_EQ(before + 2, listener.calls.count());
+        EXPECT_TRUE(thrice.isRunning() && unheard.isRunning());
+        pass(HOUR);
+        EXPECT_EQ(before + 3, listener.calls.count());
+        EXPECT_FALSE(thrice.isRunning() || unheard.isRunning());
     }
-    EXPECT_TRUE(once.setInterval(5) && once.getInterval() == 5);
-    EXPECT_TRUE(once.destroy());
-    EXPECT_FALSE(once.start(WAIT));
+    EXPECT_EQ(0u, kernelTimers());
+    EXPECT_TRUE(thrice.setInterval(5) && thrice.getInterval() == 5);
+    EXPECT_TRUE(thrice.destroy());
+    EXPECT_FALSE(thrice.start(WAIT));
 }
 
 TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {

@@ -15,6 +15,7 @@
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
+#include "support/FakeClock.h"
 #include "support/Gate.h"
 #include "support/TimeTest.h"
 #include "support/Worker.h"
@@ -100,7 +101,7 @@ TEST_F(WatchdogTest, ReportsASilentThreadOnceAndAgainAfterItHasRecovered) {
     EXPECT_EQ(2u, log.count(timeout));
 }
 
-TEST_F(WatchdogTest, RecordsAreEqualFieldByField) {
+TEST_F(KernelWatchdogTest, RecordsAreEqualFieldByField) {
     using Info = WatchdogInfo;
     Alarm alarm;
     Info const info(1, 2, &alarm, "a", Info::WATCHING);
@@ -113,27 +114,40 @@ TEST_F(WatchdogTest, RecordsAreEqualFieldByField) {
     EXPECT_TRUE(Info::INVALID == Info() && Info::INVALID.id() == 0);
     EXPECT_TRUE(Info::INVALID.lastAliveInfo() == StatementInfo::INVALID);
 
-    // The fields that the watchdog changes, one by one, as a listener sees them.
-    std::function<void()> const changes[] = {
-        [] { manager()->startWatchdog(0); },
-        [] { manager()->keepAliveWatchdog(StatementInfo::INVALID); },
-        [] { manager()->keepAliveWatchdog(HERE); },
-        [this] { pass(LONG_ALIVE + INTERVAL); },
-        [] { manager()->keepAliveWatchdog(HERE); },
-        [this] { clock.jump(milliseconds(1)), manager()->keepAliveWatchdog(HERE); }};
+    // The fields that the watchdog changes, one by one. What lies ahead of it is never overdue.
+    test::FakeClock clock(TimeCounter::getTickTime() + test::HOUR);
+    auto const report = [&](StatementInfo const& statement) {
+        test::FakeClock::Use const use(clock);
+        manager()->startWatchdog(0);
+        manager()->keepAliveWatchdog(statement);
+    };
     std::vector<Info> states;
-    Alarm witness([&, me = gettid()](int id, Map<int, Info> const& infos) {
+    Alarm witness([&, me = gettid()](int, Map<int, Info> const& infos) {
         states.push_back(*infos.find(me));
-        manager()->unregisterWatchdog(id);
     });
-    EXPECT_EQ(gettid(), manager()->entryCaller(1, LONG_ALIVE, &alarm, "me"));
-    for (auto const& change : changes) {
-        change();
+    auto const look = [&] {
+        unsigned const calls = witness.calls.count();
         manager()->entryWatchdog(1, &witness, NOBODY);
         manager()->startWatchdog(NOBODY);
-        pass(INTERVAL + 1);
+        EXPECT_TRUE(witness.calls.waitFor(calls + 1) && manager()->unregisterWatchdog(NOBODY));
+    };
+    EXPECT_EQ(gettid(), manager()->entryCaller(1, 1, &alarm, "me"));
+    {
+        test::FakeClock::Use const use(clock);
+        EXPECT_TRUE(manager()->startWatchdog(0));
     }
-    ASSERT_EQ(6u, states.size());
+    look();
+    report(StatementInfo::INVALID);
+    look();
+    report(HERE);
+    look();
+    EXPECT_TRUE(manager()->stopWatchdog(0) && manager()->startWatchdog(0));
+    EXPECT_TRUE(alarm.calls.waitFor(1));
+    report(HERE);
+    look();
+    clock.advance(1);
+    report(HERE);
+    look();
     for (std::size_t i = 1; i < states.size(); ++i) {
         EXPECT_TRUE(states[i] != states[i - 1]) << i;
         EXPECT_TRUE(Info(states[i]) == states[i]);
