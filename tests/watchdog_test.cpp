@@ -53,22 +53,18 @@ private:
 };
 
 // The thread of the test is watched itself, unless the test is about others.
-template <typename Base>
-class WatchdogTestOf : public Base {
-protected:
-    void SetUp() override { ASSERT_TRUE(Base::manager()->setWatchdogWatchInterval(INTERVAL)); }
+void watchMe(unsigned long aliveTimeMs, WatchdogTimerListener* listener) {
+    EXPECT_EQ(gettid(), ThreadManager::get()->entryCaller(1, aliveTimeMs, listener, "me"));
+    EXPECT_TRUE(ThreadManager::get()->startWatchdog(0));
+}
 
-    static void watchMe(unsigned long aliveTimeMs, WatchdogTimerListener* listener) {
-        EXPECT_EQ(gettid(), Base::manager()->entryCaller(1, aliveTimeMs, listener, "me"));
-        EXPECT_TRUE(Base::manager()->startWatchdog(0));
-    }
-};
-
-class KernelWatchdogTest : public WatchdogTestOf<test::KernelTimeTest> {};
+class KernelWatchdogTest : public test::KernelTimeTest {};
 
 // From one check to the next.
-class WatchdogTest : public WatchdogTestOf<test::ManualTimeTest> {
+class WatchdogTest : public test::ManualTimeTest {
 protected:
+    void SetUp() override { ASSERT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL)); }
+
     // Whether the watchdog's table has it.
     bool hasRow(std::string const& part) {
         log.clear();
@@ -114,6 +110,7 @@ TEST_F(KernelWatchdogTest, RecordsAreEqualFieldByField) {
     EXPECT_TRUE(Info::INVALID == Info() && Info::INVALID.id() == 0);
     EXPECT_TRUE(Info::INVALID.lastAliveInfo() == StatementInfo::INVALID);
 
+    EXPECT_TRUE(manager()->setWatchdogWatchInterval(INTERVAL));
     // The fields that the watchdog changes, one by one. What lies ahead of it is never overdue.
     test::FakeClock clock(TimeCounter::getTickTime() + test::HOUR);
     auto const report = [&](StatementInfo const& statement) {
