@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+
 #include "platform/UtlCancellation.h"
 #include "platform/UtlManualTime.h"
 
@@ -9,6 +11,8 @@ namespace utl {
 namespace platform {
 
 namespace {
+
+constexpr std::uint64_t LONGEST_SLEEP_MS = INT64_MAX / NANOSECONDS_PER_MILLISECOND;
 
 bool readKernelTick(std::uint32_t* tick) {
     timespec now;
@@ -65,7 +69,8 @@ std::uint32_t kernelTick() {
 
 void sleepFor(unsigned long milliseconds) {
     if (ManualTime* const time = ManualTime::inUse()) {
-        time->sleep(milliseconds * NANOSECONDS_PER_MILLISECOND);
+        time->sleep(std::min<std::uint64_t>(milliseconds, LONGEST_SLEEP_MS) *
+                    NANOSECONDS_PER_MILLISECOND);
         return;
     }
     timespec interval;
