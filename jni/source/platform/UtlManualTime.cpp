@@ -283,19 +283,30 @@ void ManualTime::finishExpiry(int kernelId) {
     }
 }
 
-ManualTime::Worker::Worker() {
-    if (ManualTime* const time = inUse()) {
+unsigned ManualTime::countWorker() {
+    ManualTime* const time = inUse();
+    if (time == nullptr) {
+        return 0;
+    }
+    Lock const lock(*time);
+    time->changeWorkLocked(time->mUse, 1);
+    return time->mUse;
+}
+
+void ManualTime::forgetWorker(unsigned use) {
+    ManualTime* const time = use != 0 ? inUse() : nullptr;
+    if (time != nullptr) {
         Lock const lock(*time);
-        useOfThisThread = time->mUse;
-        time->changeWorkLocked(useOfThisThread, 1);
+        time->changeWorkLocked(use, -1);
     }
 }
 
+ManualTime::Worker::Worker(unsigned use) {
+    useOfThisThread = use;
+}
+
 ManualTime::Worker::~Worker() {
-    if (ManualTime* const time = useOfThisThread != 0 ? inUse() : nullptr) {
-        Lock const lock(*time);
-        time->changeWorkLocked(useOfThisThread, -1);
-    }
+    forgetWorker(useOfThisThread);
     useOfThisThread = 0;
 }
 

@@ -86,10 +86,15 @@ public:
     // The handler of its signal has returned. Async-signal-safe.
     void finishExpiry(int kernelId);
 
-    // Counts the calling thread for a scope, if this is in use when that begins.
+    // Counts a thread that the calling one is about to start: the number of the use in which it is
+    // counted, or 0. And takes that back, when there will be none.
+    static unsigned countWorker();
+    static void forgetWorker(unsigned use);
+
+    // The calling thread, counted in that use, for a scope.
     class Worker {
     public:
-        Worker();
+        explicit Worker(unsigned use);
         ~Worker();
         Worker(Worker const&) = delete;
         Worker& operator=(Worker const&) = delete;

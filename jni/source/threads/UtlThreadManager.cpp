@@ -74,6 +74,7 @@ VisitorCount ManagerAccess::visitors;
 // What the starting thread and the new one share. The new one's, once `decided` is on.
 struct ThreadManager::StartRecord {
     StartRequest const request;
+    unsigned timeUse = 0;  // in which the new thread is counted
     int id = 0;
     Event arrived{0, 0};  // the new thread has stored its id
     bool mayRun = false;
@@ -282,10 +283,12 @@ ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& requ
     if (record && handle && request.stopEvent.get() != nullptr && entry->setName(request.name)) {
         BlockingCall const blocking(SOURCE, "entry", 432);
         pthread_t thread = 0;
+        record->timeUse = platform::ManualTime::countWorker();
         result = pthread_create(&thread, nullptr, startThread, record.get());
         *handle = static_cast<long>(thread);
     }
     if (result != 0) {
+        platform::ManualTime::forgetWorker(record ? record->timeUse : 0);
         applog(LIBRARY_LOG, LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
                request.osPriority, request.name);
         return nullptr;
@@ -323,8 +326,8 @@ void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs
 }
 
 void* ThreadManager::startThread(void* argument) {
-    platform::ManualTime::Worker const worker;
     auto* const record = static_cast<StartRecord*>(argument);
+    platform::ManualTime::Worker const worker(record->timeUse);
     applyPriority(record->request.osPriority);
     record->id = getCallerId();
     record->arrived.setOn();
