@@ -14,6 +14,7 @@
 #include "UtlFile.h"
 #include "UtlLog.h"
 #include "UtlLoop.h"
+#include "UtlManualClock.h"
 #include "UtlMap.h"
 #include "UtlMemory.h"
 #include "UtlMsg.h"

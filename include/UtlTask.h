@@ -23,13 +23,14 @@ namespace utl {
 
 class LoopTasks;
 
+// As large as the callable of a task may be.
 constexpr std::size_t MOST_TASK_BYTES = 64;
 
 // How a loop deals with the callables of one type. For the loop.
 struct TaskType {
-    void (*move)(void* slot, void* callable);  // makes one in `slot` of the one that is given
-    void (*run)(void* slot, unsigned long told);
-    void (*destroy)(void* slot);
+    void (*move)(void* slot, void* callable);     // makes one in `slot` of the one that is given
+    void (*run)(void* slot, unsigned long told);  // tells it `told` if it takes that
+    void (*destroy)(void* slot);                  // once, and last
 };
 
 // `Told` is what they are told if they take it: a number, or void for nothing.
@@ -50,9 +51,12 @@ struct TaskTypeOf {
     static_assert(std::is_nothrow_destructible_v<Callable>,
                   "A task is destroyed by the loop: its destructor must be noexcept.");
 
+    // What TYPE leads to.
     static void move(void* slot, void* callable) {
         ::new (slot) Callable(std::move(*static_cast<Callable*>(callable)));
     }
+
+    // Likewise.
     static void run(void* slot, [[maybe_unused]] unsigned long told) {
         Callable& callable = *static_cast<Callable*>(slot);
         if constexpr (IS_TOLD) {
@@ -105,11 +109,14 @@ public:
     ScopedTask(TaskHandle handle) : mHandle(std::move(handle)) {}
     ~ScopedTask() { mHandle.cancel(); }
     ScopedTask(ScopedTask&& other) noexcept : mHandle(std::move(other.mHandle)) {}
+
+    // Cancels the task that it had.
     ScopedTask& operator=(ScopedTask other) noexcept {
         std::swap(mHandle, other.mHandle);
         return *this;
     }
 
+    // As those of TaskHandle.
     explicit operator bool() const { return static_cast<bool>(mHandle); }
     bool cancel() const { return mHandle.cancel(); }
 

@@ -25,6 +25,7 @@ LOCAL_SRC_FILES := \
     source/platform/UtlFutex.cpp \
     source/platform/UtlKernelThread.cpp \
     source/platform/UtlKernelTimer.cpp \
+    source/platform/UtlManualTime.cpp \
     source/platform/UtlMutex.cpp \
     source/platform/UtlOutput.cpp \
     source/platform/UtlPipe.cpp \
@@ -73,6 +74,7 @@ LOCAL_SRC_FILES := \
     source/threads/UtlThread.cpp \
     source/threads/UtlThreadManager.cpp \
     source/threads/UtlLoopWatch.cpp \
+    source/threads/UtlManualClock.cpp \
     source/messaging/UtlMsg.cpp \
     source/messaging/UtlThreadRawMsg.cpp \
     source/messaging/UtlTimerInfo.cpp \

@@ -3,12 +3,8 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <chrono>
-#include <cstddef>
-#include <fstream>
 #include <functional>
 #include <future>
 #include <string>
@@ -16,10 +12,8 @@
 
 #include "UtlSyncObject.h"
 
-#include "support/FakeClock.h"
-#include "support/Gate.h"
-#include "support/LogCapture.h"
-#include "support/Process.h"
+#include "support/TimeTest.h"
+#include "support/Worker.h"
 
 namespace utl {
 namespace {
@@ -30,36 +24,7 @@ using std::chrono::steady_clock;
 // Above any wait of these tests.
 constexpr unsigned long LONG_LIMIT = 30000;
 
-// A thread that waits once.
-struct Waiter {
-    explicit Waiter(std::function<int()> const& wait)
-        : result(std::async(std::launch::async, [this, wait] {
-              // It does not take the processor from the thread that wakes it: that one can switch
-              // an event on and off again before this one looks.
-              sched_param const priority{};
-              sched_setscheduler(0, SCHED_BATCH, &priority);
-              id = gettid();
-              return wait();
-          })) {}
-
-    // Until the thread has gone to sleep and stays there.
-    bool comesToSleep() const {
-        return test::comesTrue([this, looks = 0]() mutable {
-            std::string stat;
-            std::getline(std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat"), stat);
-            looks = stat.find(") S ") != std::string::npos ? looks + 1 : 0;
-            return looks == 3;
-        });
-    }
-
-    bool endsWithin(std::chrono::seconds limit) const {
-        return result.wait_for(limit) == std::future_status::ready;
-    }
-    int get() { return endsWithin(test::PATIENCE) ? result.get() : -100; }
-
-    std::atomic<int> id{0};
-    std::future<int> result;
-};
+constexpr int WAITING = 100;
 
 TEST(SyncObjectTest, HolderOwesOneUnlockForEachLock) {
     SyncObject object;
@@ -74,7 +39,57 @@ TEST(SyncObjectTest, HolderOwesOneUnlockForEachLock) {
 #endif
 }
 
-TEST(EventTest, OffCanBeWaitedForInOneModeOnly) {
+// A thread that waits once, for who lets the clock settle before each look at it.
+struct Waiter {
+    explicit Waiter(std::function<int()> wait)
+        : thread("waiter", [this, wait] {
+              // It does not take the processor from the thread that wakes it: that one can switch
+              // an event on and off again before this one looks.
+              sched_param const priority{};
+              sched_setscheduler(0, SCHED_BATCH, &priority);
+              return result = wait();
+          }) {
+        thread.start();
+    }
+
+    int result = WAITING;
+    test::Worker thread;
+};
+
+struct EventTest : test::ManualTimeTest {
+    void pulse(Event* event) {
+        bool const wasOn = event->isOn();
+        wasOn ? event->setOff() : event->setOn();
+        wasOn ? event->setOn() : event->setOff();
+        clock.settle();
+    }
+
+    // What a wait of 30 seconds logs, and then returns, when it is woken for nothing each time that
+    // so many milliseconds have passed.
+    std::string waitThroughPulses(bool forOn, std::vector<int> const& passes, int attempts = 20) {
+        log.clear();
+        Event event(forOn ? 0 : 1, Event::TWO_CONDITIONS);
+        Waiter const waiter(
+            [&] { return forOn ? event.waitToOn(LONG_LIMIT) : event.waitToOff(LONG_LIMIT); });
+        for (int const ms : passes) {
+            clock.jump(milliseconds(ms));
+            pulse(&event);
+        }
+        forOn ? event.setOn() : event.setOff();
+        clock.settle();
+        if (waiter.result == REACHED &&
+            attempts > 1) {  // it saw the state in the middle of a pulse
+            return waitThroughPulses(forOn, passes, attempts - 1);
+        }
+        std::string all;
+        for (test::LogLine const& line : log.all()) {
+            all += line.text.find("Wait OK") != std::string::npos ? line.text : "";
+        }
+        return all + std::to_string(waiter.result);
+    }
+};
+
+TEST_F(EventTest, OffCanBeWaitedForInOneModeOnly) {
     for (int const mode : {0, 2}) {
         EXPECT_EQ(WAIT_FAILED, Event(0, mode).waitToOff(0));
         EXPECT_EQ(REACHED, Event(7, mode).waitToOn(0));
@@ -82,78 +97,47 @@ TEST(EventTest, OffCanBeWaitedForInOneModeOnly) {
     EXPECT_EQ(REACHED, Event(0, Event::TWO_CONDITIONS).waitToOff(0));
 }
 
-TEST(EventTest, WaitRunsOutNotBeforeItsLimitInTheNextSecond) {
-    auto const second = std::chrono::floor<std::chrono::seconds>(steady_clock::now());
-    test::FakeClock clock(second.time_since_epoch() / milliseconds(1) + 900);
-    Waiter waiter([&clock] {
-        test::FakeClock::Use const use(clock);
-        return Event(0, 0).waitToOn(200);
-    });
-    EXPECT_EQ(TIMED_OUT, waiter.get());
-    EXPECT_GE(steady_clock::now() - second, milliseconds(1100));
-}
-
-TEST(EventTest, OneSettingReleasesEveryWaiter) {
+TEST_F(EventTest, OneSettingReleasesEveryWaiterAndALimitTheRest) {
     Event event(0, Event::TWO_CONDITIONS);
     for (bool const on : {true, false}) {
         auto const wait = [&](unsigned long timeout) {
             return on ? event.waitToOn(timeout) : event.waitToOff(timeout);
         };
-        Waiter waiters[] = {
-            Waiter([&] { return wait(LONG_LIMIT); }), Waiter([&] { return wait(0); }),
-            Waiter([&] { return wait(LONG_LIMIT); }), Waiter([&] { return wait(0); })};
-        for (Waiter const& waiter : waiters) {
-            EXPECT_TRUE(waiter.comesToSleep());
-        }
+        Waiter const brief([&] { return wait(200); });
+        Waiter const waiters[] = {Waiter([&] { return wait(LONG_LIMIT); }),
+                                  Waiter([&] { return wait(0); }), Waiter([&] { return wait(0); })};
+        pass(199);
+        EXPECT_EQ(WAITING, brief.result);
+        pass(1);
+        EXPECT_EQ(TIMED_OUT, brief.result);
         EXPECT_EQ(on, event.isOff());
         on ? event.setOn() : event.setOff();
-        for (Waiter& waiter : waiters) {
-            EXPECT_EQ(REACHED, waiter.get());
+        clock.settle();
+        for (Waiter const& waiter : waiters) {
+            EXPECT_EQ(REACHED, waiter.result);
         }
     }
 }
 
-TEST(EventTest, UntimedWaitReturnsAfterAPulse) {
+// From so many moments that some end in the next second.
+TEST(KernelTimeTest, NoWaitRunsOutBeforeItsLimit) {
+    for (int i = 0; i < 25; ++i) {
+        auto const begin = steady_clock::now();
+        EXPECT_EQ(TIMED_OUT, Event(0, 0).waitToOn(41));
+        EXPECT_GE(steady_clock::now() - begin, milliseconds(41));
+    }
+}
+
+TEST_F(EventTest, UntimedWaitReturnsAfterAPulse) {
     Event event(0, 0);
-    Waiter waiter([&] { return event.waitToOn(0); });
-    EXPECT_TRUE(waiter.comesToSleep());
-    event.setOn();
-    event.setOff();
-    EXPECT_EQ(REACHED, waiter.get());
+    Waiter const waiter([&] { return event.waitToOn(0); });
+    clock.settle();
+    pulse(&event);
+    EXPECT_EQ(REACHED, waiter.result);
     event.setOn();  // ends the test also where the pulse was missed
 }
 
-// What a wait of 30 seconds logs, and then returns, when it is woken for nothing each time that so
-// many milliseconds have passed.
-std::string waitThroughPulses(bool forOn, std::vector<int> const& passes, int attempts = 20) {
-    // So far ahead that the kernel's own clock ends none of the waits.
-    auto const inAnHour = steady_clock::now().time_since_epoch() + std::chrono::hours(1);
-    test::FakeClock clock(inAnHour / milliseconds(1));
-    test::LogCapture const log;
-    Event event(forOn ? 0 : 1, Event::TWO_CONDITIONS);
-    Waiter waiter([&] {
-        test::FakeClock::Use const use(clock);
-        return forOn ? event.waitToOn(LONG_LIMIT) : event.waitToOff(LONG_LIMIT);
-    });
-    auto const hasEnded = [&] { return waiter.endsWithin(std::chrono::seconds(0)); };
-    std::string all;
-    for (std::size_t pulses = 1; pulses <= passes.size() && !hasEnded(); ++pulses) {
-        EXPECT_TRUE(waiter.comesToSleep());
-        clock.advance(passes[pulses - 1]);
-        forOn ? event.setOn() : event.setOff();
-        forOn ? event.setOff() : event.setOn();
-        EXPECT_TRUE(test::comesTrue([&] { return hasEnded() || log.all().size() == pulses; }));
-        all += hasEnded() ? "" : log.all().back().text;
-    }
-    forOn ? event.setOn() : event.setOff();
-    int const result = waiter.get();
-    if (result == REACHED && attempts > 1) {  // it saw the state in the middle of a pulse
-        return waitThroughPulses(forOn, passes, attempts - 1);
-    }
-    return all + std::to_string(result);
-}
-
-TEST(EventTest, TimedWaitThatMissesAPulseWaitsForTheRest) {
+TEST_F(EventTest, TimedWaitThatMissesAPulseWaitsForTheRest) {
     EXPECT_EQ(
         "<UTIL> DTL: Wait OK, but Status(mOn)=false.  Timeout=30000msec Waited=12345msec Retry "
         "wait 17655msec after\r\n"

@@ -10,7 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "UtlSharedTimer.h"
@@ -18,20 +18,18 @@
 #include "UtlTimer.h"
 
 #include "support/Gate.h"
-#include "support/LogCapture.h"
 #include "support/MessageStation.h"
-#include "support/Process.h"
+#include "support/TimeTest.h"
 
 namespace utl {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using test::FREE_RUNNING;
+using test::HOUR;
 using test::inThread;
+using test::REARMED;
 
-constexpr unsigned long HOUR = 3600000;
-constexpr int REARMED = 0;
-constexpr int FREE_RUNNING = 1;
 constexpr int WAIT = 0;
 constexpr int NO_WAIT = 1;
 
@@ -53,104 +51,108 @@ private:
 };
 
 // A listener that stays in its first call until it is released.
-class Holder : public Listener {
-public:
+struct Holder : Listener {
     Holder()
         : Listener([this](int) {
-              if (calls.count() == 0) {
-                  entered.open();
-                  released.wait();
-                  handled = Clock::now();
-              } else if (calls.count() == 1) {
-                  again = Clock::now();
-              }
+              entered.open();
+              released.wait();
           }) {}
 
     test::Gate entered;
-    test::Gate released;
-    Clock::time_point handled;
-    Clock::time_point again;
+    test::Hold released;
 };
 
-class SharedTimerTest : public ::testing::Test {
-protected:
-    SharedTimerTest() { ThreadManager::get(); }
+class KernelSharedTimerTest : public test::KernelTimeTest {};
 
+// With a handful of timers.
+class SharedTimerTest : public test::ManualTimeTest {
+protected:
     void TearDown() override {
-        ThreadManager::destroy();
-        EXPECT_EQ(0u, test::kernelTimers());
+        timers.destroy();
+        ManualTimeTest::TearDown();
     }
 
     // All but that of the watchdog.
     static unsigned kernelTimers() { return test::kernelTimers() - 1; }
 
-    test::LogCapture log;
+    int add(TimerListener* listener = nullptr, unsigned long intervalMs = HOUR,
+            unsigned repeatCount = 0, int freeRunning = REARMED) {
+        return timers.addTimer(listener, intervalMs, repeatCount, freeRunning);
+    }
+
+    // A timer that was started.
+    int run(TimerListener* listener, unsigned long intervalMs, unsigned repeatCount = 0,
+            int freeRunning = REARMED) {
+        int const id = add(listener, intervalMs, repeatCount, freeRunning);
+        EXPECT_TRUE(timers.start(id, WAIT));
+        return id;
+    }
+
+    // One whose first call has begun.
+    int runHeld(Holder& holder, int freeRunning = FREE_RUNNING) {
+        int const id = run(&holder, 5, 0, freeRunning);
+        pass(5);
+        EXPECT_TRUE(holder.entered.isOpen());
+        return id;
+    }
+
+    // Until so many requests wait for the thread, which is held.
+    bool comeTo(unsigned long requests) const {
+        return test::comesTrue([=] { return timers.queuedEntriesForTesting() == requests; });
+    }
+
+    SharedTimer timers{0, 0, nullptr, 5, "shared"};
 };
 
-TEST_F(SharedTimerTest, ExpiresAsOftenAsAskedForEachStart) {
-    Listener listener;
-    SharedTimer timers(0, 0, nullptr, 2, "shared");
-    int const thrice = timers.addTimer(&listener, 20, 3, REARMED);
-    auto const begin = Clock::now();
-    EXPECT_TRUE(timers.start(thrice, WAIT));
-    EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(thrice); }));
-    EXPECT_LE(milliseconds(60), Clock::now() - begin);
-    EXPECT_EQ(3u, listener.calls.count());
-
-    int const twice = timers.addTimer(&listener, 1, 2, FREE_RUNNING);
-    for (unsigned i = 1; i <= 50; ++i) {  // some have come and gone before anybody can wait
-        EXPECT_TRUE(timers.start(twice, WAIT));
-        EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(twice); }));
-        EXPECT_EQ(3 + 2 * i, listener.calls.count());
-    }
-    EXPECT_EQ(0u, kernelTimers());
-}
-
-TEST_F(SharedTimerTest, ANewIntervalAppliesFromTheHandlingOfAnExpiry) {
-    for (int freeRunning : {REARMED, FREE_RUNNING}) {
-        Holder holder;
-        SharedTimer timers(0, 0, nullptr, 2, "shared");
-        int const id = timers.addTimer(&holder, 5, 0, freeRunning);
-        int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-        timers.start(id, WAIT);
-        EXPECT_TRUE(holder.entered.wait());
-        EXPECT_TRUE(timers.start(other, NO_WAIT));  // must not take the change away
-        EXPECT_TRUE(timers.setInterval(id, 60));
-        holder.released.open();
-        EXPECT_TRUE(holder.calls.waitFor(2));
-        EXPECT_LE(milliseconds(60), holder.again - holder.handled);
-        EXPECT_EQ(60u, timers.getInterval(id));
+TEST_F(SharedTimerTest, ACallThatTakesLongDelaysWhatDoesNotRunFreeOrIsChanged) {
+    struct Beat {
+        int freeRunning;
+        unsigned long changed;  // 0 for an interval that stays
+        std::vector<unsigned> calls;
+    };
+    int const other = add();
+    for (Beat const& beat :
+         {Beat{REARMED, 0, {300, 1050, 1350}}, Beat{REARMED, 60, {300, 810, 870}},
+          Beat{FREE_RUNNING, 0, {300, 750, 900}}, Beat{FREE_RUNNING, 60, {300, 810, 870}}}) {
+        std::vector<unsigned> calls;
+        test::Hold released;
+        auto const begin = clock.now();
+        Listener listener([&](int) {
+            calls.push_back(static_cast<unsigned>((clock.now() - begin) / milliseconds(1)));
+            released.wait();
+        });
+        int const id = add(&listener, 1, 3, beat.freeRunning);
+        EXPECT_TRUE(timers.setInterval(id, 300));  // no change once it runs
+        EXPECT_TRUE(timers.start(id, WAIT));
+        pass(310);
+        EXPECT_TRUE(timers.restart(other, NO_WAIT));  // must not take a change away
+        EXPECT_TRUE(beat.changed == 0 || timers.setInterval(id, beat.changed));
+        pass(440);
+        released.open();
+        pass(HOUR);
+        EXPECT_EQ(beat.calls, calls);
     }
 }
 
-TEST_F(SharedTimerTest, NothingIsHeardAfterAStop) {
+TEST_F(SharedTimerTest, NothingIsHeardAfterAStopThatOnlyWhoAsksWaitsFor) {
     Holder holder;
-    Listener other;
-    SharedTimer timers(0, 0, nullptr, 2, "shared");
-    int const id = timers.addTimer(&holder, 1, 0, FREE_RUNNING);
-    timers.start(id, WAIT);
-    EXPECT_TRUE(holder.entered.wait());
-    auto stopped = inThread([&] { return timers.stop(id, WAIT); });  // while more expiries come
-    EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() != 0; }));
+    int const other = add();
+    int const id = runHeld(holder);
+    auto stopped = inThread([&] { return timers.stop(id, WAIT); });
+    EXPECT_TRUE(comeTo(1));
+    pass(100);  // more expiries
+    EXPECT_TRUE(timers.start(other, NO_WAIT) && timers.restart(other, NO_WAIT));
+    EXPECT_EQ(HOUR, timers.getInterval(other));
     holder.released.open();
     EXPECT_TRUE(stopped.get());
-    unsigned const calls = holder.calls.count();
-    timers.start(timers.addTimer(&other, 1, 0, FREE_RUNNING), WAIT);
-    EXPECT_TRUE(other.calls.waitFor(10));
-    EXPECT_EQ(calls, holder.calls.count());
+    pass(100);
+    EXPECT_EQ(1u, holder.calls.count());
 }
 
 TEST_F(SharedTimerTest, WhatWasAskedForLastHolds) {
     Holder holder;
-    SharedTimer timers(0, 0, nullptr, 5, "shared");
-    int const held = timers.addTimer(&holder, 1, 1, REARMED);
-    std::vector<int> ids;
-    for (int i = 0; i < 4; ++i) {
-        ids.push_back(timers.addTimer(nullptr, HOUR, 0, REARMED));
-    }
-    timers.start(ids[2], WAIT);
-    timers.start(held, WAIT);
-    EXPECT_TRUE(holder.entered.wait());
+    std::vector<int> const ids = {add(), add(), run(nullptr, HOUR), add()};
+    runHeld(holder);
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(timers.start(ids[0], NO_WAIT));
     }
@@ -161,91 +163,50 @@ TEST_F(SharedTimerTest, WhatWasAskedForLastHolds) {
     auto last = inThread([&] { return timers.stop(ids[1], WAIT); });
     holder.released.open();
     EXPECT_TRUE(last.get());
-    EXPECT_TRUE(test::comesTrue([&] { return timers.getInterval(ids[3]) == NONE; }));
+    clock.settle();
+    EXPECT_EQ(NONE, timers.getInterval(ids[3]));
     EXPECT_TRUE(timers.isRunning(ids[0]) && timers.isRunning(ids[2]));
     EXPECT_FALSE(timers.isRunning(ids[1]));
-    EXPECT_EQ(2u, kernelTimers());
+    EXPECT_EQ(3u, kernelTimers());
     EXPECT_TRUE(timers.stop(ids[0], WAIT));
-    EXPECT_EQ(1u, kernelTimers());
+    EXPECT_EQ(2u, kernelTimers());
 }
 
 TEST_F(SharedTimerTest, AFullQueueRefusesAndLosesNoTimer) {
     Holder holder;
     Listener other;
-    SharedTimer timers(0, 0, nullptr, 3, "shared");
-    int const held = timers.addTimer(&holder, 2, 0, FREE_RUNNING);
-    int const id = timers.addTimer(nullptr, HOUR, 0, REARMED);
-    timers.start(timers.addTimer(&other, 1, 0, REARMED), WAIT);
-    timers.start(held, WAIT);
-    EXPECT_TRUE(holder.entered.wait());
+    int const id = add();
+    run(&other, 6);
+    int const held = runHeld(holder);
     unsigned accepted = 0;
     while (timers.start(id, NO_WAIT)) {
         ++accepted;
     }
-    EXPECT_GE(256u, accepted);
-    EXPECT_LE(254u, accepted);  // one expiry of each timer may have been there first
+    EXPECT_EQ(256u, accepted);
     EXPECT_FALSE(timers.stop(held, WAIT));
     EXPECT_FALSE(timers.eraseTimer(id, NO_WAIT));
+    pass(5);  // expiries that find no room
     holder.released.open();
-    unsigned const calls = other.calls.count();
-    EXPECT_TRUE(other.calls.waitFor(calls + 5));
-    EXPECT_TRUE(holder.calls.waitFor(5));
+    pass(100);
+    EXPECT_LT(15u, other.calls.count());
+    EXPECT_LT(20u, holder.calls.count());
     EXPECT_TRUE(timers.isRunning(id));
-}
-
-TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
-    for (int round = 0; round < 20; ++round) {
-        SharedTimer timers(0, 0, nullptr, 4, "shared");
-        test::Gate isDone;
-        std::string did;
-        int id = -1;
-        int other = -1;
-        test::Gate isWaitedFor;
-        Listener listener([&](int timerId) {
-            isWaitedFor.wait();
-            EXPECT_EQ(id, timerId);
-            if (did.size() < 4) {
-                did += timers.restart(id, WAIT) ? 'r' : '-';  // once more, though it is a one-shot
-                return;
-            }
-            EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
-            EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
-            EXPECT_EQ(NONE, timers.getInterval(other));
-            int const added = timers.addTimer(nullptr, HOUR, 0, REARMED);
-            timers.restartAll(WAIT);
-            EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
-            EXPECT_FALSE(timers.destroy());
-            EXPECT_TRUE(timers.eraseTimer(id, WAIT));
-            isDone.open();
-        });
-        id = timers.addTimer(&listener, 1, 1, REARMED);
-        other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-        EXPECT_TRUE(timers.start(other, WAIT) && timers.start(id, WAIT));
-        auto waiting = inThread([&] {
-            isWaitedFor.open();
-            timers.stop(other, WAIT);
-            return round % 2 == 0 || (isDone.wait() && timers.destroy());
-        });
-        EXPECT_TRUE(isDone.wait());
-        EXPECT_TRUE(waiting.get());
-        EXPECT_TRUE(timers.destroy());
-        EXPECT_EQ("rrrr", did);
-    }
 }
 
 TEST_F(SharedTimerTest, TheEndStopsWhatIsToBeStoppedAndStartsNothing) {
     for (bool const isStart : {true, false}) {
         Holder holder;
-        SharedTimer timers(0, 0, nullptr, 2, "shared");
-        int const held = timers.addTimer(&holder, 1, 1, REARMED);
-        int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-        EXPECT_TRUE(isStart || timers.start(other, WAIT));
-        EXPECT_TRUE(timers.start(held, WAIT) && holder.entered.wait());
+        SharedTimer ending(0, 0, nullptr, 2, "shared");
+        int const held = ending.addTimer(&holder, 1, 1, REARMED);
+        int const other = ending.addTimer(nullptr, HOUR, 0, REARMED);
+        EXPECT_TRUE(isStart || ending.start(other, WAIT));
+        EXPECT_TRUE(ending.start(held, WAIT));
+        pass(1);
         auto asked = inThread(
-            [&] { return isStart ? timers.start(other, WAIT) : timers.stop(other, WAIT); });
-        EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() == 1; }));
-        auto ended = inThread([&] { return timers.destroy(); });
-        EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() == 2; }));
+            [&] { return isStart ? ending.start(other, WAIT) : ending.stop(other, WAIT); });
+        EXPECT_TRUE(test::comesTrue([&] { return ending.queuedEntriesForTesting() == 1; }));
+        auto ended = inThread([&] { return ending.destroy(); });
+        EXPECT_TRUE(test::comesTrue([&] { return ending.queuedEntriesForTesting() == 2; }));
         holder.released.open();
         EXPECT_EQ(!isStart, asked.get());
         EXPECT_TRUE(ended.get());
@@ -254,89 +215,73 @@ TEST_F(SharedTimerTest, TheEndStopsWhatIsToBeStoppedAndStartsNothing) {
 
 TEST_F(SharedTimerTest, AStopWaitsForTheListenerThatIsAtWork) {
     for (bool const erases : {false, true}) {
-        test::Gate hasStopped;
-        test::Gate mayLeave;
+        test::Hold mayLeave;
         std::atomic<bool> hasLeft{false};
-        int id = -1;
-        SharedTimer timers(0, 0, nullptr, 1, "shared");
-        Listener listener([&](int) {
+        Listener listener([&](int id) {
             EXPECT_TRUE(erases ? timers.eraseTimer(id, WAIT) : timers.stop(id, WAIT));
-            hasStopped.open();
             mayLeave.wait();
             hasLeft = true;
         });
-        id = timers.addTimer(&listener, 1, 0, REARMED);
-        timers.start(id, WAIT);
-        EXPECT_TRUE(hasStopped.wait());
-        auto erased = inThread([&] {
-            bool const isErased = timers.eraseTimer(id, WAIT);
-            EXPECT_TRUE(hasLeft);
-            return isErased || erases;  // the listener may have been faster
+        int const id = run(&listener, 1);
+        pass(1);
+        auto stopped = inThread([&] {
+            return (erases ? timers.eraseTimer(id, WAIT) : timers.stop(id, WAIT)) && hasLeft;
         });
+        EXPECT_TRUE(comeTo(1));
         mayLeave.open();
-        EXPECT_TRUE(erased.get());
-        timers.destroy();
+        EXPECT_TRUE(stopped.get());
     }
 }
 
 TEST_F(SharedTimerTest, WhatAListenerAsksForOutlastsWhatWasQueuedBefore) {
-    test::Gate entered;
-    test::Gate released;
-    int id = -1;
-    int other = -1;
-    SharedTimer timers(0, 0, nullptr, 3, "shared");
-    Listener listener([&](int) {
-        entered.open();
+    test::Hold released;
+    int const other = run(nullptr, HOUR);
+    Listener listener([&](int id) {
         released.wait();
         EXPECT_TRUE(timers.stop(id, WAIT) && timers.start(other, WAIT));
     });
-    id = timers.addTimer(&listener, 1, 0, REARMED);
-    other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-    int const marker = timers.addTimer(nullptr, HOUR, 0, REARMED);
-    EXPECT_TRUE(timers.start(other, WAIT) && timers.start(id, WAIT));
-    EXPECT_TRUE(entered.wait());
+    int const id = run(&listener, 1);
+    pass(1);
     EXPECT_TRUE(timers.restart(id, NO_WAIT) && timers.stop(other, NO_WAIT));
     released.open();
-    EXPECT_TRUE(listener.calls.waitFor(1));
-    EXPECT_TRUE(timers.start(marker, WAIT));  // behind all of that
+    pass(10);
     EXPECT_FALSE(timers.isRunning(id));
     EXPECT_TRUE(timers.isRunning(other));
     EXPECT_EQ(1u, listener.calls.count());
-    timers.destroy();
 }
 
 TEST_F(SharedTimerTest, WhatTheKernelRefusesIsNotRunning) {
-    SharedTimer timers(0, 0, nullptr, 1, "shared");
-    int const id = timers.addTimer(nullptr, 0x80000000UL, 0, REARMED);
+    constexpr unsigned long REFUSED = 0x80000000ul;
+    int const id = add(nullptr, REFUSED);
     EXPECT_FALSE(timers.start(id, WAIT));
+    clock.settle();
     EXPECT_TRUE(log.has("<UTIL> ERR: SharedTimerThread(shared) timer_settime SysTimerId:0x"));
     EXPECT_TRUE(
-        log.waitFor("<UTIL> ERR: !!!!!!!! SharedTimerThread(shared) Error. MsgId:0x000083ff "
-                    "!!!!!!!!\r\n"));
+        log.has("<UTIL> ERR: !!!!!!!! SharedTimerThread(shared) Error. MsgId:0x000083ff "
+                "!!!!!!!!\r\n"));
     EXPECT_FALSE(timers.isRunning(id));
-    for (int round = 0; round < 2; ++round) {  // while it runs, too, and then there is room for it
+    for (int round = 0; round < 6; ++round) {  // while it runs, too, and then there is room for it
         EXPECT_TRUE(timers.setInterval(id, 1) && timers.start(id, WAIT));
-        EXPECT_TRUE(timers.setInterval(id, 0x80000000UL));
-        EXPECT_TRUE(test::comesTrue([&] { return !timers.isRunning(id); }));
+        EXPECT_TRUE(timers.setInterval(id, REFUSED));
+        pass(1);
+        EXPECT_FALSE(timers.isRunning(id));
     }
-    EXPECT_EQ(3u, log.count("timer_settime SysTimerId:0x"));
+    EXPECT_EQ(7u, log.count("timer_settime SysTimerId:0x"));
 }
 
 TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
-    SharedTimer timers(0, 0, nullptr, 4, "shared");
-    auto const add = [&] { return timers.addTimer(nullptr, HOUR, 0, REARMED); };
     EXPECT_EQ(1, add());
     timers.setNextUserTimerIdForTesting(INT_MAX);
-    EXPECT_EQ(INT_MAX, add());
-    EXPECT_EQ(2, add());
-    EXPECT_EQ(3, add());
-    EXPECT_EQ(-1, add());
+    for (int const id : {INT_MAX, 2, 3, 4, -1}) {
+        EXPECT_EQ(id, add());
+    }
     EXPECT_TRUE(timers.eraseTimer(2, WAIT));
     Array<int> ids(0, Array<int>::GROWS);
     EXPECT_TRUE(timers.getTimerIdSet(&ids));
-    EXPECT_EQ((std::vector<int>{1, 3, INT_MAX}), std::vector<int>(&ids[0], &ids[0] + ids.count()));
+    EXPECT_EQ((std::vector<int>{1, 3, 4, INT_MAX}),
+              std::vector<int>(&ids[0], &ids[0] + ids.count()));
     EXPECT_FALSE(timers.getTimerIdSet(nullptr));
-    for (int unknown : {2, 0, -1}) {
+    for (int const unknown : {2, 0, -1}) {
         EXPECT_FALSE(timers.start(unknown, WAIT) || timers.stop(unknown, WAIT) ||
                      timers.restart(unknown, WAIT) || timers.eraseTimer(unknown, WAIT) ||
                      timers.eraseTimer(unknown, NO_WAIT) || timers.setInterval(unknown, 1) ||
@@ -352,46 +297,98 @@ TEST_F(SharedTimerTest, IdsArePositiveAndSkipThoseInUse) {
 }
 
 TEST_F(SharedTimerTest, ItsThreadMayBeWatched) {
-    std::atomic<int> threadId{0};
+    int threadId = 0;
     Listener listener([&](int) { threadId = gettid(); });
-    SharedTimer timers(1, HOUR, nullptr, 1, "shared");
-    SharedTimer unregistered(0, 0, nullptr, 1, "shared");
-    timers.start(timers.addTimer(&listener, 1, 1, REARMED), WAIT);
-    EXPECT_TRUE(listener.calls.waitFor(1));
+    SharedTimer watched(1, HOUR, nullptr, 1, "shared");
+    watched.start(watched.addTimer(&listener, 1, 1, REARMED), WAIT);
+    pass(1);
     auto const isWatched = [&] { return ThreadManager::get()->isWatchingWatchdog(threadId); };
-    EXPECT_TRUE(test::comesTrue([&] { return !isWatched(); }));  // it waits for work
-    EXPECT_TRUE(timers.setThreadWatchdogAliveTime(HOUR + 1) && timers.startThreadWatchdog());
+    EXPECT_FALSE(isWatched());  // it waits for work
+    EXPECT_TRUE(watched.setThreadWatchdogAliveTime(HOUR + 1) && watched.startThreadWatchdog());
     EXPECT_TRUE(isWatched());
     ThreadManager::get()->printWatchdogInfo(1);
     EXPECT_TRUE(log.has(std::to_string(HOUR + 1)));
     EXPECT_TRUE(log.has("(jni/source/UtlSharedTimer, execute:412:0)"));
-    EXPECT_TRUE(timers.stopThreadWatchdog());
+    EXPECT_TRUE(watched.stopThreadWatchdog());
     EXPECT_FALSE(isWatched());
-    EXPECT_FALSE(unregistered.startThreadWatchdog() || unregistered.stopThreadWatchdog() ||
-                 unregistered.setThreadWatchdogAliveTime(HOUR));
+    EXPECT_FALSE(timers.startThreadWatchdog() || timers.stopThreadWatchdog() ||
+                 timers.setThreadWatchdogAliveTime(HOUR));
 }
 
-TEST_F(SharedTimerTest, AFreeRunningTimerKeepsItsBeatWhileItsListenerIsHeldUp) {
-    constexpr milliseconds INTERVAL(300);
-    Clock::time_point left;
-    Clock::time_point heard;
-    Listener listener([&](int) {
-        if (left == Clock::time_point()) {
-            pause();  // until the next expiry has come
-            left = Clock::now();
-        } else if (heard == Clock::time_point()) {
-            heard = Clock::now();
-        }
+TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
+    constexpr long ID = 0x8002;
+    test::RunningStation station;
+    Listener listener([&](int) { EXPECT_EQ(1, station->sendMsgSync(ID)); });
+    int const other = add();
+    int const id = run(&listener, 1, 1);
+    station.on(ID, [&] {
+        EXPECT_FALSE(timers.start(other, WAIT) || timers.stop(id, WAIT));
+        EXPECT_FALSE(timers.eraseTimer(id, WAIT) || timers.destroy());
     });
-    SharedTimer timers(0, 0, nullptr, 1, "shared");
-    int const id = timers.addTimer(&listener, INTERVAL.count(), 0, FREE_RUNNING);
-    EXPECT_TRUE(timers.setInterval(id, INTERVAL.count()));  // no change once it runs
-    EXPECT_TRUE(timers.start(id, WAIT) && listener.calls.waitFor(2));
-    timers.destroy();
-    EXPECT_LT(heard - left, INTERVAL);
+    pass(1);
+    EXPECT_EQ(4u, log.count("Refused. SharedTimerThread(shared) waits for this thread"));
 }
 
-TEST_F(SharedTimerTest, WithoutAPipeThereAreNoTimers) {
+TEST_F(SharedTimerTest, ATimerCallsItsListenerAsOftenAsAskedForEachStart) {
+    Listener listener;
+    Timer thrice(&listener, 20, 0, 0, nullptr, 3, REARMED, "thrice");
+    Timer unheard(nullptr, 20, 0, 0, nullptr, 3, FREE_RUNNING, "unheard");
+    for (unsigned const before : {0u, 3u, 6u}) {
+        EXPECT_TRUE((before == 3 ? thrice.restart(WAIT) : thrice.start(WAIT)) &&
+                    unheard.start(WAIT));
+        pass(59);
+        EXPECT_EQ(before + 2, listener.calls.count());
+        EXPECT_TRUE(thrice.isRunning() && unheard.isRunning());
+        pass(HOUR);
+        EXPECT_EQ(before + 3, listener.calls.count());
+        EXPECT_FALSE(thrice.isRunning() || unheard.isRunning());
+    }
+    EXPECT_EQ(0u, kernelTimers());
+    EXPECT_TRUE(thrice.setInterval(5) && thrice.getInterval() == 5);
+    EXPECT_TRUE(thrice.destroy());
+    EXPECT_FALSE(thrice.start(WAIT));
+}
+
+TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {
+    std::unique_ptr<Timer> timer;
+    Listener listener([&](int) { timer.reset(); });
+    unsigned const threads = test::threads();
+    timer = std::make_unique<Timer>(&listener, 1, 0, 0, nullptr, 0, FREE_RUNNING, "timer");
+    EXPECT_TRUE(timer->start(WAIT));
+    pass(10);
+    EXPECT_EQ(1u, listener.calls.count());
+    EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
+}
+
+TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
+    int const other = run(nullptr, HOUR);
+    test::Hold isWaitedFor;
+    Listener listener([&](int id) {
+        isWaitedFor.wait();
+        if (listener.calls.count() < 4) {
+            EXPECT_TRUE(timers.restart(id, WAIT));  // once more, though it is a one-shot
+            return;
+        }
+        EXPECT_TRUE(timers.start(other, WAIT) && timers.setInterval(other, 7));
+        EXPECT_TRUE(timers.stop(other, WAIT) && timers.eraseTimer(other, NO_WAIT));
+        EXPECT_EQ(NONE, timers.getInterval(other));
+        int const added = add();
+        timers.restartAll(WAIT);
+        EXPECT_TRUE(timers.isRunning(added) && timers.isRunning(id));
+        EXPECT_FALSE(timers.destroy());
+        EXPECT_TRUE(timers.eraseTimer(id, WAIT));
+    });
+    run(&listener, 1, 1);
+    pass(1);
+    auto waiting = inThread([&] { return timers.stop(other, WAIT); });
+    EXPECT_TRUE(comeTo(1));
+    isWaitedFor.open();
+    EXPECT_TRUE(waiting.get());
+    pass(10);
+    EXPECT_EQ(5u, listener.calls.count());
+}
+
+TEST_F(KernelSharedTimerTest, WithoutAPipeThereAreNoTimers) {
     SharedTimer const withPipe(0, 0, nullptr, 1, "shared");
     std::optional<test::NoDescriptors> limit(std::in_place);
     SharedTimer timers(0, 0, nullptr, 1, "shared");
@@ -401,7 +398,8 @@ TEST_F(SharedTimerTest, WithoutAPipeThereAreNoTimers) {
     EXPECT_FALSE(timers.eraseTimer(1, NO_WAIT));
 }
 
-TEST_F(SharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
+TEST_F(KernelSharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
+    ThreadManager::get();
     unsigned const descriptors = test::openDescriptors();
     for (int round = 0; round < 30; ++round) {
         Listener listener;
@@ -423,101 +421,29 @@ TEST_F(SharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
         }
         EXPECT_FALSE(timers.restart(1, WAIT));
         EXPECT_EQ(-1, timers.addTimer(&listener, 1, 0, REARMED));
-        EXPECT_EQ(0u, kernelTimers());
+        EXPECT_EQ(1u, test::kernelTimers());  // the watchdog's
     }
     EXPECT_EQ(descriptors, test::openDescriptors());
 }
 
-TEST_F(SharedTimerTest, ATimerCallsItsListenerIfItHasOne) {
-    Listener listener;
-    Timer once(&listener, 1, 0, 0, nullptr, 1, REARMED, "once");
-    Timer unheard(nullptr, 1, 0, 0, nullptr, 1, REARMED, "unheard");
-    for (unsigned i = 1; i <= 3; ++i) {
-        EXPECT_TRUE((i == 2 ? once.restart(WAIT) : once.start(WAIT)) && unheard.start(WAIT));
-        EXPECT_TRUE(test::comesTrue([&] { return !once.isRunning() && !unheard.isRunning(); }));
-        EXPECT_EQ(i, listener.calls.count());
-    }
-    EXPECT_TRUE(once.setInterval(5) && once.getInterval() == 5);
-    EXPECT_TRUE(once.destroy());
-    EXPECT_FALSE(once.start(WAIT));
-}
+#ifndef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
+struct Ticker : Timer {
+    explicit Ticker(Listener* heard)
+        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"), listener(heard) {}
 
-TEST_F(SharedTimerTest, OnlyWhoAsksTheThreadWaitsForIt) {
-    test::Gate released;
-    test::Gate entered;
-    Listener listener([&](int) { entered.open(), released.wait(); });
-    SharedTimer timers(0, 0, nullptr, 2, "shared");
-    int const held = timers.addTimer(&listener, 1, 0, REARMED);
-    int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-    EXPECT_TRUE(timers.start(held, WAIT) && entered.wait());
-    auto asked = inThread([&] { return timers.stop(held, WAIT); });
-    EXPECT_TRUE(test::comesTrue([&] { return timers.queuedEntriesForTesting() != 0; }));
-    EXPECT_TRUE(timers.start(other, NO_WAIT) && timers.restart(other, NO_WAIT));
-    EXPECT_LT(0, timers.getInterval(other));
-    released.open();
-    EXPECT_TRUE(asked.get());
-}
+    void onTime(int timerId) override { listener->onTime(timerId); }
 
-TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
-    constexpr long ID = 0x8002;
-    test::RunningStation station;
-    SharedTimer timers(0, 0, nullptr, 2, "shared");
-    Listener listener([&](int) { EXPECT_EQ(1, station->sendMsgSync(ID)); });
-    int const id = timers.addTimer(&listener, 1, 1, REARMED);
-    int const other = timers.addTimer(nullptr, HOUR, 0, REARMED);
-    station.on(ID, [&] {
-        EXPECT_FALSE(timers.start(other, WAIT) || timers.stop(id, WAIT));
-        EXPECT_FALSE(timers.eraseTimer(id, WAIT) || timers.destroy());
-    });
-    EXPECT_TRUE(timers.start(id, WAIT) && listener.calls.waitFor(1));
-    EXPECT_EQ(4u, log.count("Refused. SharedTimerThread(shared) waits for this thread"));
-}
-
-TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {
-    std::unique_ptr<Timer> timer;
-    test::Gate isGone;
-    Listener listener([&](int) { timer.reset(), isGone.open(); });
-    unsigned const threads = test::threads();
-    timer = std::make_unique<Timer>(&listener, 1, 0, 0, nullptr, 0, FREE_RUNNING, "timer");
-    EXPECT_TRUE(timer->start(WAIT));
-    EXPECT_TRUE(isGone.wait());
-    EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
-    EXPECT_EQ(1u, listener.calls.count());
-}
-
-class Ticker : public Timer {
-public:
-    Ticker(test::Counter* ticks, bool isForgetful)
-        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"),
-          mTicks(ticks),
-          mIsForgetful(isForgetful) {}
-    ~Ticker() override {
-        if (!mIsForgetful) {
-            destroy();
-        }
-    }
-
-    void onTime(int) override { mTicks->add(); }
-
-private:
-    test::Counter* const mTicks;
-    bool const mIsForgetful;
+    Listener* const listener;
 };
 
-#ifdef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
-constexpr unsigned FORGETFUL = 0;
-#else
-constexpr unsigned FORGETFUL = 30;
-#endif
-
-TEST_F(SharedTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
-    test::Counter ticks;
-    for (unsigned i = 1; i <= FORGETFUL + 30; ++i) {
-        Ticker ticker(&ticks, i <= FORGETFUL);
-        EXPECT_TRUE(ticker.start(WAIT));
-        EXPECT_TRUE(ticks.waitFor(i));
+TEST_F(KernelSharedTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
+    Listener listener;
+    for (unsigned i = 1; i <= 30; ++i) {
+        Ticker ticker(&listener);
+        EXPECT_TRUE(ticker.start(WAIT) && listener.calls.waitFor(i));
     }
 }
+#endif
 
 }  // namespace
 }  // namespace utl

@@ -7,20 +7,18 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <list>
-#include <thread>
+#include <utility>
+#include <vector>
 
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
-#include "support/LogCapture.h"
 #include "support/MessageStation.h"
+#include "support/TimeTest.h"
 
 namespace {
 
@@ -42,67 +40,53 @@ extern "C" int sigaction(int signal, struct sigaction const* action,
 namespace utl {
 namespace {
 
+using test::FREE_RUNNING;
 using test::HeldStation;
+using test::HOUR;
 using test::inThread;
+using test::REARMED;
 using test::RunningStation;
 using test::Station;
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
 constexpr long HOLD = Station::HOLD;
 constexpr long A = 0x8002;
 constexpr long LAST = 0x8003;
 constexpr long EXPIRY = TimerMsg::ID;
-constexpr unsigned long HOUR = 3600000;
-constexpr int REARMED = 0;
-constexpr int FREE_RUNNING = 1;
 
 std::vector<int> timersOf(Station& station) {
     return test::kernelTimersOf(station->getId());
 }
 
-// Of the calling thread: its timers go on expiring, so that one that came before is no loss.
+// Of the calling thread, whose sleep it ends.
 void awaitExpiry() {
-    pause();
+    Thread::sleep(HOUR);
 }
 
-class ThreadTimerTest : public ::testing::Test {
-protected:
-    void TearDown() override {
-        ThreadManager::destroy();
-        EXPECT_EQ(0u, test::kernelTimers());
-    }
+class KernelThreadTimerTest : public test::KernelTimeTest {};
 
-    test::LogCapture log;
-};
+class ThreadTimerTest : public test::ManualTimeTest {};
 
 TEST_F(ThreadTimerTest, ExpiresAsOftenAsAskedAndIsGone) {
     RunningStation station;
-    auto const begin = Clock::now();
     EXPECT_EQ(1, station->setTimer(20, 0, 3, REARMED));
-    EXPECT_TRUE(station.waitFor(EXPIRY, 3));
-    EXPECT_LE(milliseconds(60), Clock::now() - begin);
-    EXPECT_EQ(1, station->sendMsgSync(LAST));  // the loop is done with the third
+    pass(59);
+    EXPECT_EQ(2, station.count(EXPIRY));
+    EXPECT_EQ(1u, timersOf(station).size());
+    pass(HOUR);
+    EXPECT_EQ(3, station.count(EXPIRY));
     EXPECT_TRUE(timersOf(station).empty());
-    for (int i = 2; i <= 50; ++i) {  // some have come and gone before anybody can wait for them
-        EXPECT_EQ(i, station->setTimer(1, 0, 1, REARMED));
-        EXPECT_TRUE(station.waitFor(EXPIRY, i + 2));
-        EXPECT_EQ(i, station.heard().back().second);
-    }
 }
 
 TEST_F(ThreadTimerTest, TheNextIntervalBeginsWhenTheExpiryWasHandled) {
-    constexpr milliseconds INTERVAL(30);
-    std::vector<Clock::time_point> ends;
     RunningStation station;
-    station.on(EXPIRY, [&] {
-        auto const begin = Clock::now();
-        EXPECT_TRUE(ends.empty() || begin - ends.back() >= INTERVAL);
-        std::this_thread::sleep_for(2 * INTERVAL);
-        ends.push_back(Clock::now());
-    });
+    station.on(EXPIRY, [&] { station.hold(); });
     EXPECT_EQ(1, station->setTimer(30, 0, 2, REARMED));
-    EXPECT_TRUE(station.waitFor(EXPIRY, 2));
+    pass(80);
+    station.released.open();
+    pass(29);
+    EXPECT_EQ(1, station.count(EXPIRY));
+    pass(1);
+    EXPECT_EQ(2, station.count(EXPIRY));
 }
 
 // The parameter: whether they run free.
@@ -110,16 +94,15 @@ class WaitingTest : public ThreadTimerTest, public ::testing::WithParamInterface
 
 TEST_P(WaitingTest, AStuckListenerMissesExpiriesAndNoMessage) {
     constexpr int TIMERS = 8;
-    constexpr milliseconds STUCK(600);
-    constexpr int MESSAGES = 300;
+    constexpr int MESSAGES = 60;
     constexpr int FIRST_ID = 1000000;  // no kernel id
     RunningStation station(MESSAGES + 1, TIMERS + 1);
     station->setNextUserTimerIdForTesting(FIRST_ID);
     station.on(HOLD, [&] {
         for (int i = 0; i < TIMERS; ++i) {
-            EXPECT_EQ(FIRST_ID + i, station->setTimer(1, 0, 0, GetParam()));
+            EXPECT_EQ(FIRST_ID + i, station->setTimer(10, 0, 0, GetParam()));
         }
-        EXPECT_EQ(FIRST_ID + TIMERS, station->setTimer(STUCK.count() * 2 / 3, 0, 1, GetParam()));
+        EXPECT_EQ(FIRST_ID + TIMERS, station->setTimer(400, 0, 1, GetParam()));
         station.hold();
     });
     station.on(LAST, [&] {
@@ -132,54 +115,40 @@ TEST_P(WaitingTest, AStuckListenerMissesExpiriesAndNoMessage) {
         }
         EXPECT_EQ(1, station->postMsg(A));  // behind all that waited
     });
-    ASSERT_TRUE(station->postMsg(HOLD) && station.entered.wait());
-    auto const begin = Clock::now();
+    EXPECT_EQ(1, station->postMsg(HOLD));
     for (int i = 0; i < MESSAGES; ++i) {
-        std::this_thread::sleep_until(begin + i * STUCK / MESSAGES);
+        pass(10);
         EXPECT_EQ(1, station->postMsg(A));
     }
     EXPECT_EQ(1, station->postMsg(LAST));
     station.released.open();
-    EXPECT_TRUE(station.waitFor(A, MESSAGES + 1));
+    clock.settle();
+    EXPECT_EQ(MESSAGES + 1, station.count(A));
 
     auto const heard = station.heard();
-    for (int i = 0; i < TIMERS; ++i) {
+    for (int i = 0; i <= TIMERS; ++i) {
+        bool const isTwice = GetParam() == FREE_RUNNING && i != TIMERS;
         std::pair<long, int> const expiry(EXPIRY, FIRST_ID + i);
-        EXPECT_EQ(GetParam() == FREE_RUNNING ? 2 : 1,
-                  std::count(heard.begin(), heard.end(), expiry));
+        EXPECT_EQ(isTwice ? 2 : 1, std::count(heard.begin(), heard.end(), expiry)) << i;
     }
-    std::pair<long, int> const slow(EXPIRY, FIRST_ID + TIMERS);
-    EXPECT_EQ(1, std::count(heard.begin(), heard.end(), slow)) << "the fast ones took its place";
     EXPECT_FALSE(log.has("ERR"));
 }
 
 INSTANTIATE_TEST_SUITE_P(OfTimers, WaitingTest, ::testing::Values(REARMED, FREE_RUNNING));
 
 TEST_F(ThreadTimerTest, ExpiriesOfAKilledTimerDelayNoLaterOne) {
-    constexpr milliseconds INTERVAL(300);
-    Clock::time_point left;
-    Clock::time_point heard;
     RunningStation station;
     station.on(A, [&] {
         EXPECT_EQ(1, station->setTimer(1, 0, 0, FREE_RUNNING));
         awaitExpiry();
         awaitExpiry();
         EXPECT_EQ(1, station->killTimer(1, 0));
-        EXPECT_EQ(2, station->setTimer(INTERVAL.count(), 0, 1, REARMED));
+        EXPECT_EQ(2, station->setTimer(300, 0, 1, REARMED));
         awaitExpiry();
-        left = Clock::now();
     });
-    station.on(EXPIRY, [&] { heard = Clock::now(); });
     EXPECT_EQ(1, station->postMsg(A));
-    EXPECT_TRUE(station.waitFor(EXPIRY));
-    EXPECT_LT(heard - left, INTERVAL);
-}
-
-TEST_F(ThreadTimerTest, KillingAnUnknownTimerSucceedsOnTheThreadOnly) {
-    RunningStation station;
-    station.on(A, [&] { EXPECT_EQ(1, station->killTimer(7, 0)); });
-    EXPECT_EQ(1, station->sendMsgSync(A));
-    EXPECT_EQ(0, station->killTimer(7, 0));
+    pass(2 + 300);
+    EXPECT_EQ((std::pair<long, int>(EXPIRY, 2)), station.heard().back());
 }
 
 TEST_F(ThreadTimerTest, KillingTakesBackAStartThatIsStillQueued) {
@@ -189,17 +158,16 @@ TEST_F(ThreadTimerTest, KillingTakesBackAStartThatIsStillQueued) {
     EXPECT_EQ(1, station->killTimer(1, 0));
     EXPECT_EQ(0, station->killTimer(1, 0));
     station.released.open();
-    EXPECT_TRUE(station.waitFor(EXPIRY, 3));
+    pass(3);
+    EXPECT_EQ(3, station.count(EXPIRY));
+    EXPECT_EQ(2, station.heard().back().second);
     EXPECT_EQ(1u, timersOf(station).size());
-    for (auto const& [id, timer] : station.heard()) {
-        EXPECT_TRUE(id == HOLD || timer == 2);
-    }
 }
 
 TEST_F(ThreadTimerTest, ExpiriesThatWaitGoWithAllTimers) {
     RunningStation station;
     station.on(HOLD, [&] {
-        EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
+        EXPECT_EQ(1, station->setTimer(1, 0, 0, FREE_RUNNING));
         awaitExpiry();
         EXPECT_TRUE(station->postMsg(A) && station->postMsg(LAST));
     });
@@ -209,9 +177,9 @@ TEST_F(ThreadTimerTest, ExpiriesThatWaitGoWithAllTimers) {
         EXPECT_EQ(0, station->hasMsg(EXPIRY));
         EXPECT_EQ(LAST, station->getFirstMsgId());
     });
-    EXPECT_TRUE(station->postMsg(HOLD) && station.waitFor(LAST));
-    EXPECT_EQ(1, station->sendMsgSync(A + 10));
-    EXPECT_EQ((Station::Ids{HOLD, A, LAST, A + 10}), station.ids());
+    EXPECT_EQ(1, station->postMsg(HOLD));
+    pass(100);
+    EXPECT_EQ((Station::Ids{HOLD, A, LAST}), station.ids());
 }
 
 TEST_F(ThreadTimerTest, WhatAHandlerErasesReleasesWhoWaitsForIt) {
@@ -244,13 +212,15 @@ TEST_F(ThreadTimerTest, AnExpiryThatFindsNoRoomIsNotCountedAsWaiting) {
         awaitExpiry();
         station.hold();
     });
-    ASSERT_TRUE(station->postMsg(HOLD) && station.entered.wait());
+    EXPECT_EQ(1, station->postMsg(HOLD));
+    pass(1);
     for (int i = 2; i <= ROOM + 1; ++i) {
         EXPECT_EQ(i, station->setTimer(HOUR, 1, 0, REARMED));
     }
     station.released.open();
-    EXPECT_TRUE(log.waitFor("Overflow ThreadCtlMsgQueue  MaxCount:257 MsgId:0x000083fc"));
-    EXPECT_TRUE(station.waitFor(EXPIRY, 2));
+    pass(2);
+    EXPECT_TRUE(log.has("Overflow ThreadCtlMsgQueue  MaxCount:257 MsgId:0x000083fc"));
+    EXPECT_EQ(2, station.count(EXPIRY));
 }
 
 TEST_F(ThreadTimerTest, AnExpiryErasedForItsIdDoesNotEndItsTimer) {
@@ -262,34 +232,68 @@ TEST_F(ThreadTimerTest, AnExpiryErasedForItsIdDoesNotEndItsTimer) {
     station.on(A, [&] {
         EXPECT_EQ(otherKernelId, station->setTimer(5, 0, 0, REARMED));
         awaitExpiry();
-        station.hold();
+        EXPECT_EQ(1, station->postMsg(LAST));
     });
     station.on(LAST, [&] {
         EXPECT_EQ(1, station->hasMsg(EXPIRY));
         EXPECT_EQ(1, station->killTimer(other, 0));
         EXPECT_EQ(0, station->hasMsg(EXPIRY));  // it carried the number of the other's kernel timer
     });
-    ASSERT_TRUE(station->postMsg(A) && station.entered.wait());
-    EXPECT_EQ(1, station->postMsg(LAST));
-    station.released.open();
-    EXPECT_TRUE(station.waitFor(LAST) && station.waitFor(EXPIRY, 2));
+    EXPECT_EQ(1, station->postMsg(A));
+    pass(15);
+    EXPECT_EQ(2, station.count(EXPIRY));
 }
 
 TEST_F(ThreadTimerTest, AnIntervalThatTheKernelRefusesLeavesNoEntry) {
     RunningStation station;
-    station.on(A, [&] { EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED)); });
+    station.on(A, [&] {
+        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
+        EXPECT_EQ(1, station->killTimer(7, 0));  // an unknown one: on the thread only
+    });
     EXPECT_EQ(-1, station->setTimer(ULONG_MAX, 0, 0, REARMED));
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_EQ(2u, log.count("<UTIL> ERR: MsgDrivenThread(station) timer_settime SysTimerId:0x"));
     EXPECT_EQ(2u, log.count(" errno:22\r\n"));
+    EXPECT_EQ(0, station->killTimer(7, 0));
     station->setNextUserTimerIdForTesting(INT_MAX);
     for (int const id : {INT_MAX, 1, 2, 3, -1}) {  // there is room for four
         EXPECT_EQ(id, station->setTimer(INT_MAX, 0, 0, REARMED));
     }
 }
 
+TEST_F(ThreadTimerTest, DroppingAllStopsEveryOtherOneAndForgetsTheRest) {
+    for (bool const byStop : {false, true}) {
+        RunningStation station;
+        for (int i = 1; i <= 3; ++i) {
+            EXPECT_EQ(i, station->setTimer(HOUR, 0, 0, REARMED));
+        }
+        std::vector<int> const all = timersOf(station);
+        EXPECT_TRUE(byStop ? station->stop(1, 0) == 0 : station->eraseMsg(EXPIRY));
+        EXPECT_EQ(byStop ? std::vector<int>() : std::vector<int>{all.at(1)}, timersOf(station));
+        EXPECT_EQ(0, station->killTimer(2, 0));
+    }
+}
+
+TEST_F(ThreadTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
+    constexpr int ROOM = 4;
+    RunningStation station(16, ROOM);
+    for (int round = 0; round < 20; ++round) {
+        for (int i = 0; i < ROOM; ++i) {
+            EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
+        }
+        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
+        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
+    }
+    EXPECT_GE(std::size_t{ROOM}, timersOf(station).size());
+    pass(HOUR);
+    EXPECT_FALSE(clock.advanceToNext());
+    EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
+    pass(1);
+    EXPECT_EQ(1, station.count(EXPIRY));
+}
+
 // As when another process of this user has used them up.
-TEST_F(ThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
+TEST_F(KernelThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) {
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
     {
@@ -303,23 +307,22 @@ TEST_F(ThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthersGoOn) 
     EXPECT_EQ(3, station->setTimer(1, 0, 0, REARMED));
 }
 
-TEST_F(ThreadTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyElse) {
+TEST_F(KernelThreadTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsNobodyElse) {
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &previous);
     RunningStation blocked;
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    RunningStation station;
     EXPECT_EQ(1, blocked->setTimer(1, 0, 0, FREE_RUNNING));
-    EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
-    EXPECT_TRUE(blocked.waitFor(EXPIRY, 10) && station.waitFor(EXPIRY, 10));
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(0, poll(nullptr, 0, 10));
+    for (int i = 2; i <= 50; ++i) {  // some have come and gone before anybody can wait for them
+        EXPECT_EQ(i, blocked->setTimer(1, 0, 1, REARMED));
+        EXPECT_EQ(0, poll(nullptr, 0, 4));
     }
+    EXPECT_TRUE(blocked.waitFor(EXPIRY, 50));
 }
 
-TEST_F(ThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
+TEST_F(KernelThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has installed none
     auto const refusesTimers = [] {
         test::LogCapture const captured;
@@ -335,55 +338,11 @@ TEST_F(ThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
     EXPECT_EXIT(std::_Exit(refusesTimers()), ::testing::ExitedWithCode(0), "");
 }
 
-// The parameter drops all timers.
-class DropTest : public ThreadTimerTest,
-                 public ::testing::WithParamInterface<int (*)(MsgDrivenThread&)> {};
-
-TEST_P(DropTest, StopsEveryOtherTimerAndForgetsTheRest) {
-    RunningStation station;
-    for (int i = 1; i <= 3; ++i) {
-        EXPECT_EQ(i, station->setTimer(HOUR, 0, 0, REARMED));
-    }
-    std::vector<int> const all = timersOf(station);
-    ASSERT_EQ(3u, all.size());
-    EXPECT_EQ(1, GetParam()(station.thread));
-    bool const stillLoops = station->isRunning();
-    EXPECT_EQ(stillLoops ? std::vector<int>{all[1]} : std::vector<int>(), timersOf(station));
-    EXPECT_EQ(0, station->killTimer(2, 0));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    ByEraseMsgOrStop, DropTest,
-    ::testing::Values([](MsgDrivenThread& thread) { return thread.eraseMsg(EXPIRY); },
-                      [](MsgDrivenThread& thread) { return thread.stop(1, 0) + 1; }));
-
-TEST_F(ThreadTimerTest, KernelTimersThatAreLeftBehindRestAndAreUsedAgain) {
-    constexpr int ROOM = 4;
-    RunningStation station(16, ROOM);
-    for (int round = 0; round < 200; ++round) {
-        for (int i = 0; i < ROOM; ++i) {
-            EXPECT_LT(0, station->setTimer(1, 0, 0, FREE_RUNNING));
-        }
-        EXPECT_EQ(1, station->eraseMsg(EXPIRY));
-        EXPECT_EQ(-1, station->setTimer(0x80000000ul, 0, 0, REARMED));
-    }
-    std::vector<int> const left = timersOf(station);
-    EXPECT_GE(std::size_t{ROOM}, left.size());
-    EXPECT_LT(0u, left.size());
-    for (int const timer : left) {
-        EXPECT_TRUE(test::comesTrue([timer] { return !test::isArmed(timer); }));
-    }
-    EXPECT_LT(0, station->setTimer(1, 0, 1, REARMED));
-    long const heard = station.count(EXPIRY);
-    EXPECT_TRUE(station.waitFor(EXPIRY, heard + 1));
-}
-
-TEST_F(ThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
+TEST_F(KernelThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
     int const signal = std::max(34, SIGRTMIN);
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, FREE_RUNNING));
     siginfo_t info = {};
-    info.si_code = SI_QUEUE;
     for (int const value : {0, -1, INT_MAX}) {
         info.si_value.sival_int = value;
         for (int const code : {SI_QUEUE, SI_TIMER}) {
@@ -395,24 +354,6 @@ TEST_F(ThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {
     }
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_EQ(Station::Ids{A}, station.ids());
-}
-
-TEST_F(ThreadTimerTest, LoopsAreBoundedByDescriptorsOnly) {
-    constexpr unsigned LOOPS = 1100;
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    ASSERT_LE(3 * LOOPS, limit.rlim_max);
-    rlimit const enough = {std::max<rlim_t>(limit.rlim_cur, 3 * LOOPS), limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &enough);
-    std::list<RunningStation> stations;
-    for (unsigned i = 0; i < LOOPS; ++i) {
-        stations.emplace_back(1, 1).thread.stop(1, 0);
-    }
-    RunningStation last;
-    EXPECT_EQ(1, last->setTimer(1, 0, 1, REARMED));
-    EXPECT_TRUE(last.waitFor(EXPIRY));
-    EXPECT_FALSE(log.has("errno"));
-    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <future>
 #include <mutex>
 
+#include "UtlEvent.h"
+
 namespace test {
 
 // Longer than anything takes that comes at all, even under a sanitizer on a busy machine.
@@ -57,6 +59,18 @@ template <typename Call>
 auto inThread(Call call) {
     return std::async(std::launch::async, call);
 }
+
+// The same for threads of the library, which wait for it by the library's means: a ManualClock sees
+// that they wait. Nobody waits for ever: whoever makes one opens it before it goes.
+class Hold {
+public:
+    void open() { mOpened.setOn(); }
+    bool isOpen() const { return mOpened.isOn(); }
+    bool wait() const { return mOpened.waitToOn(0) == utl::REACHED; }
+
+private:
+    utl::Event mOpened{0, 0};
+};
 
 }  // namespace test
 

@@ -114,7 +114,7 @@ public:
     }
 
     Gate entered;
-    Gate released;
+    Hold released;
 
 protected:
     // For every destructor: a half-destroyed listener is called no more. A test that has failed

@@ -55,7 +55,7 @@ void Event::change(Side const& side) const {
                                          std::memory_order_relaxed)) {
     }
     if ((state & side.waiters) != 0) {
-        platform::wakeWord(&mState, side.waiters, platform::EVERYBODY);
+        platform::wakeWord(&mState, side.waiters);
     }
 }
 

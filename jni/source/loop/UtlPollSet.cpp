@@ -4,11 +4,11 @@
 
 #include "UtlLoop.h"
 
+#include "platform/UtlPipe.h"
+
 namespace utl {
 
 namespace {
-
-constexpr int NO_LIMIT = -1;
 
 constexpr unsigned bits(int events) {
     return static_cast<unsigned short>(events);
@@ -44,10 +44,8 @@ void PollSet::add(int descriptor, unsigned events, std::uint32_t owner, std::uin
 
 bool PollSet::await(int wakeEnd, int* error) {
     mPolled[0] = {wakeEnd, POLLIN, 0};
-    int count;
-    do {
-        count = poll(mPolled.get(), mEnd, NO_LIMIT);
-    } while (count == -1 && errno == EINTR);  // whoever interrupts to wake writes a word as well
+    // Whoever interrupts to wake writes a word as well.
+    int const count = platform::awaitDescriptors(mPolled.get(), mEnd);
     *error = count == -1 ? errno : 0;
     mNext = count > 0 ? 1 : mEnd;
     return count > 0 && mPolled[0].revents != 0;

@@ -50,7 +50,7 @@ void DumpOutput::printList(char const* format, va_list arguments) {
 }
 
 bool DumpOutput::write(char const* text, unsigned long size) const {
-    std::uint32_t const begin = platform::monotonicTick();
+    std::uint32_t const begin = platform::kernelTick();
     ssize_t written;
     do {
         written = platform::writeAtOnce(mDescriptor, text, size);
@@ -59,7 +59,7 @@ bool DumpOutput::write(char const* text, unsigned long size) const {
 }
 
 bool DumpOutput::awaitRoom(std::uint32_t begin) const {
-    std::uint32_t const waited = platform::monotonicTick() - begin;
+    std::uint32_t const waited = platform::kernelTick() - begin;
     return waited < mWaitMs && platform::awaitRoom(mDescriptor, mWaitMs - waited);
 }
 

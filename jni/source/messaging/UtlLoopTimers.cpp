@@ -27,6 +27,7 @@ thread_local LoopTimers* ofThisThread = nullptr;
 void TimeoutSignalHandler(int, siginfo_t* info, void*) {
     platform::ErrnoGuard const guard;
     LoopTimers::handleSignal(*info);
+    platform::finishExpiry(*info);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Internal. The monotonic clock: it never jumps, whoever sets the time of day.
+// Internal. The monotonic clock: it never jumps, whoever sets the time of day. A ManualClock may
+// stand in for the kernel's.
 
 #ifndef UTL_PLATFORM_CLOCK_H
 #define UTL_PLATFORM_CLOCK_H
@@ -24,6 +25,10 @@ bool readMonotonicTick(std::uint32_t* tick);
 
 // The same; NO_TICK when it cannot be read, and for a millisecond in 49.7 days.
 std::uint32_t monotonicTick();
+
+// Both by the kernel's clock, whatever stands in for it: for waits that only the kernel ends.
+bool readKernelNanoseconds(std::uint64_t* now);
+std::uint32_t kernelTick();
 
 // Blocks the calling thread for `milliseconds`, or until a signal handler has run.
 void sleepFor(unsigned long milliseconds);

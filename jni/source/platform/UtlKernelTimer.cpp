@@ -1,5 +1,6 @@
 #include "platform/UtlKernelTimer.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -8,7 +9,9 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/UtlClock.h"
 #include "platform/UtlKernelThread.h"
+#include "platform/UtlManualTime.h"
 
 namespace utl {
 namespace platform {
@@ -35,6 +38,24 @@ constexpr long SET_TIME = sizeof(time_t) == 8 ? SYS_timer_settime64 : SYS_timer_
 #else
 constexpr long SET_TIME = SYS_timer_settime;
 #endif
+
+bool setTime(int kernelId, itimerspec const& schedule) {
+    return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+}
+
+// What the kernel refuses is left to it.
+bool armManually(ManualTime& time, int kernelId, std::int32_t intervalMs) {
+    if (intervalMs <= 0) {
+        return intervalMs == 0 && time.armTimer(kernelId, NO_LIMIT, 0);
+    }
+    std::uint64_t const interval =
+        static_cast<std::uint64_t>(intervalMs) * NANOSECONDS_PER_MILLISECOND;
+    return time.armTimer(kernelId, time.now() + interval, interval);
+}
+
+bool deleteInKernel(int kernelId) {
+    return syscall(SYS_timer_delete, kernelId) == 0;
+}
 
 }  // namespace
 
@@ -72,18 +93,41 @@ int createTimer(int signal, int value) {
     event.sigev_notify_thread_id = threadId();
 
     int kernelId = -1;
-    return syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &kernelId) == 0 ? kernelId : -1;
+    if (syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &kernelId) != 0) {
+        return -1;
+    }
+    ManualTime* const time = ManualTime::inUse();
+    if (time != nullptr && !time->addTimer(kernelId)) {
+        deleteInKernel(kernelId);
+        errno = ENOMEM;
+        return -1;
+    }
+    return kernelId;
 }
 
 bool armTimer(int kernelId, std::int32_t intervalMs) {
+    ManualTime* const time = ManualTime::inUse();
+    if (time != nullptr && armManually(*time, kernelId, intervalMs)) {
+        return setTime(kernelId, {});
+    }
     itimerspec schedule;
     schedule.it_interval.tv_sec = intervalMs / 1000;
     schedule.it_interval.tv_nsec = static_cast<long>(intervalMs % 1000) * 1000000;
     schedule.it_value = schedule.it_interval;
-    return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+    return setTime(kernelId, schedule);
+}
+
+bool expireTimerNow(int kernelId) {
+    itimerspec schedule = {};
+    schedule.it_value.tv_nsec = 1;
+    return setTime(kernelId, schedule);
 }
 
 bool armTimerAt(int kernelId, std::uint64_t moment) {
+    ManualTime* const time = ManualTime::inUse();
+    if (time != nullptr && time->armTimer(kernelId, moment, 0)) {
+        return setTime(kernelId, {});
+    }
     constexpr std::uint64_t SECOND = 1000000000;
     constexpr std::uint64_t LAST_SECOND = std::numeric_limits<std::int32_t>::max();
     itimerspec schedule = {};
@@ -96,7 +140,10 @@ bool armTimerAt(int kernelId, std::uint64_t moment) {
 }
 
 bool deleteTimer(int kernelId) {
-    return syscall(SYS_timer_delete, kernelId) == 0;
+    if (ManualTime* const time = ManualTime::inUse()) {
+        time->removeTimer(kernelId);
+    }
+    return deleteInKernel(kernelId);
 }
 
 bool isExpiry(siginfo_t const& info) {
@@ -113,6 +160,12 @@ int expiredTimer(siginfo_t const& info) {
 
 int carriedValue(siginfo_t const& info) {
     return info.si_value.sival_int;
+}
+
+void finishExpiry(siginfo_t const& info) {
+    if (ManualTime* const time = ManualTime::inUse()) {
+        time->finishExpiry(expiredTimer(info));
+    }
 }
 
 }  // namespace platform

@@ -41,6 +41,8 @@ bool armTimer(int kernelId, std::int32_t intervalMs);
 // is over, whatever it did before. A moment that the kernel's type cannot hold becomes an earlier
 // one. False with errno.
 bool armTimerAt(int kernelId, std::uint64_t moment);
+// Lets it expire at once, and not again. False with errno.
+bool expireTimerNow(int kernelId);
 
 // False with errno when there is no such timer.
 bool deleteTimer(int kernelId);
@@ -49,6 +51,9 @@ bool deleteTimer(int kernelId);
 bool isExpiry(siginfo_t const& info);
 int expiredTimer(siginfo_t const& info);
 int carriedValue(siginfo_t const& info);
+
+// The last thing that such a handler does.
+void finishExpiry(siginfo_t const& info);
 
 }  // namespace platform
 }  // namespace utl

@@ -53,7 +53,7 @@ public:
             begin(false, NO_TICK);
             return;
         }
-        std::uint32_t const now = monotonicTick();
+        std::uint32_t const now = kernelTick();
         logSinkLock.lock();
         begin(true, now);
     }
@@ -67,7 +67,7 @@ public:
     // For how many milliseconds the caller, who has the turn, has been held up: since it asked for
     // the turn if others had it then, or else since this was first called.
     static std::uint32_t heldUpFor() {
-        std::uint32_t const now = monotonicTick();
+        std::uint32_t const now = kernelTick();
         if (!sIsHeldUp) {
             sIsHeldUp = true;
             sHeldUpSince = now;

@@ -40,12 +40,12 @@ void Mutex::lockOfOthers() {
     }
     // Who has slept cannot know whether others still do: he leaves the mark.
     while (mState.exchange(AWAITED, std::memory_order_acquire) != FREE) {
-        waitWord(mState, AWAITED, ALL_CHANNELS, NO_LIMIT);
+        sleepOnWord(mState, AWAITED);
     }
 }
 
 void Mutex::wakeOne() {
-    wakeWord(&mState, ALL_CHANNELS, 1);
+    wakeSleeper(&mState);
 }
 
 }  // namespace platform

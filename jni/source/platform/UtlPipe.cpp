@@ -2,11 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include "platform/UtlFileSystem.h"
+#include "platform/UtlManualTime.h"
 
 namespace utl {
 namespace platform {
@@ -26,7 +26,22 @@ bool openPipe(PipeEnds* ends) {
     return true;
 }
 
+int awaitDescriptors(pollfd* descriptors, nfds_t count) {
+    if (ManualTime* const time = ManualTime::inUse()) {
+        return time->awaitDescriptors(descriptors, count);
+    }
+    int ready;
+    do {
+        ready = poll(descriptors, count, -1);
+    } while (ready == -1 && errno == EINTR);
+    return ready;
+}
+
 long readPipe(int end, void* bytes, unsigned long size) {
+    if (ManualTime* const time = ManualTime::inUse()) {
+        pollfd readable = {end, POLLIN, 0};
+        time->awaitDescriptors(&readable, 1);
+    }
 #if defined(__SANITIZE_THREAD__)
     // Holds a signal back as long as its thread blocks in read(), but not in poll().
     pollfd readable = {end, POLLIN, 0};

@@ -3,6 +3,8 @@
 #ifndef UTL_PLATFORM_PIPE_H
 #define UTL_PLATFORM_PIPE_H
 
+#include <poll.h>
+
 namespace utl {
 namespace platform {
 
@@ -14,6 +16,9 @@ struct PipeEnds {
 // Makes a pipe whose reads block and whose writes never do; both ends are closed on exec. False
 // with errno, and nothing open.
 bool openPipe(PipeEnds* ends);
+
+// poll() without a limit, which goes on after a signal.
+int awaitDescriptors(pollfd* descriptors, nfds_t count);
 
 // read(), which the handler of a signal may end early where it does not restart calls.
 long readPipe(int end, void* bytes, unsigned long size);

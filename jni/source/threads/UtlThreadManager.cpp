@@ -18,6 +18,7 @@
 #include "foundation/UtlUserCode.h"
 #include "platform/UtlFork.h"
 #include "platform/UtlKernelThread.h"
+#include "platform/UtlManualTime.h"
 #include "platform/UtlStaticLock.h"
 #include "threads/UtlManagerAccess.h"
 #include "threads/UtlStartRequest.h"
@@ -83,6 +84,7 @@ VisitorCount ManagerAccess::visitors;
 // What the starting thread and the new one share. The new one's, once `decided` is on.
 struct ThreadManager::StartRecord {
     StartRequest const request;
+    unsigned timeUse = 0;  // in which the new thread is counted
     int id = 0;
     Event arrived{0, 0};  // the new thread has stored its id
     bool mayRun = false;
@@ -291,10 +293,12 @@ ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& requ
     if (record && handle && request.stopEvent.get() != nullptr && entry->setName(request.name)) {
         BlockingCall const blocking(SOURCE, "entry", 432);
         pthread_t thread = 0;
+        record->timeUse = platform::ManualTime::countWorker();
         result = pthread_create(&thread, nullptr, startThread, record.get());
         *handle = static_cast<long>(thread);
     }
     if (result != 0) {
+        platform::ManualTime::forgetWorker(record ? record->timeUse : 0);
         applog(LIBRARY_LOG, LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
                request.osPriority, request.name);
         return nullptr;
@@ -334,6 +338,7 @@ void ThreadManager::announce(int id, int watchdogMode, unsigned long aliveTimeMs
 void* ThreadManager::startThread(void* argument) {
     auto* const record = static_cast<StartRecord*>(argument);
     nameCaller(record->request.name);
+    platform::ManualTime::Worker const worker(record->timeUse);
     applyPriority(record->request.osPriority);
     record->id = getCallerId();
     record->arrived.setOn();
