@@ -41,7 +41,7 @@ FUNCTION = re.compile(r"(~?\w+)\s*\(")
 
 # What the library exports besides its namespace: the log, its sink, instances of templates of the
 # standard library, and what a linker adds.
-OTHERS = re.compile(r"_Z\d+(?:applog|rawlog|registerLogType|\w*LogTag|\w*FilterLevel)"
+OTHERS = re.compile(r"_Z\d+(?:applog|rawlog|registerLogType|lostLogLines|configureLogFromEnvironment|\w*LogTag|\w*FilterLevel)"
                     r"|__android_log_print$|_edata$|_end$|__bss_start$|_Z(?:T\w|N)?K?S[a-z]")
 
 

@@ -21,10 +21,12 @@ protected:
         mDescriptors = openDescriptors();
     }
 
+    // When what a test of a derived class has is gone too.
+    ~ManagerTest() override { EXPECT_EQ(mDescriptors, openDescriptors()); }
+
     void TearDown() override {
         utl::ThreadManager::destroy();
         EXPECT_TRUE(comesToThreads(0));
-        EXPECT_EQ(mDescriptors, openDescriptors());
     }
 
     static utl::ThreadManager* manager() { return utl::ThreadManager::get(); }
