@@ -19,6 +19,7 @@
 #include "support/LogCapture.h"
 #include "support/ManagerTest.h"
 #include "support/MessageStation.h"
+#include "support/TimeTest.h"
 
 namespace utl {
 namespace {
@@ -150,6 +151,32 @@ TEST_F(MsgDrivenThreadTest, AMessageWithALowIdStaysUntilALaterOneDropsIt) {
         log.has("<UTIL> ERR: !!!!!!!! MsgDrivenThread(station) MismatchedMsg... "
                 "DataQueueMsgId:0x00007fff CtlMsgId:0x00008002 Erased Data !!!!!!!!"));
     EXPECT_TRUE(log.has("DataQueueMsgId:0xfffffffb CtlMsgId:0x00008002"));
+}
+
+using StatisticsTest = test::ManualTimeTest;
+
+TEST_F(StatisticsTest, AThreadKnowsWhatItHadToDo) {
+    HeldStation station(2);
+    station->setHandlerLimit(std::chrono::milliseconds(40));
+    EXPECT_EQ(2, station->postMsg(A) + station->postMsg(B) + station->postMsg(B));
+    pass(50);
+    LoopStatistics const held = station->statistics();
+    EXPECT_EQ(2u, held.waiting);
+    EXPECT_EQ(3u, held.posted);
+    EXPECT_EQ(1u, held.refused);
+    EXPECT_EQ(1u, held.handled);
+    EXPECT_EQ(LoopStatistics::NONE, held.longestHandlerId);
+    station.released.open();
+    clock.settle();
+    LoopStatistics const rested = station->statistics();
+    EXPECT_EQ(0u, rested.waiting);
+    EXPECT_EQ(2u, rested.mostWaiting);
+    EXPECT_EQ(3u, rested.handled);
+    EXPECT_EQ(50u, rested.longestWaitMs);
+    EXPECT_EQ(50u, rested.longestHandlerMs);
+    EXPECT_EQ(HOLD, rested.longestHandlerId);
+    EXPECT_EQ(1u,
+              log.count("MsgDrivenThread(station) Slow. MsgId:0x00008001 Time:50ms Limit:40ms"));
 }
 
 TEST_F(MsgDrivenThreadTest, AStopDeliversWhatWasAcceptedOrSaysWhatItDropped) {

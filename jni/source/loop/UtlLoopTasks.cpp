@@ -75,9 +75,10 @@ bool LoopTasks::post(TaskType const& type, void* callable) {
     if (!isOfThisProcess() || mControl->isRefusedInTransfer()) {
         return false;
     }
+    std::int32_t const stamp = LoopFigures::stamp();
     LoopControl::Guard const guard(*mControl);
     unsigned char* const slot = mQueue.end();
-    if (slot == nullptr || mControl->isClosed() || mControl->hasEndedLocked()) {
+    if (mControl->isClosed() || mControl->hasEndedLocked()) {
         return false;
     }
     auto const publish = [&] {
@@ -85,7 +86,13 @@ bool LoopTasks::post(TaskType const& type, void* callable) {
         (new (slot) TaskRoom)->fill(type, callable);
         mQueue.put();
     };
-    return mControl->postLocked({CTL_EXTENSION, -1}, publish) == LoopControl::Posting::DONE;
+    if (slot == nullptr ||
+        mControl->postLocked({CTL_EXTENSION, stamp}, publish) != LoopControl::Posting::DONE) {
+        mControl->figures().countRefused();
+        return false;
+    }
+    mControl->figures().countPostedLocked();
+    return true;
 }
 
 TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t delay,
@@ -246,6 +253,7 @@ bool LoopTasks::enter(LoopControl& control) {
 template <typename Code>
 void LoopTasks::callTask(Code code) {
     callUserCode("Loop task", mControl->name(), code);
+    mControl->finishHandler(LoopStatistics::TASK);
     if (!isOfThisProcess()) {
         new (&mMutex) platform::Mutex;
         mControl->forgetOtherThreads();
@@ -259,7 +267,7 @@ void LoopTasks::executeEntry() {
         return;
     }
     TaskRoom& room = *reinterpret_cast<TaskRoom*>(slot);
-    mControl->countHandled();
+    mControl->figures().countHandled();
     callTask([&room] {
         room.run(0);
         room.destroy();
@@ -302,7 +310,7 @@ bool LoopTasks::executeDue() {
         return false;
     }
     if (task->isLast) {
-        mControl->countHandled();
+        mControl->figures().countHandled();
     }
     runKept(mDelayed, *task, missed);
     return true;

@@ -118,6 +118,7 @@ void LoopControl::enter() {
     mThreadId = ThreadManager::getCallerId();
     mWatch.begin(mThreadId);
     ofThisThread = this;
+    mFigures.wake();
     mTimers.enter();
 }
 
@@ -146,7 +147,17 @@ bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension
     }
     mTimers.endSleep();
     mIsAsleep.store(false, std::memory_order_relaxed);
+    mFigures.wake();
     return isWhole;
+}
+
+void LoopControl::finishHandler(long msgId) {
+    unsigned long const took = mFigures.noteHandler(msgId);
+    unsigned long const limit = mFigures.limit();
+    if (limit != 0 && took > limit) {
+        applog(LIBRARY_LOG, LEVEL_INFORMATION, "%s(%s) Slow. MsgId:0x%08x Time:%lums Limit:%lums",
+               mLabel, name(), static_cast<unsigned>(msgId), took, limit);
+    }
 }
 
 bool LoopControl::read() {

@@ -34,6 +34,7 @@
 
 #include "foundation/UtlVisitorCount.h"
 #include "messaging/UtlCacheDistance.h"
+#include "messaging/UtlLoopFigures.h"
 #include "messaging/UtlLoopTimers.h"
 #include "messaging/UtlLoopWait.h"
 #include "messaging/UtlSlotRing.h"
@@ -90,7 +91,8 @@ public:
     bool isClosed() const { return mIsClosed.load(std::memory_order_relaxed); }
 
     // How many messages and tasks the loop has taken to handle them. Wraps.
-    unsigned long handledCount() const { return mHandledCount.load(std::memory_order_relaxed); }
+    LoopFigures& figures() { return mFigures; }
+    LoopStatistics statistics() const { return mFigures.read(count()); }
 
     // Has the loop look whether there is something to do, although nothing is queued. Takes no
     // lock: a word that is there when the loop goes to sleep keeps it awake.
@@ -215,7 +217,8 @@ public:
         return true;
     }
 
-    void countHandled() { mHandledCount.store(handledCount() + 1, std::memory_order_relaxed); }
+    // What the thread has called has returned. Logged when it took too long.
+    void finishHandler(long msgId);
 
     // Blocks until there may be something to do, for an extension too if there is one. The watch of
     // the thread pauses meanwhile: it reports alive at the lines `before` and `after`. False,
@@ -270,8 +273,8 @@ private:
     Event mIsShared{1, 0};  // the opposite, for who waits
     CacheDistance mBehindSending;
 
-    SlotRing mEntries;                            // what is put in is guarded by the mutex
-    std::atomic<unsigned long> mHandledCount{0};  // written by the loop
+    SlotRing mEntries;  // what is put in is guarded by the mutex
+    LoopFigures mFigures;
 
     // Written with the mutex held. The answer is good while the asker has the request lock.
     std::atomic<bool> mIsAsked{false};
@@ -297,6 +300,9 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
     }
     std::memcpy(slot, &entry, sizeof entry);
     mEntries.put();
+    if (mEntries.mostCount() > mFigures.mostWaiting()) {
+        mFigures.noteWaitingLocked(mEntries.countAgain());
+    }
     return isHeard ? Posting::DONE : Posting::UNHEARD;
 }
 

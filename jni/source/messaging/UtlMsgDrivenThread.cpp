@@ -194,6 +194,17 @@ bool MsgDrivenThread::resumeTimer(int userId) {
     return isRunning() && mLoop->resumeTimer(userId);
 }
 
+LoopStatistics MsgDrivenThread::statistics() const {
+    return mLoop != nullptr && mLoop->hasAllBuffers() ? mLoop->control().statistics()
+                                                      : LoopStatistics();
+}
+
+void MsgDrivenThread::setHandlerLimit(Duration limit) {
+    if (mLoop != nullptr && mLoop->hasAllBuffers()) {
+        control().figures().setLimit(limit.milliseconds());
+    }
+}
+
 unsigned long MsgDrivenThread::queuedEntriesForTesting() const {
     return mLoop->entryCount();
 }

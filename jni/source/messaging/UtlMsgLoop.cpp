@@ -100,14 +100,14 @@ void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
     LoopControl::Guard const guard(*mControl);
     if (!mControl->isClosed()) {
         mControl->closeLocked();
-        mHandledBefore.store(mControl->handledCount());
+        mHandledBefore.store(mControl->figures().handled());
     }
     mRunsUntil.store(rest == Rest::RUN ? until : 0);
 }
 
 StopResult MsgDrivenThread::Loop::stopResult(int result) const {
     unsigned long const ran =
-        mControl->isClosed() ? mControl->handledCount() - mHandledBefore.load() : 0;
+        mControl->isClosed() ? mControl->figures().handled() - mHandledBefore.load() : 0;
     return {result, ran, leftCount()};
 }
 
@@ -121,13 +121,14 @@ int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
         logError(msgId);
         return 0;
     }
+    std::int32_t const stamp = LoopFigures::stamp();
     Queuing queuing;
     {
         LoopControl::Access const access(*mControl);
         if (!access || mControl->isClosed() || (needsLoop && mControl->hasEndedLocked())) {
             return 0;
         }
-        queuing = queueLocked(msg);
+        queuing = queueLocked(msg, stamp);
     }
     return queuing == Queuing::DONE || report(queuing, msgId);
 }
@@ -138,7 +139,8 @@ bool MsgDrivenThread::Loop::store(Msg const& msg, ThreadRawMsg* record) {
 }
 
 // The message writes itself straight into its slot, which nobody sees before it is whole.
-MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg) {
+MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg,
+                                                                  std::int32_t stamp) {
     unsigned char* const slot = mDataQueue.end();
     mSendMsg.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
     if (!store(msg, &mSendMsg)) {
@@ -147,9 +149,10 @@ MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg
     if (slot == nullptr) {
         return Queuing::NO_ROOM;
     }
-    LoopControl::Entry const entry = {static_cast<std::int32_t>(msg.getMsgId()), -1};
+    LoopControl::Entry const entry = {static_cast<std::int32_t>(msg.getMsgId()), stamp};
     switch (mControl->postLocked(entry, [this] { mDataQueue.put(); })) {
         case LoopControl::Posting::DONE:
+            mControl->figures().countPostedLocked();
             return Queuing::DONE;
         case LoopControl::Posting::FULL:
             return Queuing::NO_CTL_ROOM;
@@ -160,6 +163,7 @@ MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg
 
 // Logs what was refused. 0.
 int MsgDrivenThread::Loop::report(Queuing queuing, long msgId) {
+    mControl->figures().countRefused();
     switch (queuing) {
         case Queuing::TOO_LARGE:
             logTooLarge(msgId);
@@ -439,6 +443,7 @@ bool MsgDrivenThread::Loop::closeQuestion() {
 
 void MsgDrivenThread::Loop::serveCall(Call const& call) {
     callUserCode("Loop::call", mControl->name(), [&] { call.function(call.context); });
+    mControl->finishHandler(LoopStatistics::TASK);
     if (isInChild()) {
         mControl->forgetOtherThreads();
     }
@@ -464,9 +469,11 @@ int MsgDrivenThread::Loop::dispatch(ThreadCtlMsg const& ctl) {
         case CTL_STOP_TIMER:
             return executeTimerRequest(ctl);
         case CTL_EXTENSION:
+            mControl->figures().noteWait(ctl.parameter);
             mExtension->executeEntry();
             return 0;
         default: {
+            mControl->figures().noteWait(ctl.parameter);
             int const result = executeReceiveMsg(ctl.id);
             mDelivered.store(mDelivered.load(std::memory_order_relaxed) + 1,
                              std::memory_order_relaxed);
@@ -486,7 +493,7 @@ int MsgDrivenThread::Loop::executeReceiveMsg(long msgId) {
         if (queuedId == msgId) {
             std::memcpy(mReceiveBuffer.get(), slot, mSlotSize);
             mDataQueue.drop();
-            mControl->countHandled();
+            mControl->figures().countHandled();
             deliver();
             return 0;
         }
@@ -503,8 +510,10 @@ int MsgDrivenThread::Loop::executeReceiveMsg(long msgId) {
 void MsgDrivenThread::Loop::deliver() {
     mReceiveMsg.attach(mReceiveBuffer.get(), mSlotSize);
     ThreadMsgListener* const listener = mThread.mListener.load(std::memory_order_relaxed);
+    long const msgId = idIn(mReceiveBuffer.get());
     callUserCode("ThreadMsgListener::receiveMsg", mControl->name(),
                  [&] { listener->receiveMsg(mControl->threadId(), mReceiveMsg); });
+    mControl->finishHandler(msgId);
     if (isInChild()) {
         mControl->forgetOtherThreads();
     }

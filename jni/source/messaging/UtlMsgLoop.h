@@ -89,7 +89,7 @@ private:
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
     static bool store(Msg const& msg, ThreadRawMsg* record);
-    Queuing queueLocked(Msg const& msg);
+    Queuing queueLocked(Msg const& msg, std::int32_t stamp);
     int report(Queuing queuing, long msgId);
     bool restoreAnswer(Msg* answer);
     bool send(LoopControl::Asking& asking, Request request, Msg const& msg);

@@ -39,6 +39,13 @@ public:
         return mPut.load(std::memory_order_acquire) - taken;
     }
 
+    // With the lock held: at least as many as there are, by what is known of the loop; and exactly.
+    unsigned long mostCount() const { return mPut.load(std::memory_order_relaxed) - mTakenSeen; }
+    unsigned long countAgain() {
+        mTakenSeen = mTaken.load(std::memory_order_acquire);
+        return mostCount();
+    }
+
     // With the lock held: the slot behind the last one, with whatever was in it before, for put()
     // to make it the last. nullptr when the ring is full.
     unsigned char* end() {

@@ -14,13 +14,17 @@ namespace {
 
 constexpr std::uint64_t LONGEST_SLEEP_MS = INT64_MAX / NANOSECONDS_PER_MILLISECOND;
 
+std::uint32_t toTick(timespec const& now) {
+    return static_cast<std::uint32_t>(now.tv_sec) * 1000u +
+           static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+}
+
 bool readKernelTick(std::uint32_t* tick) {
     timespec now;
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
         return false;
     }
-    *tick = static_cast<std::uint32_t>(now.tv_sec) * 1000u +
-            static_cast<std::uint32_t>(now.tv_nsec / 1000000);
+    *tick = toTick(now);
     return true;
 }
 
@@ -60,6 +64,14 @@ bool readMonotonicTick(std::uint32_t* tick) {
 std::uint32_t monotonicTick() {
     std::uint32_t tick;
     return readMonotonicTick(&tick) ? tick : NO_TICK;
+}
+
+std::uint32_t coarseTick() {
+    timespec now;
+    if (ManualTime::inUse() != nullptr || clock_gettime(CLOCK_MONOTONIC_COARSE, &now) != 0) {
+        return monotonicTick();
+    }
+    return toTick(now);
 }
 
 std::uint32_t kernelTick() {

@@ -26,6 +26,9 @@ bool readMonotonicTick(std::uint32_t* tick);
 // The same; NO_TICK when it cannot be read, and for a millisecond in 49.7 days.
 std::uint32_t monotonicTick();
 
+// The same at the kernel's last tick, which may be 10 milliseconds ago, for a fraction of the cost.
+std::uint32_t coarseTick();
+
 // Both by the kernel's clock, whatever stands in for it: for waits that only the kernel ends.
 bool readKernelNanoseconds(std::uint64_t* now);
 std::uint32_t kernelTick();
