@@ -192,6 +192,12 @@ public:
     // Always counted. Of a thread that has ended too; all of it 0 without memory.
     LoopStatistics statistics() const;
 
+    // Log the statistics of all threads of this kind that run, and of the shared timers' threads,
+    // as a table at `level`; store it as ThreadManager::storeThreadInfoReg() does. Longest times
+    // are in milliseconds.
+    static void printStatistics(int level);
+    static unsigned long storeStatistics(char* dst, unsigned long size);
+
     // From now on a line in the log tells of every call of the listener, and every task of a Loop,
     // that took longer than `limit`; 0 for none. Told when it has returned: what hangs is for the
     // watchdog.

@@ -82,6 +82,7 @@ LOCAL_SRC_FILES := \
     source/messaging/UtlLoopTimers.cpp \
     source/messaging/UtlLoopWait.cpp \
     source/messaging/UtlLoopControl.cpp \
+    source/messaging/UtlLoopList.cpp \
     source/messaging/UtlMsgLoop.cpp \
     source/messaging/UtlMsgLoopTimers.cpp \
     source/messaging/UtlMsgDrivenThread.cpp \

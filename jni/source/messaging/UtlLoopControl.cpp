@@ -119,10 +119,12 @@ void LoopControl::enter() {
     mWatch.begin(mThreadId);
     ofThisThread = this;
     mFigures.wake();
+    LoopList::add(*this);
     mTimers.enter();
 }
 
 void LoopControl::leaveThread() {
+    LoopList::remove(*this);
     mTimers.leave();
     ofThisThread = nullptr;
 }

@@ -35,6 +35,7 @@
 #include "foundation/UtlVisitorCount.h"
 #include "messaging/UtlCacheDistance.h"
 #include "messaging/UtlLoopFigures.h"
+#include "messaging/UtlLoopList.h"
 #include "messaging/UtlLoopTimers.h"
 #include "messaging/UtlLoopWait.h"
 #include "messaging/UtlSlotRing.h"
@@ -199,6 +200,7 @@ public:
     // The loop only.
 
     int threadId() const { return mThreadId; }
+    LoopList::Link& link() { return mLink; }
 
     // The loop begins; it is over. From then on nobody is asked for anything, and who waits is
     // released: both with the mutex held, as is `cleanUp` called.
@@ -283,6 +285,7 @@ private:
     bool mIsServed = false;
     Event mIsAnswered{0, 0};
 
+    LoopList::Link mLink;
     LoopWait::Edge mWaitsFor;  // guarded by the lock of all waits
 };
 

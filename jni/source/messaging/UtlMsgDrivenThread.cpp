@@ -5,6 +5,7 @@
 #include <new>
 #include <optional>
 
+#include "foundation/UtlLineOutput.h"
 #include "messaging/UtlControlIds.h"
 #include "messaging/UtlMsgLoop.h"
 #include "platform/UtlFutex.h"
@@ -197,6 +198,15 @@ bool MsgDrivenThread::resumeTimer(int userId) {
 LoopStatistics MsgDrivenThread::statistics() const {
     return mLoop != nullptr && mLoop->hasAllBuffers() ? mLoop->control().statistics()
                                                       : LoopStatistics();
+}
+
+void MsgDrivenThread::printStatistics(int level) {
+    LineOutput output(level);
+    LoopList::print(output);
+}
+
+unsigned long MsgDrivenThread::storeStatistics(char* dst, unsigned long size) {
+    return printInto(dst, size, [](LineOutput& output) { LoopList::print(output); });
 }
 
 void MsgDrivenThread::setHandlerLimit(Duration limit) {

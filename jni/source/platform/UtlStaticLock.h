@@ -29,6 +29,7 @@ enum class LockOrder {
     COUNTERS,    // the stopwatches by number
     WATCHDOG,    // who is watched
     LOOP_WAITS,  // which loop waits for which
+    LOOPS,       // those that run
     LINES,       // the files that are read ahead
     LOG_OUTPUT,
     LOG_TABLE,
