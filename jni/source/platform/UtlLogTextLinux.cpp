@@ -162,7 +162,7 @@ void LogText::appendTime() {
         DAYS_BEFORE_1970 * SECONDS_PER_DAY + now.tv_sec + secondsAheadOfUtc(now.tv_sec);
     Date const date = dateOf(local / SECONDS_PER_DAY);
     int const second = static_cast<int>(local % SECONDS_PER_DAY);
-    char time[40];
+    char time[128];  // for any numbers, as the compiler sees them
     snprintf(time, sizeof time, "%04lld-%02d-%02d %02d:%02d:%02d.%03ld ",
              static_cast<long long>(date.year), date.month, date.day, second / 3600,
              second / 60 % 60, second % 60, now.tv_nsec / 1000000);
