@@ -36,6 +36,7 @@
 #include <utility>
 
 #include "UtlApi.h"
+#include "UtlDuration.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlTask.h"
 #include "UtlThread.h"
@@ -139,7 +140,8 @@ public:
     // tasks and messages; those that wait for their time are dropped, the last of every() and
     // watch() not counted. In a task it does not wait: result is WAIT_FAILED, and the loop ends
     // after the task, or the rest.
-    StopResult stop(Rest rest, std::chrono::milliseconds limit = std::chrono::milliseconds(0));
+    StopResult stop(Rest rest) { return mThread->stop(rest); }
+    StopResult stop(Rest rest, Duration limit) { return mThread->stop(rest, limit); }
 
     // As those of a MsgDrivenThread.
     int postMsg(Msg const& msg) { return mThread->postMsg(msg); }

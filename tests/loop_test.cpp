@@ -449,6 +449,7 @@ TEST_F(LoopTest, NoTaskBeginsOnceTheTimeForTheRestIsOver) {
         loop->post([] { usleep(10000); });
     }
     EXPECT_NE(WAIT_FAILED, loop->stop(Rest::RUN, 35ms).result);
+    EXPECT_NE(WAIT_FAILED, loop->stop(Rest::RUN, -1s).result);  // the shortest limit, not none
     StopResult const result = loop->stop(Rest::DROP);
     EXPECT_EQ(REACHED, result.result);
     EXPECT_LE(result.ran, 4u);

@@ -71,10 +71,6 @@ TaskHandle Loop::watchTask(TaskType const& type, void* callable, int descriptor,
     return mTasks.watch(type, callable, descriptor, events);
 }
 
-StopResult Loop::stop(Rest rest, std::chrono::milliseconds limit) {
-    return mThread->stop(rest, limit);
-}
-
 TaskHandle::TaskHandle(LoopTasks& tasks, std::uint32_t place, std::uint32_t generation)
     : mTasks(&tasks), mPlace(place), mGeneration(generation) {
     mTasks->retain();
