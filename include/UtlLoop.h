@@ -60,9 +60,9 @@ struct LoopOptions {
     unsigned long mostMessages = 0;
     unsigned long messageSize = 0;
 
-    // With an alive time the thread is registered with the watchdog and reports by itself; the
-    // listener may be null, and must live as long as the loop.
-    std::chrono::milliseconds watchdogAliveTime{0};
+    // With one the thread is registered with the watchdog and reports by itself; the listener may
+    // be null, and must live as long as the loop.
+    std::optional<Duration> aliveTime;
     WatchdogTimerListener* watchdogListener = nullptr;
 };
 

@@ -548,7 +548,7 @@ TEST_F(LoopTest, ItIsAMessageDrivenThread) {
     with.listener = &station;
     with.mostMessages = 4;
     with.messageSize = 8;
-    with.watchdogAliveTime = 1h;
+    with.aliveTime = 1h;
     auto const both = Loop::make(with);
     EXPECT_TRUE(*both->call([] {
         int const id = ThreadManager::getCallerId();
