@@ -47,7 +47,7 @@ class LoopThread;
 
 // What a loop is made of.
 struct LoopOptions {
-    char const* name = "loop";
+    char const* name = "loop";  // copied; must not be null
     ThreadPriority priority = ThreadPriority::NORMAL;
 
     unsigned long mostTasks = 256;       // posted, and not yet done

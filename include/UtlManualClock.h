@@ -65,7 +65,7 @@ public:
     // other threads have done what they were asked for, timers are armed anew. Of two that are due
     // at one moment, the one that was armed first comes first. A wait that begins meanwhile takes
     // its limit from the moment at which it begins. First of all it waits for what was begun
-    // before, as settle() does.
+    // before, as settle() does. A `duration` below 0 does nothing.
     void advance(std::chrono::nanoseconds duration);
 
     // The same up to the next moment at which something is due. False when nothing is.
