@@ -41,8 +41,7 @@ std::int64_t now() {
     return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
 }
 
-// When the expiries of one free-running timer were heard. The first is what the others are measured
-// from, less what the earliest of them came too early by.
+// When the expiries of one free-running timer were heard, measured from before it was set.
 class Hearings {
 public:
     void hear() {

@@ -36,6 +36,7 @@
 #include <utility>
 
 #include "UtlApi.h"
+#include "UtlDuration.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlTask.h"
 #include "UtlThread.h"
@@ -46,7 +47,7 @@ class LoopThread;
 
 // What a loop is made of.
 struct LoopOptions {
-    char const* name = "loop";
+    char const* name = "loop";  // copied; must not be null
     ThreadPriority priority = ThreadPriority::NORMAL;
 
     unsigned long mostTasks = 256;       // posted, and not yet done
@@ -59,9 +60,9 @@ struct LoopOptions {
     unsigned long mostMessages = 0;
     unsigned long messageSize = 0;
 
-    // With an alive time the thread is registered with the watchdog and reports by itself; the
-    // listener may be null, and must live as long as the loop.
-    std::chrono::milliseconds watchdogAliveTime{0};
+    // With one the thread is registered with the watchdog and reports by itself; the listener may
+    // be null, and must live as long as the loop.
+    std::optional<Duration> aliveTime;
     WatchdogTimerListener* watchdogListener = nullptr;
 };
 
@@ -139,7 +140,8 @@ public:
     // tasks and messages; those that wait for their time are dropped, the last of every() and
     // watch() not counted. In a task it does not wait: result is WAIT_FAILED, and the loop ends
     // after the task, or the rest.
-    StopResult stop(Rest rest, std::chrono::milliseconds limit = std::chrono::milliseconds(0));
+    StopResult stop(Rest rest) { return mThread->stop(rest); }
+    StopResult stop(Rest rest, Duration limit) { return mThread->stop(rest, limit); }
 
     // As those of a MsgDrivenThread.
     int postMsg(Msg const& msg) { return mThread->postMsg(msg); }

@@ -11,10 +11,11 @@
 //     }                                // last: the kernel's clock holds again
 //
 // While one lives, all that the library waits for or measures goes by it: the timers of message-
-// driven threads, SharedTimer and Timer, the watchdog's checks, waits with a limit (Event, starts
-// and stops of threads), Thread::sleep, and TimeCounter. It stands still until it is moved. What
-// comes from outside keeps its own time: files, terminals and the readers of the log, the calendar
-// (getSystemTime, getLocalTime), and whatever the program does without the library.
+// driven threads, the tasks that a Loop delays or repeats, SharedTimer and Timer, the watchdog's
+// checks, waits with a limit (Event, starts and stops of threads), Thread::sleep, and TimeCounter.
+// It stands still until it is moved. What comes from outside keeps its own time: descriptors that a
+// Loop watches, files, terminals and the readers of the log, the calendar (getSystemTime,
+// getLocalTime), and whatever the program does without the library.
 //
 // Rules:
 // - It is made before the first thread of the library, and before ThreadManager::get(); otherwise
@@ -64,7 +65,7 @@ public:
     // other threads have done what they were asked for, timers are armed anew. Of two that are due
     // at one moment, the one that was armed first comes first. A wait that begins meanwhile takes
     // its limit from the moment at which it begins. First of all it waits for what was begun
-    // before, as settle() does.
+    // before, as settle() does. A `duration` below 0 does nothing.
     void advance(std::chrono::nanoseconds duration);
 
     // The same up to the next moment at which something is due. False when nothing is.

@@ -24,13 +24,13 @@
 #define UTL_MSG_DRIVEN_THREAD_H
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <type_traits>
 
 #include "UtlApi.h"
+#include "UtlDuration.h"
 #include "UtlMsg.h"
 #include "UtlThread.h"
 #include "UtlThreadRawMsg.h"
@@ -126,12 +126,13 @@ public:
     int stop(Duration limit) { return stop(1, limit.atLeastOne()); }
 
     // Accepts no more messages, and with Rest::RUN delivers those that were accepted before the
-    // thread stops; but when `limit` (0 for none) is over no delivery begins, and this no longer
-    // waits. Messages that are dropped are logged, as a number, when the thread ends. May be called
-    // again, to wait longer or to drop the rest. On the thread itself it asks, but does not wait.
-    // WAIT_FAILED also when the thread was not started, in the child of a fork, and, logged, when
-    // the wait would close a circle.
-    StopResult stop(Rest rest, std::chrono::milliseconds limit);
+    // thread stops; but when `limit` is over, if there is one, no delivery begins, and this no
+    // longer waits. Messages that are dropped are logged, as a number, when the thread ends. May be
+    // called again, to wait longer or to drop the rest. On the thread itself it asks, but does not
+    // wait. WAIT_FAILED also when the thread was not started, in the child of a fork, and, logged,
+    // when the wait would close a circle.
+    StopResult stop(Rest rest);
+    StopResult stop(Rest rest, Duration limit);
 
     // Queue a message: messages of one sender arrive in their order. Refused, and logged, when it
     // is too large, has a reserved id, or the queue is full; refused when the thread does not run
@@ -223,6 +224,7 @@ private:
     class Loop;
 
     bool takeListener(ThreadMsgListener* listener);
+    StopResult stopWithin(Rest rest, unsigned long timeout);
     MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount, char const* name,
                     unsigned long maxTimerCount, LoopExtension* extension);
 

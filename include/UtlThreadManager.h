@@ -1,7 +1,7 @@
 // The registry of the process's threads, and the door to its watchdog.
 //
 //     ThreadManager::get()->entryCaller(0, 0, nullptr, "main");
-//     ThreadManager::get()->printThreadInfoReg(2);
+//     ThreadManager::get()->printThreadInfoReg(LEVEL_INFORMATION);
 //
 // Threads are known by the kernel's ids. Every thread that a Thread starts is registered here;
 // others register themselves. Where an operation of the watchdog takes an id, 0 stands for the

@@ -449,6 +449,7 @@ TEST_F(LoopTest, NoTaskBeginsOnceTheTimeForTheRestIsOver) {
         loop->post([] { usleep(10000); });
     }
     EXPECT_NE(WAIT_FAILED, loop->stop(Rest::RUN, 35ms).result);
+    EXPECT_NE(WAIT_FAILED, loop->stop(Rest::RUN, -1s).result);  // the shortest limit, not none
     StopResult const result = loop->stop(Rest::DROP);
     EXPECT_EQ(REACHED, result.result);
     EXPECT_LE(result.ran, 4u);
@@ -547,7 +548,7 @@ TEST_F(LoopTest, ItIsAMessageDrivenThread) {
     with.listener = &station;
     with.mostMessages = 4;
     with.messageSize = 8;
-    with.watchdogAliveTime = 1h;
+    with.aliveTime = 1h;
     auto const both = Loop::make(with);
     EXPECT_TRUE(*both->call([] {
         int const id = ThreadManager::getCallerId();

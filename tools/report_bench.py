@@ -31,8 +31,11 @@ def read(directory):
             if run.get("run_type") != "iteration" or run.get("error_occurred"):
                 continue
             group, row, contender = run["name"].split("/")[:3]
-            rounds = rows[group][row].setdefault(contender, [])
-            rounds.append(run["real_time"] * TO_NANOSECONDS[run["time_unit"]])
+            figures = {row: run["real_time"] * TO_NANOSECONDS[run["time_unit"]]}
+            if "p99" in run:  # in seconds
+                figures[f"{row}, 99 %"] = run["p99"] * TO_NANOSECONDS["s"]
+            for name, nanoseconds in figures.items():
+                rows[group][name].setdefault(contender, []).append(nanoseconds)
     return rows
 
 

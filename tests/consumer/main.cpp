@@ -29,7 +29,7 @@ struct Adder : utl::ThreadMsgListener {
 int main() {
     Adder adder;
     utl::MsgDrivenThread thread(16, 10, "adder", 0);  // ten messages of up to 16 bytes, no timers
-    if (thread.start(&adder, 0, 0, nullptr, 1, 0, utl::ThreadPriority::NORMAL, 0) != 0) {
+    if (thread.start(&adder, {}) != 0) {
         return 1;
     }
     for (int number = 1; number <= 3; ++number) {

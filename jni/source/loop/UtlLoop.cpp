@@ -23,10 +23,11 @@ void doNothing(void*) {}
 
 bool LoopThread::begin(LoopOptions const& options, LoopTasks& tasks) {
     ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &tasks;
-    auto const aliveTime = static_cast<unsigned long>(options.watchdogAliveTime.count());
-    int const started = start(listener, aliveTime != 0 ? 1 : 0, aliveTime, options.watchdogListener,
-                              1, 0, options.priority, 0);
-    return started == REACHED && call(doNothing, nullptr);
+    StartOptions asGiven;
+    asGiven.priority = options.priority;
+    asGiven.aliveTime = options.aliveTime;
+    asGiven.watchdogListener = options.watchdogListener;
+    return start(listener, asGiven) == REACHED && call(doNothing, nullptr);
 }
 
 bool LoopThread::call(void (*function)(void* context), void* context) {
@@ -45,7 +46,11 @@ std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) cannot begin", options.name);
         return nullptr;
     }
-    return std::unique_ptr<Loop>(new (std::nothrow) Loop(std::move(thread), *tasks));
+    std::unique_ptr<Loop> loop(new (std::nothrow) Loop(std::move(thread), *tasks));
+    if (loop == nullptr) {
+        applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
+    }
+    return loop;
 }
 
 Loop::~Loop() = default;
@@ -69,10 +74,6 @@ TaskHandle Loop::delayTask(TaskType const& type, void* callable, std::int64_t de
 
 TaskHandle Loop::watchTask(TaskType const& type, void* callable, int descriptor, unsigned events) {
     return mTasks.watch(type, callable, descriptor, events);
-}
-
-StopResult Loop::stop(Rest rest, std::chrono::milliseconds limit) {
-    return mThread->stop(rest, limit);
 }
 
 TaskHandle::TaskHandle(LoopTasks& tasks, std::uint32_t place, std::uint32_t generation)

@@ -11,9 +11,9 @@
 #include "UtlArray.h"
 #include "UtlTask.h"
 
-namespace utl {
+#include "messaging/UtlCacheDistance.h"
 
-constexpr std::size_t CACHE_LINE = 64;
+namespace utl {
 
 // A callable in memory of the loop. It is moved in and destroyed by who has the room to himself.
 struct TaskRoom {

@@ -4,10 +4,14 @@
 #ifndef UTL_CACHE_DISTANCE_H
 #define UTL_CACHE_DISTANCE_H
 
+#include <cstddef>
+
 namespace utl {
 
+constexpr std::size_t CACHE_LINE = 64;  // bytes, on the processors that it matters for
+
 struct CacheDistance {
-    char bytes[64];
+    char bytes[CACHE_LINE];
 };
 
 }  // namespace utl

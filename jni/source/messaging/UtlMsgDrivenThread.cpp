@@ -1,7 +1,5 @@
 #include "UtlMsgDrivenThread.h"
 
-#include <algorithm>
-#include <limits>
 #include <new>
 #include <optional>
 
@@ -11,17 +9,6 @@
 #include "platform/UtlFutex.h"
 
 namespace utl {
-
-namespace {
-
-// What other waits take: 0 for no limit. One that is longer than they can be is as long as they
-// can.
-unsigned long timeoutOf(std::chrono::milliseconds limit) {
-    constexpr std::int64_t LONGEST = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<unsigned long>(std::clamp<std::int64_t>(limit.count(), 0, LONGEST));
-}
-
-}  // namespace
 
 ThreadMsgListener::~ThreadMsgListener() = default;
 
@@ -83,11 +70,19 @@ int MsgDrivenThread::stop(int waitMode, unsigned long timeout) {
     return result;
 }
 
-StopResult MsgDrivenThread::stop(Rest rest, std::chrono::milliseconds limit) {
+StopResult MsgDrivenThread::stop(Rest rest) {
+    return stopWithin(rest, 0);
+}
+
+StopResult MsgDrivenThread::stop(Rest rest, Duration limit) {
+    return stopWithin(rest, limit.atLeastOne());
+}
+
+// `timeout` in milliseconds, 0 for no limit.
+StopResult MsgDrivenThread::stopWithin(Rest rest, unsigned long timeout) {
     if (!hasDone(STARTED) || !isOfThisProcess() || control().isRefusedInTransfer()) {
         return {WAIT_FAILED, 0, 0};
     }
-    unsigned long const timeout = timeoutOf(limit);
     std::uint64_t until;
     if (isRunning() && platform::limitAfter(timeout, &until)) {
         mLoop->close(rest, until);
