@@ -6,7 +6,7 @@
 //     handlers.on<TimerMsg>([&](TimerMsg const& timer) { ... timer.getTimerId() ... });
 //
 //     MsgDrivenThread thread(256, 100, "readings", 1);
-//     thread.start(&handlers, 0, 0, nullptr, 1, 0, ThreadPriority::NORMAL, 0);
+//     thread.start(&handlers, {});
 //
 // It makes no difference to the other side: whoever posts, sends or asks with messages written by
 // hand is understood, and so is a thread with a listener written by hand.
