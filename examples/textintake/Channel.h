@@ -21,7 +21,7 @@ public:
                 return false;
             }
             sender.keepAliveWatchdog(utl::StatementInfo("Channel", "send", __LINE__, 0));
-            mHasRoom.waitToOn(100);
+            mHasRoom.waitToOn(100ms);
         }
         return mReceiver.postMsg(msg) != 0;
     }

@@ -31,7 +31,7 @@ public:
     // second.
     bool startProgress(Channel const& toWorker) {
         mToWorker = &toWorker;
-        return mThread.setTimer(IS_TERMINAL ? 100 : 1000, 0, 0, 0) != -1;
+        return mThread.setTimer(IS_TERMINAL ? 100ms : 1000ms) != -1;
     }
 
     // Drops what has come of a file that was not finished. When the thread has stopped.

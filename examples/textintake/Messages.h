@@ -3,10 +3,13 @@
 #ifndef TEXTINTAKE_MESSAGES_H
 #define TEXTINTAKE_MESSAGES_H
 
+#include <chrono>
 #include <cstdint>
 
 #include "UtlLog.h"
 #include "UtlStructMsg.h"
+
+using namespace std::chrono_literals;
 
 using utl::LEVEL_DETAIL;
 using utl::LEVEL_ERROR;

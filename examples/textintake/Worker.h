@@ -9,7 +9,7 @@
 
 class Worker : public utl::MsgHandlers {
 public:
-    static constexpr unsigned long ALIVE_TIME_MS = 1000;
+    static constexpr std::chrono::milliseconds ALIVE_TIME = 1s;
 
     // With `stalls` it hangs once, for longer than its alive time.
     Worker(Channel& toCollector, bool stalls) : mToCollector(toCollector), mStalls(stalls) {}
@@ -40,7 +40,7 @@ private:
     void workOn(Page* page) {
         if (mStalls) {
             mStalls = false;
-            mThread.waitTo(utl::Thread::STOP_REQUESTED, 3 * ALIVE_TIME_MS);
+            mThread.waitTo(utl::Thread::STOP_REQUESTED, 3 * ALIVE_TIME);
         }
         mNormalizer.normalize(page->text, sizeof page->text);
         page->words = mWords.count(page->text);

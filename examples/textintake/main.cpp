@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -28,8 +29,7 @@ namespace {
 constexpr int EXIT_FAILED = 1;
 constexpr int EXIT_BAD_ARGUMENTS = 2;
 
-constexpr unsigned long LOOK_INTERVAL_MS = 100;
-constexpr unsigned long FILE_ALIVE_TIME_MS = 5000;  // of those who may have to wait for a disk
+constexpr std::chrono::seconds FILE_ALIVE_TIME = 5s;  // of those who may have to wait for a disk
 
 int complain(std::string const& sentence, int exitCode) {
     std::fprintf(stderr, "textintake: %s\n", sentence.c_str());
@@ -114,11 +114,11 @@ private:
     Report& mReport;
 };
 
-// Starts the thread of a listener, under the watchdog.
-template <typename Listener>
-bool start(Listener& listener, unsigned long aliveTime, Alarm& alarm) {
-    return listener.listen() && listener.thread().start(&listener, 1, aliveTime, &alarm, 1, 0,
-                                                        utl::ThreadPriority::NORMAL, 0) == 0;
+utl::StartOptions watched(utl::Duration aliveTime, Alarm& alarm) {
+    utl::StartOptions options;
+    options.aliveTime = aliveTime;
+    options.watchdogListener = &alarm;
+    return options;
 }
 
 // Until the time is over, a signal comes, the report has a failure, or all is done.
@@ -131,12 +131,12 @@ void run(Options const& options, bool endsWhenDone, sigset_t const& endSignals, 
     Reader reader(inbox, worker.channel());
     utl::SharedTimer timers(0, 0, nullptr, 1, "look timer");
     inbox.onTime(0);
-    if (!start(collector, FILE_ALIVE_TIME_MS, alarm) ||
-        !start(worker, Worker::ALIVE_TIME_MS, alarm) ||
+    if (!collector.listen() || !worker.listen() ||
+        collector.thread().start(&collector, watched(FILE_ALIVE_TIME, alarm)) != 0 ||
+        worker.thread().start(&worker, watched(Worker::ALIVE_TIME, alarm)) != 0 ||
         !collector.startProgress(worker.channel()) ||
-        reader.thread().start(1, FILE_ALIVE_TIME_MS, &alarm, 1, 0, utl::ThreadPriority::NORMAL,
-                              0) != 0 ||
-        !timers.start(timers.addTimer(&inbox, LOOK_INTERVAL_MS, 0, 0), 0)) {
+        reader.thread().start(watched(FILE_ALIVE_TIME, alarm)) != 0 ||
+        !timers.start(timers.addTimer(&inbox, 100ms), 0)) {
         report.fail("cannot start its threads; the log tells why");
     }
 
@@ -154,12 +154,9 @@ void run(Options const& options, bool endsWhenDone, sigset_t const& endSignals, 
     // What is under way is dropped, not awaited: its files are still in the inbox.
     timers.destroy();
     inbox.close();
-    reader.thread().stop(0, 0);
-    worker.thread().stop(0, 0);
-    collector.thread().stop(0, 0);
-    reader.thread().waitTo(utl::Thread::EXECUTED, 0);
-    worker.thread().waitTo(utl::Thread::EXECUTED, 0);
-    collector.thread().waitTo(utl::Thread::EXECUTED, 0);
+    reader.thread().stop(1, 0);
+    worker.thread().stop(1, 0);
+    collector.thread().stop(1, 0);
     reader.thread().leaveManagement();
     collector.giveUp();
     if (std::size_t const files = inbox.countUnfinished()) {
@@ -213,7 +210,7 @@ int main(int argc, char** argv) {
 
     Report report;
     utl::ThreadManager::get()->entryCaller(0, 0, nullptr, "main");
-    utl::ThreadManager::get()->setWatchdogWatchInterval(200);
+    utl::ThreadManager::get()->setWatchdogWatchInterval(200ms);
     run(options, endsWhenDone, endSignals, shelf, report);
     if (!isRegistryEmpty()) {
         report.fail("a thread is left in the registry");
