@@ -32,6 +32,7 @@
 #include "UtlThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadRawMsg.h"
+#include "UtlThreadSafety.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimepiece.h"
 #include "UtlTimer.h"

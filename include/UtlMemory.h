@@ -27,6 +27,7 @@
 #include <cstdint>
 
 #include "UtlApi.h"
+#include "UtlThreadSafety.h"
 
 namespace utl {
 
@@ -154,7 +155,7 @@ private:
     void recordAllocation(DetailHeapInfo const& info);
     void recordRelease(std::uintptr_t address, unsigned long fileId, int line);
 
-    static Memory* mpTheObject;  // guarded by mInstantiationSyncObject
+    static Memory* mpTheObject UTL_GUARDED_BY(mInstantiationSyncObject);
 
     // Locks, outer first: mInstantiationSyncObject, that of the tables.
     static platform::StaticLock mInstantiationSyncObject;

@@ -19,6 +19,7 @@
 #include "UtlMap.h"
 #include "UtlString.h"
 #include "UtlThread.h"
+#include "UtlThreadSafety.h"
 
 namespace utl {
 
@@ -217,7 +218,8 @@ private:
 
     explicit ThreadManager(unsigned long entryMax);
 
-    static ThreadManager* createLocked(unsigned long entryMax);
+    static ThreadManager* createLocked(unsigned long entryMax)
+        UTL_REQUIRES(mInstantiationSyncObject);
     static bool isWatchdogThread();
     static void* startThread(void* argument);
     static void report(StatementInfo const& statement);
@@ -225,7 +227,7 @@ private:
     static int startOnCurrent(StartRequest const& request);
     int start(StartRequest const& request);
     StartRecord* createThread(StartRequest const& request, ThreadEntry* entry);
-    bool registerStarted(int id, ThreadEntry const& entry);
+    bool registerStarted(int id, ThreadEntry const& entry) UTL_REQUIRES(mRegistryLock);
     void announce(int id, int watchdogMode, unsigned long aliveTimeMs,
                   WatchdogTimerListener* listener, char const* name);
     static void retryWatchdog();
@@ -248,7 +250,7 @@ private:
     // watchdog's thread holds none of them while it calls a listener.
     static platform::StaticLock mInstantiationSyncObject;
     static platform::StaticLock mRegistryLock;
-    Map<int, ThreadEntry> mRegistry;  // guarded by mRegistryLock
+    Map<int, ThreadEntry> mRegistry UTL_GUARDED_BY(mRegistryLock);
     ThreadWatchdog* const mWatchdog;  // owned
     std::atomic<bool> mLogsRegistrations{false};
 };

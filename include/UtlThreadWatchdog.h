@@ -21,8 +21,13 @@
 #include "UtlMsgDrivenThread.h"
 #include "UtlStatementInfo.h"
 #include "UtlString.h"
+#include "UtlThreadSafety.h"
 
 namespace utl {
+
+namespace platform {
+class StaticLock;
+}
 
 class Deadline;
 class LineOutput;
@@ -173,12 +178,12 @@ private:
 
     bool isInitialized() const;
     int exchangeWatchTimer(int timerId);
-    bool insertLocked(WatchdogInfo const& info);
-    WatchdogInfo* findLocked(int id);
-    WatchdogInfo const* findLocked(int id) const;
-    bool hasWatchedLocked() const;
-    void expectCheckLocked();
-    void addLatenessLocked(std::uint32_t now);
+    bool insertLocked(WatchdogInfo const& info) UTL_REQUIRES(mTableLock);
+    WatchdogInfo* findLocked(int id) UTL_REQUIRES(mTableLock);
+    WatchdogInfo const* findLocked(int id) const UTL_REQUIRES(mTableLock);
+    bool hasWatchedLocked() const UTL_REQUIRES(mTableLock);
+    void expectCheckLocked() UTL_REQUIRES(mTableLock);
+    void addLatenessLocked(std::uint32_t now) UTL_REQUIRES(mTableLock);
     void executeWatchThreads();
     bool declareTimeout(std::uint32_t now, WatchdogTimerListener** listener);
     void callListener(WatchdogTimerListener* listener);
@@ -188,15 +193,21 @@ private:
     std::unique_ptr<MsgDrivenThread> mThread;  // changed while this is not initialised
     std::atomic<int> mThreadId{0};
 
-    // Guarded by the watchdog's lock, a leaf, from here on.
-    int mWatchTimerId = -1;
-    unsigned long mWatchIntervalMs = 0;
-    bool mIsResting = false;         // nobody is watched: the check timer stands still
-    std::uint64_t mNextCheckNs = 0;  // when it is due
-    std::uint64_t mLatenessNs = 0;   // of checks, not yet added to the threads' time
-    bool mIsInitialized = false;
-    Map<int, WatchdogInfo> mInfos;
-    int mCalledId = 0;  // whose listener is being called while mHasReturned is off
+    // Of all watchdogs, and a leaf.
+    static platform::StaticLock mTableLock;
+
+    int mWatchTimerId UTL_GUARDED_BY(mTableLock) = -1;
+    unsigned long mWatchIntervalMs UTL_GUARDED_BY(mTableLock) = 0;
+    // Nobody is watched: the check timer stands still.
+    bool mIsResting UTL_GUARDED_BY(mTableLock) = false;
+    std::uint64_t mNextCheckNs UTL_GUARDED_BY(mTableLock) = 0;  // when it is due
+    // Of checks, not yet added to the threads' time.
+    std::uint64_t mLatenessNs UTL_GUARDED_BY(mTableLock) = 0;
+    bool mIsInitialized UTL_GUARDED_BY(mTableLock) = false;
+    Map<int, WatchdogInfo> mInfos UTL_GUARDED_BY(mTableLock);
+    // Whose listener is being called while mHasReturned is off. Written with mTableLock held, by
+    // the watchdog's thread only.
+    int mCalledId = 0;
     Event mHasReturned{1, 0};
     std::atomic<unsigned> mCalls{0};  // how often one has begun and returned
 };

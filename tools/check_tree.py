@@ -11,7 +11,7 @@ SOURCE = ROOT / "jni" / "source"
 
 # From the bottom to the top: folders of jni/source, or modules where a folder has several layers.
 LAYERS = [
-    {"UtlApi", "UtlDuration"},
+    {"UtlApi", "UtlDuration", "UtlThreadSafety"},
     {"platform", "UtlRawMemory", "UtlUtf8"},
     {"containers", "UtlArray", "UtlMap", "UtlRingArray", "UtlQueue"},
     {"UtlSyncObject"},

@@ -12,7 +12,7 @@ namespace utl {
 namespace {
 
 platform::StaticLock listLock(platform::LockOrder::LINES);
-LineBuffer* firstOn = nullptr;  // guarded by listLock
+LineBuffer* firstOn UTL_GUARDED_BY(listLock) = nullptr;
 
 }  // namespace
 
@@ -68,7 +68,7 @@ void LineBuffer::settle() {
 
 // The threads that use them go on without looking: what they add meanwhile they add when they see
 // that there was a fork.
-void LineBuffer::settleAll() {
+void LineBuffer::settleAll() UTL_REQUIRES(listLock) {
     for (LineBuffer* lines = firstOn; lines != nullptr; lines = lines->mNext) {
         if (!lines->isForked()) {
             lines->mSettledAt = lines->mAt.load(std::memory_order_relaxed);

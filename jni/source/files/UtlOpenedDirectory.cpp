@@ -24,9 +24,8 @@ platform::StaticLock modeLock(platform::LockOrder::PARENT_MODES);
 
 constexpr unsigned OWNER_WORKS = 0300;
 
-// Both guarded by modeLock.
-OpenedDirectory* firstScope = nullptr;
-unsigned scopesProcess = 0;
+OpenedDirectory* firstScope UTL_GUARDED_BY(modeLock) = nullptr;
+unsigned scopesProcess UTL_GUARDED_BY(modeLock) = 0;
 
 // Deliberate: with the type bits of st_mode, so that a permission value always differs. Callers
 // learn from the result whether they owe the way back.
@@ -53,7 +52,7 @@ OpenedDirectory* OpenedDirectory::find(OpenedDirectory* from,
 }
 
 // A forked child has nobody in scopes: their threads go on in the parent, who puts the modes back.
-void OpenedDirectory::forgetParentProcess() {
+void OpenedDirectory::forgetParentProcess() UTL_REQUIRES(modeLock) {
     if (scopesProcess != platform::processNumber()) {
         scopesProcess = platform::processNumber();
         firstScope = nullptr;
@@ -66,7 +65,7 @@ OpenedDirectory::OpenedDirectory(int descriptor) : mDescriptor(descriptor) {
     mIsOpen = platform::descriptorStatus(descriptor, &mStatus) && openUp();
 }
 
-bool OpenedDirectory::openUp() {
+bool OpenedDirectory::openUp() UTL_REQUIRES(modeLock) {
     bool const isOpenToAll = (mStatus.st_mode & PERMISSIONS) == OPEN_TO_ALL;
     OpenedDirectory const* const other = find(firstScope, mStatus);
     if (isOpenToAll && other == nullptr) {
@@ -104,8 +103,8 @@ OpenedDirectory::~OpenedDirectory() {
 
 // For the scopes of one directory, `status`: the mode that comes back becomes `mode`, and `status`
 // gets the one that would have. The directory stays open for whoever works in it. False when there
-// is none. The caller holds modeLock.
-bool OpenedDirectory::replaceMode(platform::FileStatus* status, long mode) {
+// is none.
+bool OpenedDirectory::replaceMode(platform::FileStatus* status, long mode) UTL_REQUIRES(modeLock) {
     forgetParentProcess();
     OpenedDirectory* scope = find(firstScope, *status);
     if (scope == nullptr) {

@@ -42,17 +42,16 @@ constexpr LevelOutput LEVELS[] = {
 constexpr char SYSTEM_ERROR_TAG[] = "XM_SYSERR";
 constexpr char CUT[] = "...";  // the end of a line that is too long
 
-// Guarded by the turn to write.
-char processTag[LOG_NAME_SIZE];
-LogSink ownSink = nullptr;
-void* ownContext = nullptr;
-bool isInOwnSink = false;
+// The turn to write guards them.
+char processTag[LOG_NAME_SIZE] UTL_GUARDED_BY(platform::logSinkLock);
+LogSink ownSink UTL_GUARDED_BY(platform::logSinkLock) = nullptr;
+void* ownContext UTL_GUARDED_BY(platform::logSinkLock) = nullptr;
+bool isInOwnSink UTL_GUARDED_BY(platform::logSinkLock) = false;
 
 std::atomic<unsigned long> lostLines{0};
 std::atomic<unsigned> losingProcess{0};  // a child begins anew
 
-// The caller has the turn.
-void countLostLine() {
+void countLostLine() UTL_REQUIRES(platform::logSinkLock) {
     if (losingProcess.load(std::memory_order_relaxed) != platform::processNumber()) {
         lostLines.store(0, std::memory_order_relaxed);
         losingProcess.store(platform::processNumber(), std::memory_order_release);
@@ -73,7 +72,7 @@ private:
     char const mBefore;
 };
 
-bool writeToOwnSink(LogOutput const& output, char const* tag) {
+bool writeToOwnSink(LogOutput const& output, char const* tag) UTL_REQUIRES(platform::logSinkLock) {
     platform::LogMessage const& message = output.message;
     std::string_view const text = platform::withoutLineEnd(message.text);
     Ended const textEnd(message.text + text.size());
@@ -88,13 +87,17 @@ bool writeToOwnSink(LogOutput const& output, char const* tag) {
     platform::NoCancellation const noCancellation;
     bool isWritten = false;
     isInOwnSink = true;
-    callUserCode("LogSink", tag, [&] { isWritten = ownSink(record, ownContext); });
+    callUserCode("LogSink", tag, [&] {
+        platform::logSinkLock.assumeHeld();
+        isWritten = ownSink(record, ownContext);
+    });
     isInOwnSink = false;
     return isWritten;
 }
 
 // Beside the line goes what it was made of, which the function's format has no place for.
-bool print(int priority, char const* tag, LogOutput const& output) {
+bool print(int priority, char const* tag, LogOutput const& output)
+    UTL_REQUIRES(platform::logSinkLock) {
     int (*const unchecked)(int, char const*, char const*, ...) = __android_log_print;
     int result = 0;
     callUserCode("__android_log_print", processTag, [&result, &output, unchecked, priority, tag] {
@@ -103,7 +106,7 @@ bool print(int priority, char const* tag, LogOutput const& output) {
     return result >= 0;
 }
 
-bool writeToSystemLog(LogOutput& output, char const* tag) {
+bool writeToSystemLog(LogOutput& output, char const* tag) UTL_REQUIRES(platform::logSinkLock) {
     LevelOutput const& level = LEVELS[output.level];
     if (level.isSystemError && output.tag == nullptr) {
         output.message.isShown = false;

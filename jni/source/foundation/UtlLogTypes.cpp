@@ -127,7 +127,7 @@ public:
     LogType& library() { return mTypes[1]; }
 
     // False when there is no room.
-    bool setLocked(int number, int filter, Name const& name) {
+    bool setLocked(int number, int filter, Name const& name) UTL_REQUIRES(tableLock) {
         if (LogType* const known = find(number)) {
             known->change(filter, name);
             return true;
@@ -146,13 +146,13 @@ public:
         return true;
     }
 
-    void changeAllFiltersLocked(int filter) {
+    void changeAllFiltersLocked(int filter) UTL_REQUIRES(tableLock) {
         for (std::size_t i = 0; i < mCount; ++i) {
             mTypes[i].changeFilter(filter);
         }
     }
 
-    void applyLocked(LogSettings const& settings) {
+    void applyLocked(LogSettings const& settings) UTL_REQUIRES(tableLock) {
         for (std::size_t i = 0; i < mCount; ++i) {
             char name[LOG_NAME_SIZE];
             LogType::State const state = mTypes[i].state();
@@ -178,12 +178,12 @@ private:
         LogType(LEVEL_DETAIL, {""}),         // the fallback
         LogType(LEVEL_DETAIL, {"<UTIL> "}),  // the library's own
     };
-    std::size_t mCount = 2;  // guarded by tableLock
+    std::size_t mCount UTL_GUARDED_BY(tableLock) = 2;
 };
 
 Table table;
 
-LogSettings settings;  // guarded by tableLock
+LogSettings settings UTL_GUARDED_BY(tableLock);
 
 }  // namespace
 

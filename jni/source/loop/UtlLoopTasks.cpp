@@ -25,10 +25,12 @@ constexpr int NO_KERNEL_TIMER = -1;
 
 }  // namespace
 
-class LoopTasks::Guard {
+class UTL_SCOPED_CAPABILITY LoopTasks::Guard {
 public:
-    explicit Guard(LoopTasks const& tasks) : mMutex(tasks.mMutex) { mMutex.lock(); }
-    ~Guard() { mMutex.unlock(); }
+    explicit Guard(LoopTasks const& tasks) UTL_ACQUIRE(tasks.mMutex) : mMutex(tasks.mMutex) {
+        mMutex.lock();
+    }
+    ~Guard() UTL_RELEASE() { mMutex.unlock(); }
     Guard(Guard const&) = delete;
     Guard& operator=(Guard const&) = delete;
 
@@ -51,7 +53,8 @@ LoopTasks::LoopTasks(unsigned long mostTasks, unsigned long mostTimers,
 
 LoopTasks::~LoopTasks() = default;
 
-bool LoopTasks::isWhole() const {
+// Nobody else knows of it yet.
+bool LoopTasks::isWhole() const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mQueue.capacity() == mMostTasks && mDelayed.capacity() == mMostTimers &&
            mWatching.capacity() == mMostDescriptors && (mMostTimers == 0 || mDeadlines.isMade()) &&
            mPolled.isMade();

@@ -20,6 +20,7 @@
 
 #include "UtlMsgDrivenThread.h"
 #include "UtlTask.h"
+#include "UtlThreadSafety.h"
 
 #include "loop/UtlDeadlineHeap.h"
 #include "loop/UtlPollSet.h"
@@ -76,24 +77,24 @@ private:
     bool isLoopThread() const;
     bool isTakingTasks() const;
 
-    KeptTask* take(TaskTable& table, TaskType const& type, void* callable);
-    void putBack(TaskTable& table, KeptTask& task);
-    TaskHandle handleLocked(unsigned long place, KeptTask& task);
-    bool isWatchedLocked(int descriptor);
-    void changeWatchesLocked();
-    bool armLocked(std::uint64_t due);
-    bool armKernelTimerLocked(std::uint64_t due);
+    KeptTask* take(TaskTable& table, TaskType const& type, void* callable) UTL_EXCLUDES(mMutex);
+    void putBack(TaskTable& table, KeptTask& task) UTL_EXCLUDES(mMutex);
+    TaskHandle handleLocked(unsigned long place, KeptTask& task) UTL_REQUIRES(mMutex);
+    bool isWatchedLocked(int descriptor) UTL_REQUIRES(mMutex);
+    void changeWatchesLocked() UTL_REQUIRES(mMutex);
+    bool armLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
+    bool armKernelTimerLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
 
     template <typename Code>
-    void callTask(Code code);
-    void runKept(TaskTable& table, KeptTask& task, unsigned long told);
-    bool goesOnWaiting(TaskTable& table, KeptTask& task);
-    bool executeDue();
-    KeptTask* takeDueLocked(unsigned long* missed);
-    bool executeReady();
-    KeptTask* takeReadyLocked(PollSet::Ready const& ready);
-    void collectWatches();
-    unsigned long dropTable(TaskTable& table);
+    void callTask(Code code) UTL_EXCLUDES(mMutex);
+    void runKept(TaskTable& table, KeptTask& task, unsigned long told) UTL_EXCLUDES(mMutex);
+    bool goesOnWaiting(TaskTable& table, KeptTask& task) UTL_EXCLUDES(mMutex);
+    bool executeDue() UTL_EXCLUDES(mMutex);
+    KeptTask* takeDueLocked(unsigned long* missed) UTL_REQUIRES(mMutex);
+    bool executeReady() UTL_EXCLUDES(mMutex);
+    KeptTask* takeReadyLocked(PollSet::Ready const& ready) UTL_REQUIRES(mMutex);
+    void collectWatches() UTL_EXCLUDES(mMutex);
+    unsigned long dropTable(TaskTable& table) UTL_EXCLUDES(mMutex);
 
     std::atomic<unsigned> mReferences{1};
     unsigned long const mMostTasks;
@@ -108,13 +109,13 @@ private:
     SlotRing mQueue;  // what is put in is guarded by the control's mutex
 
     mutable platform::Mutex mMutex;
-    bool mHasEnded = false;  // this and all up to the next empty line are guarded by mMutex
-    TaskTable mDelayed;
+    bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
+    TaskTable mDelayed;  // guarded by mMutex, but for what is in a TAKEN place, as is mWatching
     TaskTable mWatching;
-    DeadlineHeap mDeadlines;
-    std::uint64_t mArmedFor = NEVER;
-    unsigned long mOnceCount = 0;     // of those that wait and are called once
-    unsigned long mDroppedCount = 0;  // when the loop is over
+    DeadlineHeap mDeadlines UTL_GUARDED_BY(mMutex);
+    std::uint64_t mArmedFor UTL_GUARDED_BY(mMutex) = NEVER;
+    unsigned long mOnceCount UTL_GUARDED_BY(mMutex) = 0;  // of those that wait and are called once
+    unsigned long mDroppedCount UTL_GUARDED_BY(mMutex) = 0;  // when the loop is over
 
     std::atomic<bool> mHaveWatchesChanged{false};
 

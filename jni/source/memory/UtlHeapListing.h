@@ -123,7 +123,7 @@ private:
         std::push_heap(mRows, mRows + mCount, precedes);
     }
 
-    Table const& mTable;
+    Table const& mTable UTL_GUARDED_BY(mLock);
     platform::StaticLock& mLock;
     std::uint64_t const mBegin;
     std::uint64_t const mEnd;

@@ -47,17 +47,17 @@ constexpr char WARNING_RULE[] =
 platform::StaticLock tableLock(platform::LockOrder::HEAP_TABLE);
 alignas(Memory) unsigned char place[sizeof(Memory)];
 
-// Guarded by tableLock. The tables are zero at load and take up memory only as they fill.
+// The tables are zero at load and take up memory only as they fill.
 using Details = HeapTable<MAX_DETAILS>;
-Memory::ProcessHeapInfo processHeapInfo;
-Details details;
-std::uint64_t nextSerial = 1;
-std::uint64_t markSerial = 0;  // 0 for never marked
-Memory::FileNameInfo fileNames[MAX_FILE_NAMES];
-HashChains<MAX_FILE_NAMES> fileChains;
-std::uint32_t fileNameCount = 0;
-Memory::ThreadNameInfo threadNames[MAX_THREAD_NAMES];
-unsigned long threadNameCount = 0;
+Memory::ProcessHeapInfo processHeapInfo UTL_GUARDED_BY(tableLock);
+Details details UTL_GUARDED_BY(tableLock);
+std::uint64_t nextSerial UTL_GUARDED_BY(tableLock) = 1;
+std::uint64_t markSerial UTL_GUARDED_BY(tableLock) = 0;  // 0 for never marked
+Memory::FileNameInfo fileNames[MAX_FILE_NAMES] UTL_GUARDED_BY(tableLock);
+HashChains<MAX_FILE_NAMES> fileChains UTL_GUARDED_BY(tableLock);
+std::uint32_t fileNameCount UTL_GUARDED_BY(tableLock) = 0;
+Memory::ThreadNameInfo threadNames[MAX_THREAD_NAMES] UTL_GUARDED_BY(tableLock);
+unsigned long threadNameCount UTL_GUARDED_BY(tableLock) = 0;
 
 std::uint32_t hashOf(char const* name) {
     std::uint32_t hash = 2166136261u;
@@ -67,14 +67,14 @@ std::uint32_t hashOf(char const* name) {
     return hash;
 }
 
-void countAllocation(unsigned long bytes) {
+void countAllocation(unsigned long bytes) UTL_REQUIRES(tableLock) {
     processHeapInfo.UseBytes += bytes;
     processHeapInfo.MaxBytes = std::max(processHeapInfo.MaxBytes, processHeapInfo.UseBytes);
     processHeapInfo.UseCount += 1;
     processHeapInfo.MaxCount = std::max(processHeapInfo.MaxCount, processHeapInfo.UseCount);
 }
 
-void countRelease(unsigned long bytes) {
+void countRelease(unsigned long bytes) UTL_REQUIRES(tableLock) {
     processHeapInfo.UseBytes -= processHeapInfo.UseBytes != 0 ? bytes : 0;
     processHeapInfo.UseCount -= processHeapInfo.UseCount != 0 ? 1 : 0;
 }
@@ -102,9 +102,8 @@ bool release(std::uintptr_t address) {
     return isKnown;
 }
 
-// The caller holds tableLock. The latest first: the kernel gives the ids of finished threads to
-// others.
-Memory::ThreadNameInfo const* findThreadName(int threadId) {
+// The latest first: the kernel gives the ids of finished threads to others.
+Memory::ThreadNameInfo const* findThreadName(int threadId) UTL_REQUIRES(tableLock) {
     for (unsigned long i = threadNameCount; i > 0; --i) {
         if (threadNames[i - 1].threadId == threadId) {
             return &threadNames[i - 1];

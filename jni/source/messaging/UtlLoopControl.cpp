@@ -62,8 +62,8 @@ bool LoopControl::isRefusedInTransfer() const {
     return isInTransfer;
 }
 
-// With the mutex held, before and, if it is taken, after.
-void LoopControl::Access::awaitShared() {
+// With the mutex held, before and, if it is taken, after: which the analysis cannot follow.
+void LoopControl::Access::awaitShared() UTL_NO_THREAD_SAFETY_ANALYSIS {
     if (current() == &mLoop) {
         return;
     }
@@ -87,6 +87,7 @@ LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisit
 }
 
 LoopControl::Posting LoopControl::Asking::postLocked(Request const& request, Entry const& entry) {
+    mLoop.mMutex.assumeHeld();
     mLoop.mRequest = request;
     mLoop.mAsker = current();
     mLoop.mIsAnswered.setOff();

@@ -31,6 +31,7 @@
 #include "UtlEvent.h"
 #include "UtlString.h"
 #include "UtlSyncObject.h"
+#include "UtlThreadSafety.h"
 
 #include "foundation/UtlVisitorCount.h"
 #include "messaging/UtlCacheDistance.h"
@@ -99,11 +100,16 @@ public:
     // lock: a word that is there when the loop goes to sleep keeps it awake.
     void nudge();
 
+    // What is held by whoever has one of those that follow.
+    platform::Mutex const& mutex() const UTL_RETURN_CAPABILITY(mMutex) { return mMutex; }
+
     // The mutex for a scope.
-    class Guard {
+    class UTL_SCOPED_CAPABILITY Guard {
     public:
-        explicit Guard(LoopControl& loop) : mMutex(loop.mMutex) { mMutex.lock(); }
-        ~Guard() { mMutex.unlock(); }
+        explicit Guard(LoopControl& loop) UTL_ACQUIRE(loop.mMutex) : mMutex(loop.mMutex) {
+            mMutex.lock();
+        }
+        ~Guard() UTL_RELEASE() { mMutex.unlock(); }
         Guard(Guard const&) = delete;
         Guard& operator=(Guard const&) = delete;
 
@@ -126,16 +132,17 @@ public:
     bool isRefusedInTransfer() const;
 
     // The mutex for a scope that changes the queue: waits while the loop has the queue for itself,
-    // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread.
-    class Access {
+    // but on the loop's own thread. Not taken, logged, when the loop waits for the calling thread:
+    // the analysis, which knows no such case, relies on the caller's asking first.
+    class UTL_SCOPED_CAPABILITY Access {
     public:
-        explicit Access(LoopControl& loop) : mLoop(loop) {
+        explicit Access(LoopControl& loop) UTL_ACQUIRE(loop.mMutex) : mLoop(loop) {
             mLoop.mMutex.lock();
             if (mLoop.mIsExclusive) {
                 awaitShared();
             }
         }
-        ~Access() {
+        ~Access() UTL_RELEASE() {
             if (mIsTaken) {
                 mLoop.mMutex.unlock();
             }
@@ -163,7 +170,8 @@ public:
 
         explicit operator bool() const { return mGuard.has_value(); }
 
-        // With the mutex held. Whether the loop was asked, by the entry that was queued.
+        // With the mutex held, which callers know by another name than this does. Whether the loop
+        // was asked, by the entry that was queued.
         Posting postLocked(Request const& request, Entry const& entry);
 
         // Without it, when it was asked: blocks until the loop has answered or ended. Whether it
@@ -183,14 +191,14 @@ public:
     // the loop may find it. UNHEARD, logged: it is queued, without that call, but the loop could
     // not be woken.
     template <typename Publish>
-    Posting postLocked(Entry const& entry, Publish publish);
-    Posting postLocked(Entry const& entry) {
+    Posting postLocked(Entry const& entry, Publish publish) UTL_REQUIRES(mMutex);
+    Posting postLocked(Entry const& entry) UTL_REQUIRES(mMutex) {
         return postLocked(entry, [] {});
     }
 
-    void closeLocked() { mIsClosed.store(true, std::memory_order_relaxed); }
-    bool hasEndedLocked() const { return mHasEnded; }
-    SlotRing& entriesLocked() { return mEntries; }
+    void closeLocked() UTL_REQUIRES(mMutex) { mIsClosed.store(true, std::memory_order_relaxed); }
+    bool hasEndedLocked() const UTL_REQUIRES(mMutex) { return mHasEnded; }
+    SlotRing& entriesLocked() UTL_REQUIRES(mMutex) { return mEntries; }
     static Entry entryIn(unsigned char const* slot) {
         Entry entry;
         std::memcpy(&entry, slot, sizeof entry);
@@ -206,7 +214,7 @@ public:
     // released: both with the mutex held, as is `cleanUp` called.
     void enter();
     template <typename CleanUp>
-    void leave(CleanUp cleanUp);
+    void leave(CleanUp cleanUp) UTL_EXCLUDES(mMutex);
 
     // Takes the next entry. False when there is none.
     bool take(Entry* entry) {
@@ -225,24 +233,25 @@ public:
     // Blocks until there may be something to do, for an extension too if there is one. The watch of
     // the thread pauses meanwhile: it reports alive at the lines `before` and `after`. False,
     // logged, when the pipe is broken.
-    bool sleep(unsigned long before, unsigned long after, LoopExtension* extension = nullptr);
+    bool sleep(unsigned long before, unsigned long after, LoopExtension* extension = nullptr)
+        UTL_EXCLUDES(mMutex);
 
     // After that: blocks until nobody is left of those who waited, so that this may be destroyed.
     void awaitNobody() const { mVisitors.awaitNone(); }
 
     // What the loop is asked for, until it answers. False when it is not asked.
-    bool isAsked(Request* request) {
+    bool isAsked(Request* request) UTL_EXCLUDES(mMutex) {
         return mIsAsked.load(std::memory_order_acquire) && isReallyAsked(request);
     }
-    bool isAskedLocked(Request* request) const;
-    void answerLocked(bool isServed);
+    bool isAskedLocked(Request* request) const UTL_REQUIRES(mMutex);
+    void answerLocked(bool isServed) UTL_REQUIRES(mMutex);
 
     // In a child of a fork made on this thread: what other threads held is free.
     void forgetOtherThreads();
 
     // Between these two nobody else queues anything.
-    void beginExclusive();
-    void endExclusiveLocked();
+    void beginExclusive() UTL_EXCLUDES(mMutex);
+    void endExclusiveLocked() UTL_REQUIRES(mMutex);
 
 private:
     friend class LoopWait;
@@ -250,8 +259,8 @@ private:
     LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
                 unsigned long maxTimers);
 
-    bool isReallyAsked(Request* request);
-    bool wakeLocked(Entry const& entry);
+    bool isReallyAsked(Request* request) UTL_EXCLUDES(mMutex);
+    bool wakeLocked(Entry const& entry) UTL_REQUIRES(mMutex);
     void leaveThread();
     bool read();
 
@@ -269,8 +278,8 @@ private:
     platform::Mutex mMutex;
     std::atomic<bool> mIsAsleep{false};  // set with the mutex held
     std::atomic<bool> mIsClosed{false};  // likewise
-    bool mHasEnded = false;              // guarded by the mutex, as is mIsExclusive
-    bool mIsExclusive = false;
+    bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
+    bool mIsExclusive UTL_GUARDED_BY(mMutex) = false;
     Turns mExclusiveTurns{0};
     Event mIsShared{1, 0};  // the opposite, for who waits
     CacheDistance mBehindSending;
@@ -280,13 +289,13 @@ private:
 
     // Written with the mutex held. The answer is good while the asker has the request lock.
     std::atomic<bool> mIsAsked{false};
-    Request mRequest;
-    LoopControl* mAsker = nullptr;
+    Request mRequest UTL_GUARDED_BY(mMutex);
+    LoopControl* mAsker UTL_GUARDED_BY(mMutex) = nullptr;
     bool mIsServed = false;
     Event mIsAnswered{0, 0};
 
     LoopList::Link mLink;
-    LoopWait::Edge mWaitsFor;  // guarded by the lock of all waits
+    LoopWait::Edge mWaitsFor UTL_GUARDED_BY(LoopWait::mLock);
 };
 
 template <typename Publish>

@@ -4,15 +4,10 @@
 
 #include "foundation/UtlLogLine.h"
 #include "messaging/UtlLoopControl.h"
-#include "platform/UtlStaticLock.h"
 
 namespace utl {
 
-namespace {
-
-platform::StaticLock waitsLock(platform::LockOrder::LOOP_WAITS);
-
-}  // namespace
+platform::StaticLock LoopWait::mLock(platform::LockOrder::LOOP_WAITS);
 
 LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
     : mWaiter(LoopControl::current()) {
@@ -20,7 +15,7 @@ LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
         return;
     }
     {
-        platform::StaticGuard const guard(waitsLock);
+        platform::StaticGuard const guard(mLock);
         // Who is waited for is alive: the waiting thread is inside one of its operations.
         for (LoopControl const* loop = &awaited; loop != nullptr && !mIsRefused;
              loop = next(*loop)) {
@@ -39,14 +34,14 @@ LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
 
 LoopWait::~LoopWait() {
     if (mWaiter != nullptr) {
-        platform::StaticGuard const guard(waitsLock);
+        platform::StaticGuard const guard(mLock);
         mWaiter->mWaitsFor = mOuter;
     }
 }
 
 void LoopWait::end(LoopControl* waiter) {
     if (waiter != nullptr) {
-        platform::StaticGuard const guard(waitsLock);
+        platform::StaticGuard const guard(mLock);
         waiter->mWaitsFor = {};
     }
 }

@@ -13,6 +13,10 @@
 
 #include <atomic>
 
+#include "UtlThreadSafety.h"
+
+#include "platform/UtlStaticLock.h"
+
 namespace utl {
 
 class LoopControl;
@@ -52,7 +56,9 @@ private:
     };
 
     LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn);
-    static LoopControl const* next(LoopControl const& loop);
+    static LoopControl const* next(LoopControl const& loop) UTL_REQUIRES(mLock);
+
+    static platform::StaticLock mLock;  // of all waits
 
     LoopControl* const mWaiter;  // nullptr for a thread without a loop
     Edge mOuter;

@@ -80,7 +80,8 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
     }
 }
 
-bool MsgDrivenThread::Loop::hasAllBuffers() const {
+// Nobody else knows of it yet.
+bool MsgDrivenThread::Loop::hasAllBuffers() const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mControl != nullptr && mControl->capacity() != 0 &&
            mDataQueue.capacity() == mMaxMsgCount && mRefusedMsg.maxSize() == mSlotSize &&
            mSyncMsg.maxSize() == mSlotSize && mAnsweredMsg.maxSize() == mSlotSize &&
@@ -313,6 +314,7 @@ void MsgDrivenThread::Loop::finish() {
     }
     bool isCounted = mExtension != nullptr;  // a plain stop leaves messages without a word
     mControl->leave([this, &isCounted] {
+        mControl->mutex().assumeHeld();
         isCounted = isCounted || mControl->isClosed();
         eraseAllTimerLocked();
     });

@@ -11,6 +11,7 @@
 #include "UtlMap.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadRawMsg.h"
+#include "UtlThreadSafety.h"
 #include "UtlTimerInfo.h"
 
 #include "messaging/UtlBorrowedRecord.h"
@@ -89,7 +90,7 @@ private:
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
     static bool store(Msg const& msg, ThreadRawMsg* record);
-    Queuing queueLocked(Msg const& msg, std::int32_t stamp);
+    Queuing queueLocked(Msg const& msg, std::int32_t stamp) UTL_REQUIRES(mControl->mutex());
     int report(Queuing queuing, long msgId);
     bool restoreAnswer(Msg* answer);
     bool send(LoopControl::Asking& asking, Request request, Msg const& msg);
@@ -100,7 +101,8 @@ private:
     void logError(long msgId);
     int startTimer(TimerInfo const& info);
     LoopControl::Posting postTimerCtlLocked(std::optional<LoopControl::Asking>& asking,
-                                            Request request, long ctlId, int userId);
+                                            Request request, long ctlId, int userId)
+        UTL_REQUIRES(mControl->mutex());
 
     bool isInChild() const { return mProcess != platform::processNumber(); }
     bool isOver() const;
@@ -119,22 +121,22 @@ private:
     int dispatch(ThreadCtlMsg const& ctl);
     int executeReceiveMsg(long msgId);
     void deliver();
-    bool executeFindMsgLocked(long msgId, ThreadRawMsg* found);
-    bool findSlotLocked(long msgId, ThreadRawMsg* found);
-    bool findTimeoutLocked(ThreadRawMsg* found);
-    void executeEraseMsgLocked(long msgId);
-    void eraseMsgFromQueueLocked(long msgId);
+    bool executeFindMsgLocked(long msgId, ThreadRawMsg* found) UTL_REQUIRES(mControl->mutex());
+    bool findSlotLocked(long msgId, ThreadRawMsg* found) UTL_REQUIRES(mControl->mutex());
+    bool findTimeoutLocked(ThreadRawMsg* found) UTL_REQUIRES(mControl->mutex());
+    void executeEraseMsgLocked(long msgId) UTL_REQUIRES(mControl->mutex());
+    void eraseMsgFromQueueLocked(long msgId) UTL_REQUIRES(mControl->mutex());
 
     void executeExpiries();
-    void executeTimeoutSignalLocked(int userId);
+    void executeTimeoutSignalLocked(int userId) UTL_REQUIRES(mControl->mutex());
     int executeTimeout(int userId);
-    int finishTimeoutLocked(int userId);
+    int finishTimeoutLocked(int userId) UTL_REQUIRES(mControl->mutex());
     int executeTimerRequest(ThreadCtlMsg const& ctl);
-    int executeStartTimerLocked(int userId);
-    int executeStopTimerLocked(int userId);
-    bool removeSystemTimerLocked(TimerInfo* info);
-    bool eraseTimerByTimerInfoLocked(TimerInfo* info);
-    void eraseAllTimerLocked();
+    int executeStartTimerLocked(int userId) UTL_REQUIRES(mControl->mutex());
+    int executeStopTimerLocked(int userId) UTL_REQUIRES(mControl->mutex());
+    bool removeSystemTimerLocked(TimerInfo* info) UTL_REQUIRES(mControl->mutex());
+    bool eraseTimerByTimerInfoLocked(TimerInfo* info) UTL_REQUIRES(mControl->mutex());
+    void eraseAllTimerLocked() UTL_REQUIRES(mControl->mutex());
 
     MsgDrivenThread& mThread;
     bool mIsThreadGone = false;  // the loop's
@@ -144,14 +146,14 @@ private:
     std::unique_ptr<LoopExtension, ExtensionRelease> const mExtension;
     std::unique_ptr<LoopControl> const mControl;
 
-    // Guarded by the mutex of the control, but that the loop takes out of the queue without it.
-    BorrowedRecord mSendMsg;
-    ThreadRawMsg mRefusedMsg;                  // of a message that finds no slot
+    BorrowedRecord mSendMsg UTL_GUARDED_BY(mControl->mutex());
+    // Of a message that finds no slot.
+    ThreadRawMsg mRefusedMsg UTL_GUARDED_BY(mControl->mutex());
     std::atomic<unsigned> mOverflowedAt{~0u};  // what mDelivered was when one last found none
     CacheDistance mBehindSending;
-    SlotRing mDataQueue;
-    Map<int, TimerInfo> mTimers;
-    int mNextUserTimerId = 1;
+    SlotRing mDataQueue;  // what is put in is guarded by the mutex of the control
+    Map<int, TimerInfo> mTimers UTL_GUARDED_BY(mControl->mutex());
+    int mNextUserTimerId UTL_GUARDED_BY(mControl->mutex()) = 1;
 
     // Of a stop; what it was when somebody closed.
     std::atomic<std::uint64_t> mRunsUntil{0};  // 0: what is queued is left

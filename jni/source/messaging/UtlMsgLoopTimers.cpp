@@ -160,7 +160,10 @@ int MsgDrivenThread::Loop::executeStopTimerLocked(int userId) {
 void MsgDrivenThread::Loop::executeExpiries() {
     do {
         LoopControl::Guard const guard(*mControl);
-        mControl->timers().take([this](int userId) { executeTimeoutSignalLocked(userId); });
+        mControl->timers().take([this](int userId) {
+            mControl->mutex().assumeHeld();
+            executeTimeoutSignalLocked(userId);
+        });
     } while (mControl->timers().hasExpired());
 }
 
@@ -230,6 +233,7 @@ bool MsgDrivenThread::Loop::eraseTimerByTimerInfoLocked(TimerInfo* info) {
     // timer that wait are still delivered; one that is hit by chance is lost, and its timer must
     // not go on counting it.
     mControl->entriesLocked().eraseIf([this, systemTimerId](unsigned char const* slot) {
+        mControl->mutex().assumeHeld();
         LoopControl::Entry const entry = LoopControl::entryIn(slot);
         bool const isHit = entry.id == CTL_TIMEOUT && entry.parameter == systemTimerId;
         TimerInfo* const owner = isHit ? mTimers.find(entry.parameter) : nullptr;

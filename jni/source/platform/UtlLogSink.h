@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "UtlApi.h"
+#include "UtlThreadSafety.h"
 
 #include "platform/UtlClock.h"
 #include "platform/UtlStaticLock.h"
@@ -46,9 +47,9 @@ inline StaticLock logSinkLock(LockOrder::LOG_OUTPUT);
 
 // The turn of one thread to write; what it writes meanwhile stays together. A thread that has the
 // turn may take it again. It must not be cancelled meanwhile, which is the sink's to see to.
-class LogTurn {
+class UTL_SCOPED_CAPABILITY LogTurn {
 public:
-    LogTurn() {
+    LogTurn() UTL_ACQUIRE(logSinkLock) {
         if (logSinkLock.try_lock()) {
             begin(false, NO_TICK);
             return;
@@ -57,7 +58,7 @@ public:
         logSinkLock.lock();
         begin(true, now);
     }
-    ~LogTurn() {
+    ~LogTurn() UTL_RELEASE() {
         --sDepth;
         logSinkLock.unlock();
     }
@@ -66,7 +67,7 @@ public:
 
     // For how many milliseconds the caller, who has the turn, has been held up: since it asked for
     // the turn if others had it then, or else since this was first called.
-    static std::uint32_t heldUpFor() {
+    static std::uint32_t heldUpFor() UTL_REQUIRES(logSinkLock) {
         std::uint32_t const now = kernelTick();
         if (!sIsHeldUp) {
             sIsHeldUp = true;
@@ -76,17 +77,17 @@ public:
     }
 
 private:
-    static void begin(bool isHeldUp, std::uint32_t since) {
+    static void begin(bool isHeldUp, std::uint32_t since) UTL_REQUIRES(logSinkLock) {
         if (sDepth++ == 0) {
             sIsHeldUp = isHeldUp;
             sHeldUpSince = since;
         }
     }
 
-    // Guarded by logSinkLock. The clock is read only where somebody has to wait.
-    static inline int sDepth = 0;
-    static inline bool sIsHeldUp = false;
-    static inline std::uint32_t sHeldUpSince = NO_TICK;
+    // The clock is read only where somebody has to wait.
+    static inline int sDepth UTL_GUARDED_BY(logSinkLock) = 0;
+    static inline bool sIsHeldUp UTL_GUARDED_BY(logSinkLock) = false;
+    static inline std::uint32_t sHeldUpSince UTL_GUARDED_BY(logSinkLock) = NO_TICK;
 };
 
 }  // namespace platform

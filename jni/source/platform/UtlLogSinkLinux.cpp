@@ -20,16 +20,16 @@ using utl::platform::LogTurn;
 // How long a line may be held up, by those before it and by the reader together.
 constexpr std::uint32_t LONGEST_HOLD_UP_MS = 100;
 
-// What has become of earlier lines; guarded by the turn.
+// What has become of earlier lines.
 struct Output {
     int process = 0;  // the one that has lost lines; a child of it begins anew
     unsigned lostLines = 0;
     bool isStuck = false;    // no reader within that time: until there is one nobody waits for it
     bool isMidLine = false;  // only the beginning of the last line got through
 };
-Output output;
+Output output UTL_GUARDED_BY(utl::platform::logSinkLock);
 
-bool awaitRoom() {
+bool awaitRoom() UTL_REQUIRES(utl::platform::logSinkLock) {
     if (output.isStuck) {
         return false;
     }
@@ -40,7 +40,7 @@ bool awaitRoom() {
 }
 
 // Whether all of it got through in time.
-bool writeWhole(std::string_view text) {
+bool writeWhole(std::string_view text) UTL_REQUIRES(utl::platform::logSinkLock) {
     std::size_t done = 0;
     while (done < text.size()) {
         ssize_t const written =
@@ -61,7 +61,7 @@ bool writeWhole(std::string_view text) {
 }
 
 // True when there is nothing to report.
-bool reportLostLines(char const* tag) {
+bool reportLostLines(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
     if (output.lostLines == 0) {
         return true;
     }

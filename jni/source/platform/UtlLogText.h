@@ -12,6 +12,10 @@
 #include <cstddef>
 #include <string_view>
 
+#include "UtlThreadSafety.h"
+
+#include "platform/UtlLogSink.h"
+
 namespace utl {
 namespace platform {
 
@@ -19,7 +23,7 @@ namespace platform {
 class LogText {
 public:
     // Everything up to the message. Asks for the time and which thread logs.
-    LogText(int priority, char const* tag, int process);
+    LogText(int priority, char const* tag, int process) UTL_REQUIRES(logSinkLock);
     LogText(LogText const&) = delete;
     LogText& operator=(LogText const&) = delete;
 
@@ -32,7 +36,7 @@ public:
 
 private:
     void appendPlain(std::string_view text);
-    void appendTime();
+    void appendTime() UTL_REQUIRES(logSinkLock);
 
     char mText[2048];  // a pipe takes it as a whole; a message of the log fits in any case
     std::size_t mSize = 0;

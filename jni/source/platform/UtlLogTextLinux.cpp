@@ -52,10 +52,10 @@ constexpr std::int64_t DAYS_BEFORE_1970 = 719468;  // from the first of March in
 // How far local time is ahead of UTC. It changes at a quarter of an hour if at all, and is asked
 // for once in each: a line costs no look at the time zone, and a child of fork seldom meets the
 // lock that the C library has there, which another thread may have held.
-std::int64_t secondsAheadOfUtc(time_t now) {
+std::int64_t secondsAheadOfUtc(time_t now) UTL_REQUIRES(logSinkLock) {
     constexpr time_t QUARTER = 900;
-    static time_t quarter = -1;     // guarded by the turn
-    static std::int64_t ahead = 0;  // likewise
+    static time_t quarter UTL_GUARDED_BY(logSinkLock) = -1;
+    static std::int64_t ahead UTL_GUARDED_BY(logSinkLock) = 0;
     if (now / QUARTER != quarter) {
         StaticGuard const guard(timeZoneLock);
         tm local;

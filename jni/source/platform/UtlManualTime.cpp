@@ -91,10 +91,12 @@ struct ManualTime::DescriptorWait {
     }
 };
 
-class ManualTime::Lock {
+class UTL_SCOPED_CAPABILITY ManualTime::Lock {
 public:
-    explicit Lock(ManualTime const& time) : mMutex(time.mMutex) { pthread_mutex_lock(&mMutex); }
-    ~Lock() { pthread_mutex_unlock(&mMutex); }
+    explicit Lock(ManualTime const& time) UTL_ACQUIRE(time) : mMutex(time.mMutex) {
+        pthread_mutex_lock(&mMutex);
+    }
+    ~Lock() UTL_RELEASE() { pthread_mutex_unlock(&mMutex); }
     Lock(Lock const&) = delete;
     Lock& operator=(Lock const&) = delete;
 

@@ -19,12 +19,14 @@
 #include <atomic>
 #include <cstdint>
 
+#include "UtlThreadSafety.h"
+
 #include "platform/UtlFutex.h"
 
 namespace utl {
 namespace platform {
 
-class ManualTime {
+class UTL_CAPABILITY("mutex") ManualTime {
 public:
     // nullptr: the kernel's time holds, as in a child of the process that uses this one.
     // Async-signal-safe.
@@ -120,14 +122,15 @@ private:
     constexpr ManualTime() = default;
 
     static ManualTime* usedHere();
-    bool isWorkerLocked() const;
-    int atWorkLocked() const;
-    void changeWorkLocked(unsigned use, int by);
-    Due dueLocked(std::uint64_t moment);
-    int waitLocked(Lock* lock, void const* word, std::uint32_t channels, std::uint64_t limit);
-    void releaseLocked(Wait* wait, int result);
-    Timer* findTimerLocked(int kernelId) const;
-    void expireLocked(Timer* timer);
+    bool isWorkerLocked() const UTL_REQUIRES(this);
+    int atWorkLocked() const UTL_REQUIRES(this);
+    void changeWorkLocked(unsigned use, int by) UTL_REQUIRES(this);
+    Due dueLocked(std::uint64_t moment) UTL_REQUIRES(this);
+    int waitLocked(Lock* lock, void const* word, std::uint32_t channels, std::uint64_t limit)
+        UTL_REQUIRES(this);
+    void releaseLocked(Wait* wait, int result) UTL_REQUIRES(this);
+    Timer* findTimerLocked(int kernelId) const UTL_REQUIRES(this);
+    void expireLocked(Timer* timer) UTL_REQUIRES(this);
     void awaitHandler() const;
     void endSleepOf(int threadId);
 
@@ -141,13 +144,14 @@ private:
     mutable pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t mWorkChanged = PTHREAD_COND_INITIALIZER;
 
-    // Guarded by the mutex. Nodes that are no timers are on the stacks of those who wait.
-    unsigned mUse = 0;  // 0 while it is not in use
-    std::uint64_t mOrder = 0;
-    int mAtWork = 0;
-    Timer* mTimers = nullptr;
-    Wait* mWaits = nullptr;
-    DescriptorWait* mDescriptorWaits = nullptr;
+    // Who holds the mutex holds the object, by a Lock. Nodes that are no timers are on the stacks
+    // of those who wait.
+    unsigned mUse UTL_GUARDED_BY(this) = 0;  // 0 while it is not in use
+    std::uint64_t mOrder UTL_GUARDED_BY(this) = 0;
+    int mAtWork UTL_GUARDED_BY(this) = 0;
+    Timer* mTimers UTL_GUARDED_BY(this) = nullptr;
+    Wait* mWaits UTL_GUARDED_BY(this) = nullptr;
+    DescriptorWait* mDescriptorWaits UTL_GUARDED_BY(this) = nullptr;
 };
 
 }  // namespace platform

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "UtlThreadSafety.h"
+
 namespace utl {
 namespace platform {
 
@@ -16,24 +18,29 @@ void initializeRecursiveMutex(pthread_mutex_t& mutex);
 
 // For what is held for a few lines only: whoever finds it locked tries again for a moment before
 // going to sleep. Not recursive.
-class Mutex {
+class UTL_CAPABILITY("mutex") Mutex {
 public:
     Mutex() = default;
     Mutex(Mutex const&) = delete;
     Mutex& operator=(Mutex const&) = delete;
 
-    void lock() {
+    // An atomic says nothing to the analysis.
+    void lock() UTL_ACQUIRE() UTL_NO_THREAD_SAFETY_ANALYSIS {
         std::uint32_t state = FREE;
         if (!mState.compare_exchange_strong(state, LOCKED, std::memory_order_acquire,
                                             std::memory_order_relaxed)) {
             lockOfOthers();
         }
     }
-    void unlock() {
+    void unlock() UTL_RELEASE() UTL_NO_THREAD_SAFETY_ANALYSIS {
         if (mState.exchange(FREE, std::memory_order_release) == AWAITED) {
             wakeOne();
         }
     }
+
+    // Tells the analysis that the caller holds it, of which it cannot know: in a lambda, or where
+    // the lock has another name. Checks nothing.
+    void assumeHeld() const UTL_ASSERT_CAPABILITY() {}
 
 private:
     static constexpr std::uint32_t FREE = 0;

@@ -9,7 +9,8 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <mutex>
+
+#include "UtlThreadSafety.h"
 
 #include "platform/UtlFork.h"
 
@@ -36,21 +37,25 @@ enum class LockOrder {
     TIME_ZONE  // conversions of times, by lines of the log too
 };
 
-class StaticLock {
+class UTL_CAPABILITY("mutex") StaticLock {
 public:
     constexpr explicit StaticLock(LockOrder order) : mOrder(order) {}
     StaticLock(StaticLock const&) = delete;
     StaticLock& operator=(StaticLock const&) = delete;
 
-    void lock() {
+    // Of the system's mutex nothing is said to the analysis.
+    void lock() UTL_ACQUIRE() UTL_NO_THREAD_SAFETY_ANALYSIS {
         follow();
         pthread_mutex_lock(&mMutex);
     }
-    bool try_lock() {
+    bool try_lock() UTL_TRY_ACQUIRE(true) {
         follow();
         return pthread_mutex_trylock(&mMutex) == 0;
     }
-    void unlock() { pthread_mutex_unlock(&mMutex); }
+    void unlock() UTL_RELEASE() UTL_NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_unlock(&mMutex); }
+
+    // As Mutex::assumeHeld().
+    void assumeHeld() const UTL_ASSERT_CAPABILITY() {}
 
 private:
     friend bool followForks();
@@ -69,7 +74,17 @@ private:
     std::atomic<bool> mIsFollowed{false};
 };
 
-using StaticGuard = std::lock_guard<StaticLock>;
+// Holds one for a scope.
+class UTL_SCOPED_CAPABILITY StaticGuard {
+public:
+    explicit StaticGuard(StaticLock& lock) UTL_ACQUIRE(lock) : mLock(lock) { mLock.lock(); }
+    ~StaticGuard() UTL_RELEASE() { mLock.unlock(); }
+    StaticGuard(StaticGuard const&) = delete;
+    StaticGuard& operator=(StaticGuard const&) = delete;
+
+private:
+    StaticLock& mLock;
+};
 
 }  // namespace platform
 }  // namespace utl

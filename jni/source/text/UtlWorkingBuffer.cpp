@@ -8,7 +8,7 @@ namespace {
 constexpr int SLOT_COUNT = 3;
 
 platform::StaticLock slotLock(platform::LockOrder::SCRATCH);
-int slotDepth = 0;  // guarded by slotLock, as are the slots
+int slotDepth UTL_GUARDED_BY(slotLock) = 0;  // as are the slots, which their borrowers use
 char slots[SLOT_COUNT][WorkingBuffer<char>::SIZE];
 
 }  // namespace
@@ -18,13 +18,14 @@ StaticBuffer& StaticBuffer::get() {
     return buffer;
 }
 
-// Returns with the lock held.
-int StaticBuffer::borrow() {
+// Returns with the lock held, until the slot is given back.
+int StaticBuffer::borrow() UTL_NO_THREAD_SAFETY_ANALYSIS {
     slotLock.lock();  // no guard: giveBack() is in the destructor of the borrower
     return slotDepth++;
 }
 
-void StaticBuffer::giveBack() {
+// See borrow().
+void StaticBuffer::giveBack() UTL_NO_THREAD_SAFETY_ANALYSIS {
     --slotDepth;
     slotLock.unlock();
 }

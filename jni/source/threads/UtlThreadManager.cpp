@@ -181,11 +181,11 @@ bool ThreadManager::initializeEntryMax(unsigned long max) {
     return getIfCreated() == nullptr && createLocked(max) != nullptr;
 }
 
-bool ThreadManager::hasRoom(unsigned long entryMax) const {
+// Nobody else knows of it yet.
+bool ThreadManager::hasRoom(unsigned long entryMax) const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mRegistry.capacity() == entryMax && mWatchdog != nullptr && mWatchdog->hasRoom();
 }
 
-// The caller holds mInstantiationSyncObject.
 ThreadManager* ThreadManager::createLocked(unsigned long entryMax) {
     ThreadManager* manager = mpTheObject.load();
     if (manager == nullptr) {
@@ -309,7 +309,6 @@ ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& requ
     return record.release();
 }
 
-// The caller holds mRegistryLock.
 bool ThreadManager::registerStarted(int id, ThreadEntry const& entry) {
     // Deliberate: the entry of a finished thread with this id is not replaced. Whoever started that
     // one may still ask about it, until it is unregistered.
@@ -657,8 +656,9 @@ void ThreadManager::becomeChild(int parentsId) {
     }
 }
 
-// Of all threads the one that goes on in the child, under its id there.
-void ThreadManager::keepOnly(int parentsId) {
+// Of all threads the one that goes on in the child, under its id there. There is no other that
+// could hold a lock.
+void ThreadManager::keepOnly(int parentsId) UTL_NO_THREAD_SAFETY_ANALYSIS {
     ThreadEntry const* const present = mRegistry.find(parentsId);
     bool const isRegistered = present != nullptr;
     ThreadEntry const kept = isRegistered ? *present : ThreadEntry();

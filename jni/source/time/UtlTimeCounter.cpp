@@ -18,8 +18,8 @@ namespace {
 using platform::NO_TICK;
 
 platform::StaticLock counterIdsLock(platform::LockOrder::COUNTERS);
-FixedMap<unsigned long, std::uint32_t, TimeCounter::MAX_COUNTERS>
-    counterIds;  // start ticks; guarded by counterIdsLock
+FixedMap<unsigned long, std::uint32_t, TimeCounter::MAX_COUNTERS> counterIds
+    UTL_GUARDED_BY(counterIdsLock);  // start ticks
 
 std::uint32_t elapsed(unsigned long id, std::uint32_t tick) {
     platform::StaticGuard const guard(counterIdsLock);

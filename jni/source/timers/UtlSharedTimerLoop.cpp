@@ -196,6 +196,7 @@ SharedTimer::Loop::Caller::Caller(Loop& loop, int noWait) : mLoop(loop), mWaits(
 }
 
 bool SharedTimer::Loop::Caller::postLocked(std::int32_t msgId, int timerId) {
+    mLoop.mControl->mutex().assumeHeld();
     if (!mLoop.mIsLooping) {
         return false;
     }
@@ -269,6 +270,7 @@ int SharedTimer::Loop::run() {
         }
     } while (step == Step::NEXT);
     mControl->leave([this] {
+        mControl->mutex().assumeHeld();
         mIsLooping = false;
         eraseAllTimerLocked();
     });
@@ -315,7 +317,10 @@ SharedTimer::Loop::Step SharedTimer::Loop::executeStep() {
 void SharedTimer::Loop::executeExpiries() {
     while (mControl->timers().hasExpired()) {
         LoopControl::Guard const guard(*mControl);
-        mControl->timers().take([this](int timerId) { executeTimeoutSignalLocked(timerId); });
+        mControl->timers().take([this](int timerId) {
+            mControl->mutex().assumeHeld();
+            executeTimeoutSignalLocked(timerId);
+        });
     }
 }
 

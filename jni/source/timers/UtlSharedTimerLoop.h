@@ -10,6 +10,7 @@
 #include "UtlArray.h"
 #include "UtlEvent.h"
 #include "UtlSharedTimer.h"
+#include "UtlThreadSafety.h"
 
 #include "messaging/UtlLoopControl.h"
 #include "messaging/UtlTimerTable.h"
@@ -71,24 +72,25 @@ private:
     bool startByListener(int timerId);
     bool stopByListener(int timerId);
     bool eraseByListener(int timerId);
-    bool outlastsLocked(std::int32_t opposite, std::int32_t msgId, int timerId);
-    bool isDeliveringLocked(int timerId) const;
-    bool isQueuedLocked(std::int32_t msgId, int timerId) const;
-    bool postLocked(std::int32_t msgId, int timerId);
+    bool outlastsLocked(std::int32_t opposite, std::int32_t msgId, int timerId)
+        UTL_REQUIRES(mControl->mutex());
+    bool isDeliveringLocked(int timerId) const UTL_REQUIRES(mControl->mutex());
+    bool isQueuedLocked(std::int32_t msgId, int timerId) const UTL_REQUIRES(mControl->mutex());
+    bool postLocked(std::int32_t msgId, int timerId) UTL_REQUIRES(mControl->mutex());
 
     Step executeStep();
     void executeExpiries();
-    void executeTimeoutSignalLocked(int timerId);
-    int executeCtlLocked(TimerCtlMsg const& ctl);
+    void executeTimeoutSignalLocked(int timerId) UTL_REQUIRES(mControl->mutex());
+    int executeCtlLocked(TimerCtlMsg const& ctl) UTL_REQUIRES(mControl->mutex());
     int executeTimeout(int timerId);
-    void answerLocked(TimerCtlMsg const& ctl, bool isServed);
-    int updateOnStartLocked(int timerId);
-    int updateOnStopLocked(int timerId);
-    int updateOnTimeoutLocked(int timerId);
-    bool startTimerByTimerInfoLocked(int timerId, TimerInfo* info);
-    bool stopTimerByTimerInfoLocked(int timerId, TimerInfo* info);
-    void eraseTimeoutsLocked(int timerId);
-    void eraseAllTimerLocked();
+    void answerLocked(TimerCtlMsg const& ctl, bool isServed) UTL_REQUIRES(mControl->mutex());
+    int updateOnStartLocked(int timerId) UTL_REQUIRES(mControl->mutex());
+    int updateOnStopLocked(int timerId) UTL_REQUIRES(mControl->mutex());
+    int updateOnTimeoutLocked(int timerId) UTL_REQUIRES(mControl->mutex());
+    bool startTimerByTimerInfoLocked(int timerId, TimerInfo* info) UTL_REQUIRES(mControl->mutex());
+    bool stopTimerByTimerInfoLocked(int timerId, TimerInfo* info) UTL_REQUIRES(mControl->mutex());
+    void eraseTimeoutsLocked(int timerId) UTL_REQUIRES(mControl->mutex());
+    void eraseAllTimerLocked() UTL_REQUIRES(mControl->mutex());
 
     SharedTimer& mTimer;
     bool mIsThreadGone = false;  // the loop's
@@ -96,13 +98,14 @@ private:
     std::unique_ptr<LoopControl> const mControl;
     Event mHasBegun{0, 0};
 
-    // Guarded by the mutex of the control, with which the loop also takes entries.
-    TimerTable mTimers;
-    int mNextUserTimerId = 1;
-    bool mIsLooping = false;
-    bool mIsDelivering = false;  // the listener of mDelivered is being called
-    int mDelivered = -1;
-    bool mIsDeliveryOver = false;  // that listener has stopped its timer
+    // With the mutex of the control the loop also takes entries.
+    TimerTable mTimers UTL_GUARDED_BY(mControl->mutex());
+    int mNextUserTimerId UTL_GUARDED_BY(mControl->mutex()) = 1;
+    bool mIsLooping UTL_GUARDED_BY(mControl->mutex()) = false;
+    // The listener of mDelivered is being called, and has stopped its timer.
+    bool mIsDelivering UTL_GUARDED_BY(mControl->mutex()) = false;
+    int mDelivered UTL_GUARDED_BY(mControl->mutex()) = -1;
+    bool mIsDeliveryOver UTL_GUARDED_BY(mControl->mutex()) = false;
 };
 
 }  // namespace utl

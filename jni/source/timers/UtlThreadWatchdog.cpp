@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <optional>
 
@@ -91,9 +90,6 @@ private:
     char mText[256];  // no line of the log is longer
 };
 
-// Of all watchdogs: a fork waits for it.
-platform::StaticLock tableLock(platform::LockOrder::WATCHDOG);
-
 using TableGuard = platform::StaticGuard;
 
 Immortal<WatchdogInfo> invalid;
@@ -103,6 +99,8 @@ UTL_BEFORE_ALL_CONSTRUCTORS void makeInvalid() {
 }
 
 }  // namespace
+
+platform::StaticLock ThreadWatchdog::mTableLock(platform::LockOrder::WATCHDOG);
 
 WatchdogInfo const& WatchdogInfo::INVALID = reinterpret_cast<WatchdogInfo const&>(invalid.bytes);
 
@@ -160,7 +158,8 @@ ThreadWatchdog::~ThreadWatchdog() {
     shutdown();
 }
 
-bool ThreadWatchdog::hasRoom() const {
+// Nobody else knows of it yet.
+bool ThreadWatchdog::hasRoom() const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mInfos.capacity() == mCapacity;
 }
 
@@ -181,7 +180,7 @@ bool ThreadWatchdog::initialize(unsigned long watchIntervalMs) {
         mThread->stop(1, 0);
         return false;
     }
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     mWatchTimerId = timerId;
     mWatchIntervalMs = watchIntervalMs;
     mIsResting = false;
@@ -198,7 +197,7 @@ void ThreadWatchdog::shutdown() {
     if (mThread != nullptr) {
         mThread->stop(1, 0);
     }
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     mIsInitialized = false;
     LoopWatch::registrationChanged();
 }
@@ -214,7 +213,7 @@ bool ThreadWatchdog::setWatchInterval(unsigned long intervalMs) {
     }
     int const previous = exchangeWatchTimer(timerId);
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         mWatchIntervalMs = intervalMs;
         mIsResting = false;
         expectCheckLocked();
@@ -235,7 +234,7 @@ bool ThreadWatchdog::entry(int id, unsigned long aliveTimeMs, WatchdogTimerListe
     WatchdogInfo const info(id, aliveTimeMs, listener, name, WatchdogInfo::NOT_WATCHING);
     bool isInserted;
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         isInserted = mIsInitialized && holdsName(info.name(), name) && insertLocked(info);
     }
     if (!isInserted) {
@@ -268,7 +267,7 @@ bool ThreadWatchdog::unregister(int id) {
 
 // As unregister(), but a call of the thread's listener may be under way.
 bool ThreadWatchdog::forget(int id) {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     bool const isErased = mIsInitialized && mInfos.eraseKey(id) != 0;
     LoopWatch::registrationChanged();
     return isErased;
@@ -291,13 +290,13 @@ int ThreadWatchdog::awaitReturn(int id, Deadline const& deadline) {
 }
 
 bool ThreadWatchdog::isCallUnderWay(int id, unsigned* call) const {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     *call = mCalls.load();
     return mCalledId == id && mHasReturned.isOff() && !isOwnThread();
 }
 
 // The watchdog of the parent process has no thread here, and watches nobody.
-void ThreadWatchdog::becomeChild() {
+void ThreadWatchdog::becomeChild() UTL_NO_THREAD_SAFETY_ANALYSIS {
     mInfos.setCount(0);
     mIsInitialized = false;
     mHasReturned.setOn();
@@ -308,7 +307,7 @@ bool ThreadWatchdog::keepAlive(StatementInfo const& statement) {
     int const id = ThreadManager::getCallerId();
     LoggedName recovered;
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         WatchdogInfo* const info = findLocked(id);
         if (info == nullptr) {
             return false;
@@ -333,7 +332,7 @@ bool ThreadWatchdog::keepAlive(StatementInfo const& statement) {
 bool ThreadWatchdog::start(int id) {
     int timerId = -1;
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         WatchdogInfo* const info = findLocked(id);
         if (info == nullptr) {
             return false;
@@ -350,14 +349,14 @@ bool ThreadWatchdog::start(int id) {
     }
     // Without the lock: the thread that is asked here may wait for it.
     if (timerId != -1 && !mThread->resumeTimer(timerId)) {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         mIsResting = true;  // the next one tries again
     }
     return true;
 }
 
 bool ThreadWatchdog::stop(int id) {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     WatchdogInfo* const info = findLocked(id);
     if (info == nullptr) {
         return false;
@@ -372,7 +371,7 @@ bool ThreadWatchdog::setAliveTime(int id, unsigned long aliveTimeMs) {
         logNoAliveTime(id);
         return false;
     }
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     WatchdogInfo* const info = findLocked(id);
     if (info == nullptr) {
         return false;
@@ -385,13 +384,13 @@ bool ThreadWatchdog::setAliveTime(int id, unsigned long aliveTimeMs) {
 }
 
 bool ThreadWatchdog::isWatching(int id) const {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     WatchdogInfo const* const info = findLocked(id);
     return info != nullptr && info->mWatchStatus == WatchdogInfo::WATCHING;
 }
 
 bool ThreadWatchdog::isRegistered(int id) const {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     return findLocked(id) != nullptr;
 }
 
@@ -417,7 +416,7 @@ void ThreadWatchdog::printTable(LineOutput& output) const {
     for (long long next = std::numeric_limits<int>::min();;) {
         std::optional<Row> row;
         {
-            TableGuard const guard(tableLock);
+            TableGuard const guard(mTableLock);
             unsigned long i = 0;
             while (i < mInfos.count() && mInfos[i].key() < next) {
                 ++i;
@@ -437,7 +436,7 @@ int ThreadWatchdog::receiveMsg(int, ThreadRawMsg& msg) {
     if (timer.restoreFrom(msg) && timer.getMsgId() == TimerMsg::ID) {
         bool isCheck;
         {
-            TableGuard const guard(tableLock);
+            TableGuard const guard(mTableLock);
             isCheck = timer.getTimerId() == mWatchTimerId;
         }
         if (isCheck) {
@@ -448,13 +447,13 @@ int ThreadWatchdog::receiveMsg(int, ThreadRawMsg& msg) {
 }
 
 bool ThreadWatchdog::isInitialized() const {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     return mIsInitialized;
 }
 
 // Returns the timer so far.
 int ThreadWatchdog::exchangeWatchTimer(int timerId) {
-    TableGuard const guard(tableLock);
+    TableGuard const guard(mTableLock);
     int const previous = mWatchTimerId;
     mWatchTimerId = timerId;
     return previous;
@@ -501,7 +500,7 @@ void ThreadWatchdog::addLatenessLocked(std::uint32_t now) {
 void ThreadWatchdog::executeWatchThreads() {
     std::uint32_t const now = TimeCounter::getTickTime();
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         addLatenessLocked(now);
     }
     WatchdogTimerListener* listener;
@@ -516,7 +515,7 @@ void ThreadWatchdog::executeWatchThreads() {
 bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** listener) {
     LoggedName name;
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         unsigned long i = 0;
         while (i < mInfos.count() && !mInfos[i].value().isOverdue(now)) {
             ++i;
@@ -543,9 +542,10 @@ void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
     DefaultTimerListener defaultListener;
     WatchdogTimerListener* const called = listener != nullptr ? listener : &defaultListener;
     {
-        std::unique_lock<platform::StaticLock> guard(tableLock);
-        Map<int, WatchdogInfo> const infos(mInfos);
-        guard.unlock();
+        Map<int, WatchdogInfo> const infos = [this] {
+            TableGuard const guard(mTableLock);
+            return mInfos;
+        }();
         callUserCode("WatchdogTimerListener::onTime", NAME,
                      [&] { called->onTime(mCalledId, infos); });
     }
@@ -557,7 +557,7 @@ void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
 void ThreadWatchdog::restUnlessNeeded() {
     int timerId;
     {
-        TableGuard const guard(tableLock);
+        TableGuard const guard(mTableLock);
         expectCheckLocked();
         timerId = mWatchTimerId;
         mIsResting = !hasWatchedLocked() && timerId != -1;
