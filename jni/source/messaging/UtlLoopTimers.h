@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "UtlThreadSafety.h"
 #include "UtlTimerInfo.h"
 
 #include "messaging/UtlWakePipe.h"
@@ -37,7 +38,7 @@ private:
     char const* const mLabel;
     int (*const mNumber)();
     platform::StaticLock mLock{platform::LockOrder::TIMER_HANDLERS};
-    bool mIsInstalled = false;  // guarded by mLock
+    bool mIsInstalled UTL_GUARDED_BY(mLock) = false;
 };
 
 // Everything is called on the loop's thread, start() to abandon() with its owner's lock held.
