@@ -38,6 +38,7 @@
 #include "UtlApi.h"
 #include "UtlDuration.h"
 #include "UtlMsgDrivenThread.h"
+#include "UtlMsgHandlers.h"
 #include "UtlTask.h"
 #include "UtlThread.h"
 
@@ -50,12 +51,13 @@ struct LoopOptions {
     char const* name = "loop";  // copied; must not be null
     ThreadPriority priority = ThreadPriority::NORMAL;
 
+    // At once; what is being called counts too.
     unsigned long mostTasks = 256;       // posted, and not yet done
     unsigned long mostTimers = 64;       // that wait for their time
     unsigned long mostDescriptors = 16;  // that are watched
 
-    // For messages, which `listener` gets as that of a MsgDrivenThread does; it must live as long
-    // as the loop.
+    // For messages. A `listener` gets them as that of a MsgDrivenThread does, and must live as long
+    // as the loop; without one they go to what is given to Loop::on().
     ThreadMsgListener* listener = nullptr;
     unsigned long mostMessages = 0;
     unsigned long messageSize = 0;
@@ -127,8 +129,10 @@ public:
     // Has the loop call `task` again and again as long as `descriptor` is what it is watched for:
     // READABLE, WRITABLE or both. The task may take an unsigned, and is told which. Cancel before
     // closing the descriptor; one that somebody has closed is reported to the task once, as CLOSED,
-    // logged and dropped. An empty handle when it was refused: as postAfter(), or because the
-    // descriptor is negative, the loop watches it already, or `events` are none or others.
+    // logged and dropped, when the loop looks next: until then the system may keep the file open,
+    // and another that gets the number is taken for it. An empty handle when it was refused: as
+    // postAfter(), or because the descriptor is negative, the loop watches it already, or `events`
+    // are none or others.
     template <typename Task>
     TaskHandle watch(int descriptor, unsigned events, Task&& task) {
         return keep<Task, unsigned>(task, [&](TaskType const& type, void* callable) {
@@ -143,16 +147,31 @@ public:
     StopResult stop(Rest rest) { return mThread->stop(rest); }
     StopResult stop(Rest rest, Duration limit) { return mThread->stop(rest, limit); }
 
+    // Has the loop call `callable` with each message of the type M, as MsgHandlers::on() does, from
+    // now on. False also when the loop was made with a listener, and where call() is refused. Room
+    // for messages is in the options.
+    template <typename M, typename Callable>
+    bool on(Callable&& callable) {
+        auto const add = [&] {
+            return mHandlers->template on<M>(std::forward<Callable>(callable));
+        };
+        return mHandlers != nullptr && call(add).value_or(false);
+    }
+
     // As those of a MsgDrivenThread.
     int postMsg(Msg const& msg) { return mThread->postMsg(msg); }
     int sendMsgSync(Msg const& msg) { return mThread->sendMsgSync(msg); }
+    template <typename Question>
+    auto ask(typename Question::Value const& question) {
+        return mThread->ask<Question>(question);
+    }
 
     // The thread that the loop is.
     MsgDrivenThread& thread() { return *mThread; }
 
 private:
-    explicit Loop(std::unique_ptr<MsgDrivenThread> thread, LoopTasks& tasks)
-        : mThread(std::move(thread)), mTasks(tasks) {}
+    Loop(std::unique_ptr<MsgDrivenThread> thread, LoopTasks& tasks, MsgHandlers* handlers)
+        : mThread(std::move(thread)), mTasks(tasks), mHandlers(handlers) {}
 
     LoopThread& loopThread();
     bool postTask(TaskType const& type, void* callable);
@@ -181,16 +200,17 @@ private:
     static constexpr std::int64_t toNanoseconds(std::chrono::duration<Rep, Period> duration) {
         using Nanoseconds = std::chrono::nanoseconds;
         std::chrono::duration<long double, std::nano> const exact = duration;
-        if (exact >= Nanoseconds::max()) {
-            return Nanoseconds::max().count();
+        if (!(exact.count() > 0)) {  // nor is NaN
+            return 0;
         }
-        return exact > Nanoseconds::zero()
+        return exact < Nanoseconds::max()
                    ? std::chrono::duration_cast<Nanoseconds>(duration).count()
-                   : 0;
+                   : Nanoseconds::max().count();
     }
 
     std::unique_ptr<MsgDrivenThread> mThread;
-    LoopTasks& mTasks;  // the thread's
+    LoopTasks& mTasks;             // the thread's
+    MsgHandlers* const mHandlers;  // likewise; nullptr if it has another listener
 };
 
 template <typename Question>

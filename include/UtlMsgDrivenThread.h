@@ -53,17 +53,17 @@ struct StopResult {
 // What a thread has had to do since it was made, and how it managed. Times in milliseconds, as the
 // kernel's tick lets them be seen: 1 to 10 at a time.
 struct LoopStatistics {
-    static constexpr long NONE = -1;
+    static constexpr long NOTHING = -1;
     static constexpr long TASK = 0;  // of a Loop; a timer's message has its own id, 1
 
     unsigned long waiting = 0;      // what is queued now: messages, tasks, expiries and requests
     unsigned long mostWaiting = 0;  // as many as ever were at once
     unsigned long posted = 0;       // messages and tasks that were accepted
     unsigned long refused = 0;      // that were not, for want of room
-    unsigned long handled = 0;      // that were begun
+    unsigned long handled = 0;      // that were begun, delayed tasks as well
     unsigned long longestWaitMs = 0;
     unsigned long longestHandlerMs = 0;
-    long longestHandlerId = NONE;  // the id of the message that took it
+    long longestHandlerId = NOTHING;  // the id of the message that took it
 };
 
 // What a thread does with its messages.
@@ -200,9 +200,9 @@ public:
     static unsigned long storeStatistics(char* dst, unsigned long size);
 
     // From now on a line in the log tells of every call of the listener, and every task of a Loop,
-    // that took longer than `limit`; 0 for none. Told when it has returned: what hangs is for the
-    // watchdog.
-    void setHandlerLimit(Duration limit);
+    // that took longer than `limit`, if there is one. Told when it has returned: what hangs is for
+    // the watchdog.
+    void setHandlerLimit(std::optional<Duration> limit);
 
     // How many control entries wait: one for each message, request and expiry.
     unsigned long queuedEntriesForTesting() const;

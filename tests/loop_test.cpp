@@ -563,6 +563,21 @@ TEST_F(LoopTest, ItIsAMessageDrivenThread) {
     EXPECT_EQ((Numbers{1, 2}), record.all());
 }
 
+TEST_F(LoopTest, HandlersByTypeAnswerAndATaskThatEndsItsLoopIsNotDropped) {
+    using SquareMsg = StructMsg<0x8400, int, int>;
+    LoopOptions with = options();
+    with.mostMessages = 4;
+    with.messageSize = sizeof(int);
+    auto const asked = Loop::make(with);
+    EXPECT_TRUE(asked->on<SquareMsg>([](int side) { return side * side; }));
+    EXPECT_FALSE(asked->on<SquareMsg>([](int side) { return side; }));
+    EXPECT_EQ(9, asked->ask<SquareMsg>(3));
+    unsigned long dropped = 1;
+    asked->post([&] { dropped = asked->stop(Rest::RUN).dropped; });
+    asked->stop(Rest::RUN);
+    EXPECT_EQ(0u, dropped);
+}
+
 TEST_F(LoopTest, AForkedChildHasNoLoop) {
     Pair pair;
     Gate done;

@@ -165,7 +165,7 @@ TEST_F(StatisticsTest, AThreadKnowsWhatItHadToDo) {
     EXPECT_EQ(3u, held.posted);
     EXPECT_EQ(1u, held.refused);
     EXPECT_EQ(1u, held.handled);
-    EXPECT_EQ(LoopStatistics::NONE, held.longestHandlerId);
+    EXPECT_EQ(LoopStatistics::NOTHING, held.longestHandlerId);
     std::string table(4096, '\0');
     MsgDrivenThread::storeStatistics(table.data(), table.size());
     EXPECT_NE(std::string::npos, table.find("station                         ,          2"));

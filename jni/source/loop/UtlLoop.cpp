@@ -21,8 +21,8 @@ void doNothing(void*) {}
 
 }  // namespace
 
-bool LoopThread::begin(LoopOptions const& options, LoopTasks& tasks) {
-    ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &tasks;
+bool LoopThread::begin(LoopOptions const& options) {
+    ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &mHandlers;
     StartOptions asGiven;
     asGiven.priority = options.priority;
     asGiven.aliveTime = options.aliveTime;
@@ -42,11 +42,12 @@ std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
         return nullptr;
     }
     std::unique_ptr<LoopThread> thread(new (std::nothrow) LoopThread(options, *tasks));
-    if (thread == nullptr || !thread->begin(options, *tasks)) {
+    if (thread == nullptr || !thread->begin(options)) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) cannot begin", options.name);
         return nullptr;
     }
-    std::unique_ptr<Loop> loop(new (std::nothrow) Loop(std::move(thread), *tasks));
+    MsgHandlers* const handlers = options.listener == nullptr ? &thread->handlers() : nullptr;
+    std::unique_ptr<Loop> loop(new (std::nothrow) Loop(std::move(thread), *tasks, handlers));
     if (loop == nullptr) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
     }

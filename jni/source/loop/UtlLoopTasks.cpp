@@ -242,7 +242,7 @@ bool LoopTasks::armKernelTimerLocked(std::uint64_t due) {
 
 unsigned long LoopTasks::waitingCount() const {
     Guard const guard(*this);
-    return mQueue.count() + mOnceCount + mDroppedCount;
+    return mQueue.count() - (mIsFrontRunning.load() ? 1 : 0) + mOnceCount + mDroppedCount;
 }
 
 bool LoopTasks::enter(LoopControl& control) {
@@ -271,10 +271,12 @@ void LoopTasks::executeEntry() {
     }
     TaskRoom& room = *reinterpret_cast<TaskRoom*>(slot);
     mControl->figures().countHandled();
+    mIsFrontRunning.store(true);
     callTask([&room] {
         room.run(0);
         room.destroy();
     });
+    mIsFrontRunning.store(false);
     mQueue.drop();
 }
 
@@ -443,11 +445,11 @@ bool LoopTasks::awaitWord(int wakeEnd) {
     bool const hasWord = mPolled.await(wakeEnd, &error);
     mTurnsWithoutLook = 0;
     mHasTurn.store(true);
-    if (error != 0) {
+    if (error != 0 && error != mPollError) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) poll errno:%d", mControl->label(),
                mControl->name(), error);
-        return true;  // sleeps until it is woken for something else, and tries again
     }
+    mPollError = error;
     return hasWord;
 }
 

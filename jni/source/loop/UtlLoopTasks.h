@@ -32,7 +32,7 @@
 
 namespace utl {
 
-class LoopTasks final : public LoopExtension, public ThreadMsgListener {
+class LoopTasks final : public LoopExtension {
 public:
     // With one reference, the caller's. Without memory it is not made whole.
     LoopTasks(unsigned long mostTasks, unsigned long mostTimers, unsigned long mostDescriptors);
@@ -68,10 +68,7 @@ private:
 
     static constexpr std::uint64_t NEVER = std::numeric_limits<std::uint64_t>::max();
 
-    ~LoopTasks() override;
-
-    // Of a loop whose owner wants no messages.
-    int receiveMsg(int, ThreadRawMsg&) override { return 0; }
+    ~LoopTasks();
 
     bool isOfThisProcess() const { return mProcess == platform::processNumber(); }
     bool isLoopThread() const;
@@ -122,6 +119,8 @@ private:
     // The loop's.
     bool mLooksForDue = false;
     bool mHasFired = false;
+    int mPollError = 0;  // of the last look at the descriptors
+    std::atomic<bool> mIsFrontRunning{false};
     bool mIsDescriptorsTurn = false;
     unsigned mTurnsWithoutLook = 0;
     std::uint64_t mNow = 0;  // when it looked at the clock last

@@ -4,6 +4,7 @@
 #define UTL_LOOP_THREAD_H
 
 #include "UtlLoop.h"
+#include "UtlMsgHandlers.h"
 
 #include "loop/UtlLoopTasks.h"
 
@@ -19,10 +20,16 @@ public:
     ~LoopThread() override { Thread::stop(1, 0); }
 
     // Whether it runs now.
-    bool begin(LoopOptions const& options, LoopTasks& tasks);
+    bool begin(LoopOptions const& options);
+
+    // For messages, unless the owner has a listener.
+    MsgHandlers& handlers() { return mHandlers; }
 
     // Has `function` called on the thread. False when it was not.
     bool call(void (*function)(void* context), void* context);
+
+private:
+    MsgHandlers mHandlers;
 };
 
 }  // namespace utl

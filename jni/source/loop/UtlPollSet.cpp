@@ -10,6 +10,9 @@ namespace utl {
 
 namespace {
 
+// How long a loop that the system refuses to look at all descriptors looks at its pipe alone.
+constexpr int RETRY_MS = 100;
+
 constexpr unsigned bits(int events) {
     return static_cast<unsigned short>(events);
 }
@@ -48,7 +51,11 @@ bool PollSet::await(int wakeEnd, int* error) {
     int const count = platform::awaitDescriptors(mPolled.get(), mEnd);
     *error = count == -1 ? errno : 0;
     mNext = count > 0 ? 1 : mEnd;
-    return count > 0 && mPolled[0].revents != 0;
+    if (count == -1) {
+        pollfd wake = mPolled[0];
+        return poll(&wake, 1, RETRY_MS) > 0;
+    }
+    return mPolled[0].revents != 0;
 }
 
 void PollSet::look() {

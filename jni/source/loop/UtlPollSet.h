@@ -33,8 +33,8 @@ public:
     void add(int descriptor, unsigned events, std::uint32_t owner, std::uint32_t generation);
     bool isEmpty() const { return mEnd == 1; }
 
-    // Blocks until `wakeEnd` or a descriptor has something. Whether `wakeEnd` has. False, with
-    // errno in `*error`, also when the system refuses.
+    // Blocks until `wakeEnd` or a descriptor has something. Whether `wakeEnd` has. When the system
+    // refuses, with errno in `*error`, only for `wakeEnd`, and for a moment.
     bool await(int wakeEnd, int* error);
 
     // Looks at the descriptors without blocking.

@@ -85,7 +85,7 @@ private:
     std::uint32_t mNow = 0;
     std::atomic<std::uint32_t> mLongestWait{0};
     std::atomic<std::uint32_t> mLongestHandler{0};
-    std::atomic<long> mLongestHandlerId{LoopStatistics::NONE};
+    std::atomic<long> mLongestHandlerId{LoopStatistics::NOTHING};
     std::atomic<unsigned long> mLimit{0};  // 0: none
 
     CacheDistance mBeforeSending;

@@ -70,8 +70,9 @@ bool LoopList::copyNext(Row* row) {
 
 void LoopList::print(LineOutput& output) {
     output.print("MsgDrivenThread:: What the threads of this process had to do.");
-    output.print("ID        , Name                            , Waiting   , Most      , Posted    , "
-                 "Refused   , Handled   , Wait(ms)  , Call(ms)  , of MsgId  , ");
+    output.print(
+        "ID        , Name                            , Waiting   , Most      , Posted    , "
+        "Refused   , Handled   , Wait(ms)  , Call(ms)  , of MsgId  , ");
     for (Row row; copyNext(&row);) {
         LoopStatistics const& done = row.statistics;
         output.print("%10d, %-32s, %10lu, %10lu, %10lu, %10lu, %10lu, %10lu, %10lu, 0x%08x, ",

@@ -204,9 +204,9 @@ unsigned long MsgDrivenThread::storeStatistics(char* dst, unsigned long size) {
     return printInto(dst, size, [](LineOutput& output) { LoopList::print(output); });
 }
 
-void MsgDrivenThread::setHandlerLimit(Duration limit) {
+void MsgDrivenThread::setHandlerLimit(std::optional<Duration> limit) {
     if (mLoop != nullptr && mLoop->hasAllBuffers()) {
-        control().figures().setLimit(limit.milliseconds());
+        control().figures().setLimit(limit ? limit->atLeastOne() : 0);
     }
 }
 

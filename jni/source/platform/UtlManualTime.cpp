@@ -161,8 +161,10 @@ int ManualTime::awaitRest(int patienceS) {
 
 bool ManualTime::step(std::uint64_t target) {
     int threadId;
+    std::uint64_t last;  // of what had begun to wait before the expiry
     {
         Lock const lock(*this);
+        last = mOrder;
         Timer* const timer = earliest(mTimers);
         Wait* const wait = earliest(mWaits);
         bool const isWait = wait != nullptr && (timer == nullptr || wait->due.isBefore(timer->due));
@@ -180,7 +182,7 @@ bool ManualTime::step(std::uint64_t target) {
         expireLocked(timer);
     }
     awaitHandler();
-    endSleepOf(threadId);
+    endSleepOf(threadId, last);
     return true;
 }
 
@@ -409,10 +411,11 @@ void ManualTime::awaitHandler() const {
     }
 }
 
-void ManualTime::endSleepOf(int threadId) {
+// What its handler has begun since goes on.
+void ManualTime::endSleepOf(int threadId, std::uint64_t last) {
     Lock const lock(*this);
     for (Wait* wait = mWaits; wait != nullptr; wait = wait->next) {
-        if (wait->word == nullptr && wait->threadId == threadId) {
+        if (wait->word == nullptr && wait->threadId == threadId && wait->due.order <= last) {
             releaseLocked(wait, REACHED);
         }
     }

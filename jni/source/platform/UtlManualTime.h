@@ -132,7 +132,7 @@ private:
     Timer* findTimerLocked(int kernelId) const UTL_REQUIRES(this);
     void expireLocked(Timer* timer) UTL_REQUIRES(this);
     void awaitHandler() const;
-    void endSleepOf(int threadId);
+    void endSleepOf(int threadId, std::uint64_t last);
 
     static std::atomic<ManualTime*> used;
     static ManualTime theOne;
