@@ -42,6 +42,11 @@ class Server:
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
+    def processor_time(self):
+        with open(f"/proc/{self.process.pid}/stat", encoding="ascii") as file:
+            user, system = file.read().rpartition(")")[2].split()[11:13]
+        return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
+
     def connect(self):
         client = socket.create_connection(("127.0.0.1", self.port), PATIENCE)
         client.settimeout(PATIENCE)
@@ -122,6 +127,9 @@ def run_out():
     server = Server(descriptors=40)
     clients = [server.connect() for _ in range(60)]
     await_true(lambda: server.descriptors() == 40, "all descriptors are used")
+    before = server.processor_time()
+    time.sleep(0.5)
+    check(server.processor_time() - before < 0.2, "a server without room does not spin")
     for client in clients:
         exchange([client], 100)
         client.close()

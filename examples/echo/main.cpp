@@ -115,7 +115,7 @@ public:
             getsockname(mListener.get(), anyAddress, &size) != 0) {
             return std::nullopt;
         }
-        acceptFromNowOn();
+        mLoop.call([this] { acceptFromNowOn(); });  // its members are the loop's from here on
         return ntohs(address.sin_port);
     }
 
