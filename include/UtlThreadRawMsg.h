@@ -104,7 +104,7 @@ private:
     ThreadRawMsg() : mMaxSize(0), mBuffer(nullptr), mIsBorrowed(true) {}
 
     bool isReadToEnd() const { return mReadPosition == mWritePosition; }
-    void release();
+    void replaceBuffer(unsigned char* buffer, unsigned long size, bool isBorrowed);
     int fail();
     int write(void const* source, unsigned long size);
     int read(void* destination, unsigned long size);

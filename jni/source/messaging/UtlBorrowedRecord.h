@@ -16,12 +16,7 @@ public:
 
     // The record is what is at `bytes` from now on, whatever became of it before: a listener may
     // have assigned another record to the one that it was given.
-    void attach(unsigned char* bytes, unsigned long size) {
-        release();
-        mBuffer = bytes;
-        mMaxSize = size;
-        mIsBorrowed = true;
-    }
+    void attach(unsigned char* bytes, unsigned long size) { replaceBuffer(bytes, size, true); }
 };
 
 }  // namespace utl

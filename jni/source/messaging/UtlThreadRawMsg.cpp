@@ -1,6 +1,7 @@
 #include "UtlThreadRawMsg.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -50,10 +51,7 @@ ThreadRawMsg& ThreadRawMsg::operator=(ThreadRawMsg const& other) {
         if (buffer == nullptr && other.mMaxSize != 0) {
             return *this;
         }
-        release();
-        mBuffer = buffer;
-        mIsBorrowed = false;
-        mMaxSize = other.mMaxSize;
+        replaceBuffer(buffer, other.mMaxSize, false);
     }
     copyMemory(mBuffer, other.mBuffer, mMaxSize);
     mWritePosition = other.mWritePosition;
@@ -64,13 +62,20 @@ ThreadRawMsg& ThreadRawMsg::operator=(ThreadRawMsg const& other) {
 }
 
 ThreadRawMsg::~ThreadRawMsg() {
-    release();
+    replaceBuffer(nullptr, 0, true);
 }
 
-void ThreadRawMsg::release() {
-    if (!mIsBorrowed) {
-        delete[] mBuffer;
-    }
+// The old one goes last: at no moment does this own what is freed, for the child of a fork that
+// another thread makes may destroy what it finds. Without `isBorrowed` it is this one's to free.
+void ThreadRawMsg::replaceBuffer(unsigned char* buffer, unsigned long size, bool isBorrowed) {
+    unsigned char* const owned = mIsBorrowed ? nullptr : mBuffer;
+    mIsBorrowed = true;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    mBuffer = buffer;
+    mMaxSize = size;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    mIsBorrowed = isBorrowed;
+    delete[] owned;
 }
 
 // Fields of one size are most of a record. Their bytes are moved without a call; a position is
