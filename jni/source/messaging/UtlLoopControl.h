@@ -246,6 +246,9 @@ public:
     bool isAskedLocked(Request* request) const UTL_REQUIRES(mMutex);
     void answerLocked(bool isServed) UTL_REQUIRES(mMutex);
 
+    // In a child of a fork, where this stays for good: only the descriptors are given back.
+    void closePipe() { mPipe.close(); }
+
     // In a child of a fork made on this thread: what other threads held is free.
     void forgetOtherThreads();
 

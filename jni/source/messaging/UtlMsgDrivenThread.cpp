@@ -26,8 +26,12 @@ MsgDrivenThread::~MsgDrivenThread() {
     // In the child of a fork, too, that a listener has made.
     if (mLoop != nullptr && mLoop->hasAllBuffers() && LoopControl::current() == &control()) {
         mLoop.release()->outliveThread();
-    } else {
-        Thread::stop(1, 0);
+        return;
+    }
+    Thread::stop(1, 0);
+    if (mLoop != nullptr && mLoop->hasAllBuffers() && hasDone(STARTED) && !isOfThisProcess()) {
+        control().closePipe();
+        mLoop.release();  // the parent's thread may have been in the middle of changing it
     }
 }
 

@@ -19,10 +19,11 @@ WakePipe::WakePipe() {
     platform::openPipe(&mEnds);
 }
 
-WakePipe::~WakePipe() {
+void WakePipe::close() {
     if (isOpen()) {
         platform::closeFile(mEnds.read);
         platform::closeFile(mEnds.write);
+        mEnds = {};
     }
 }
 

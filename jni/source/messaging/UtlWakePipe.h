@@ -23,9 +23,12 @@ public:
 
     // When it cannot be made it is not open, with errno.
     WakePipe();
-    ~WakePipe();
+    ~WakePipe() { close(); }
     WakePipe(WakePipe const&) = delete;
     WakePipe& operator=(WakePipe const&) = delete;
+
+    // Nobody uses it any more.
+    void close();
 
     bool isOpen() const { return mEnds.write != -1; }
 

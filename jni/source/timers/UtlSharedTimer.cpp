@@ -28,6 +28,11 @@ SharedTimer::~SharedTimer() {
         return;
     }
     Thread::stop(1, 0);
+    if (isUsable() && hasDone(STARTED) && !isOfThisProcess()) {
+        mLoop->control().closePipe();
+        mLoop.release();  // the parent's thread may have been in the middle of changing it
+        return;
+    }
     BlockingCall const blocking("jni/source/UtlSharedTimer", "~SharedTimer", 139);
     mLoop.reset();
 }
