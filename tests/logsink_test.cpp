@@ -61,8 +61,11 @@ extern "C" ssize_t pwritev2(int fd, iovec const* pieces, int count, off_t at, in
 }
 
 // Likewise: a wait ends at once, interrupted when room has come. Who merely looks finds some, which
-// is gone when he uses it, unless he has no better way.
+// is gone when he uses it, unless he has no better way. Who waits without limit is no sink.
 extern "C" int poll(pollfd* fds, nfds_t count, int timeout) {
+    if (timeout < 0) {
+        return ppoll(fds, count, nullptr, nullptr);
+    }
     if (timeout == 0) {
         timespec const atOnce = {0, 0};
         return hasDescriptors ? 1 : ppoll(fds, count, &atOnce, nullptr);
