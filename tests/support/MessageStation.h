@@ -50,9 +50,13 @@ public:
     // A message whose handler opens `entered` and stays until `released` is opened.
     static constexpr long HOLD = 0x8001;
 
+    // What it hears beyond that is not kept.
+    static constexpr std::size_t MOST_HEARD = 100000;
+
     explicit Station(unsigned long maxMsgCount = 16, unsigned long maxTimerCount = 4,
                      unsigned long maxMsgSize = 8)
         : thread(maxMsgSize, maxMsgCount, "station", maxTimerCount) {
+        mHeard.reserve(MOST_HEARD);
         on(HOLD, [this] { hold(); });
     }
 
@@ -131,7 +135,11 @@ private:
         std::function<void()> action;
         {
             std::lock_guard<std::mutex> const guard(mMutex);
-            mHeard.emplace_back(msg.getMsgId(), msg.number);
+            // In the child of a fork it may be destroyed whatever this thread was about: it never
+            // moves.
+            if (mHeard.size() < mHeard.capacity()) {
+                mHeard.emplace_back(msg.getMsgId(), msg.number);
+            }
             // A listener may do anything with the record that it is given. Small ones: a fork does
             // not wait for a sanitizer that looks for memory.
             raw = utl::ThreadRawMsg(mHeard.size() % 2 == 0 ? 4 : 40);
