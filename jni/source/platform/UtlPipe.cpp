@@ -49,6 +49,7 @@ long readPipe(int end, void* bytes, unsigned long size) {
         errno = EINTR;
         return -1;
     }
+    errno = 0;  // poll() is refused where descriptors are short
 #endif
     return read(end, bytes, size);
 }
