@@ -5,6 +5,7 @@ of those who have gone, and ends in order.
     check_run.py [EMULATOR...] ECHO"""
 
 import os
+import pathlib
 import random
 import re
 import resource
@@ -15,19 +16,8 @@ import subprocess
 import sys
 import time
 
-PATIENCE = 60  # seconds
-
-
-def check(condition, what):
-    if not condition:
-        sys.exit(f"not so: {what}")
-
-
-def await_true(condition, what):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        check(time.monotonic() < end, what)
-        time.sleep(0.01)
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from checks import PATIENCE, await_true, check
 
 
 class Server:

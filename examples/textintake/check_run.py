@@ -12,23 +12,12 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 
-PATIENCE = 60  # seconds
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from checks import PATIENCE, await_true, check
+
 MEMORY = pathlib.Path("/dev/shm")
 ENVIRONMENT = {**os.environ, "COLUMNS": "200"}
-
-
-def check(condition, what):
-    if not condition:
-        sys.exit(f"not so: {what}")
-
-
-def await_true(condition, what):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        check(time.monotonic() < end, what)
-        time.sleep(0.01)
 
 
 def call(*arguments):
