@@ -25,19 +25,6 @@ constexpr int NO_KERNEL_TIMER = -1;
 
 }  // namespace
 
-class UTL_SCOPED_CAPABILITY LoopTasks::Guard {
-public:
-    explicit Guard(LoopTasks const& tasks) UTL_ACQUIRE(tasks.mMutex) : mMutex(tasks.mMutex) {
-        mMutex.lock();
-    }
-    ~Guard() UTL_RELEASE() { mMutex.unlock(); }
-    Guard(Guard const&) = delete;
-    Guard& operator=(Guard const&) = delete;
-
-private:
-    platform::Mutex& mMutex;
-};
-
 LoopTasks::LoopTasks(unsigned long mostTasks, unsigned long mostTimers,
                      unsigned long mostDescriptors)
     : mMostTasks(mostTasks),
@@ -79,7 +66,7 @@ bool LoopTasks::post(TaskType const& type, void* callable) {
         return false;
     }
     std::int32_t const stamp = LoopFigures::stamp();
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     unsigned char* const slot = mQueue.end();
     if (mControl->isClosed() || mControl->hasEndedLocked()) {
         return false;
@@ -108,7 +95,7 @@ TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t d
     task->due = due;
     task->period = static_cast<std::uint64_t>(period);
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         if (!mHasEnded && armLocked(due)) {
             mDeadlines.insert(due, mDelayed.placeOf(*task));
             mOnceCount += period == 0 ? 1 : 0;
@@ -128,7 +115,7 @@ TaskHandle LoopTasks::watch(TaskType const& type, void* callable, int descriptor
         return TaskHandle();
     }
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         if (!mHasEnded && !isWatchedLocked(descriptor)) {
             task->descriptor = descriptor;
             task->events = events;
@@ -149,7 +136,7 @@ bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
     std::uint32_t const index = isDelayed ? place : place - mDelayed.capacity();
     KeptTask& task = table[index];
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         if (task.generation != generation) {
             return false;
         }
@@ -175,7 +162,7 @@ bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
 KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable) {
     KeptTask* task;
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         task = mHasEnded ? nullptr : table.take();
     }
     if (task != nullptr) {
@@ -187,7 +174,7 @@ KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable
 
 void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
     task.room.destroy();
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     table.free(task);
 }
 
@@ -241,7 +228,7 @@ bool LoopTasks::armKernelTimerLocked(std::uint64_t due) {
 }
 
 unsigned long LoopTasks::waitingCount() const {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     return mQueue.count() - (mIsFrontRunning.load() ? 1 : 0) + mOnceCount + mDroppedCount;
 }
 
@@ -308,7 +295,7 @@ bool LoopTasks::executeDue() {
     unsigned long missed = 0;
     KeptTask* task;
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         task = takeDueLocked(&missed);
     }
     if (task == nullptr) {
@@ -366,7 +353,7 @@ void LoopTasks::runKept(TaskTable& table, KeptTask& task, unsigned long told) {
 }
 
 bool LoopTasks::goesOnWaiting(TaskTable& table, KeptTask& task) {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     if (task.state != KeptTask::RUNNING) {
         return false;
     }
@@ -394,7 +381,7 @@ bool LoopTasks::executeReady() {
     while (mPolled.takeReady(&ready)) {
         KeptTask* task;
         {
-            Guard const guard(*this);
+            platform::MutexGuard const guard(mMutex);
             task = takeReadyLocked(ready);
         }
         if (task != nullptr) {
@@ -423,7 +410,7 @@ KeptTask* LoopTasks::takeReadyLocked(PollSet::Ready const& ready) {
 }
 
 void LoopTasks::collectWatches() {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     mHaveWatchesChanged.store(false);
     mPolled.clear();
     for (std::uint32_t i = 0; i < mWatching.capacity(); ++i) {
@@ -454,7 +441,7 @@ bool LoopTasks::awaitWord(int wakeEnd) {
 }
 
 void LoopTasks::close() {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     mHasEnded = true;
 }
 
@@ -467,7 +454,7 @@ void LoopTasks::drop() {
     }
     dropped += dropTable(mDelayed);
     dropTable(mWatching);
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     mDroppedCount = dropped;
 }
 
@@ -477,7 +464,7 @@ unsigned long LoopTasks::dropTable(TaskTable& table) {
     for (std::uint32_t i = 0; i < table.capacity(); ++i) {
         KeptTask& task = table[i];
         {
-            Guard const guard(*this);
+            platform::MutexGuard const guard(mMutex);
             if (task.state != KeptTask::WAITING) {
                 continue;
             }

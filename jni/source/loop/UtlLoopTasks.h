@@ -64,8 +64,6 @@ public:
     void drop() override;
 
 private:
-    class Guard;
-
     static constexpr std::uint64_t NEVER = std::numeric_limits<std::uint64_t>::max();
 
     ~LoopTasks();

@@ -136,7 +136,7 @@ void LoopControl::nudge() {
 
 bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension* extension) {
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         if (mEntries.count() != 0 && isOpen()) {
             return true;
         }
@@ -185,7 +185,7 @@ bool LoopControl::read() {
 
 // One that was noted may not have been posted.
 bool LoopControl::isReallyAsked(Request* request) {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     return isAskedLocked(request);
 }
 
@@ -208,7 +208,7 @@ void LoopControl::forgetOtherThreads() {
 }
 
 void LoopControl::beginExclusive() {
-    Guard const guard(*this);
+    platform::MutexGuard const guard(mMutex);
     mIsExclusive = true;
     mIsShared.setOff();
 }

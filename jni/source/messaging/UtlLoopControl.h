@@ -100,22 +100,7 @@ public:
     // lock: a word that is there when the loop goes to sleep keeps it awake.
     void nudge();
 
-    // What is held by whoever has one of those that follow.
-    platform::Mutex const& mutex() const UTL_RETURN_CAPABILITY(mMutex) { return mMutex; }
-
-    // The mutex for a scope.
-    class UTL_SCOPED_CAPABILITY Guard {
-    public:
-        explicit Guard(LoopControl& loop) UTL_ACQUIRE(loop.mMutex) : mMutex(loop.mMutex) {
-            mMutex.lock();
-        }
-        ~Guard() UTL_RELEASE() { mMutex.unlock(); }
-        Guard(Guard const&) = delete;
-        Guard& operator=(Guard const&) = delete;
-
-    private:
-        platform::Mutex& mMutex;
-    };
+    platform::Mutex& mutex() const UTL_RETURN_CAPABILITY(mMutex) { return mMutex; }
 
     // A scope in which a message writes itself into memory of a loop, or is read out of it, with a
     // lock held. Its functions are user code: what they ask of any loop is refused meanwhile, and
@@ -278,7 +263,7 @@ private:
     SyncObject mRequestLock;
 
     CacheDistance mBeforeSending;
-    platform::Mutex mMutex;
+    mutable platform::Mutex mMutex;
     std::atomic<bool> mIsAsleep{false};  // set with the mutex held
     std::atomic<bool> mIsClosed{false};  // likewise
     bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
@@ -324,7 +309,7 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
 template <typename CleanUp>
 void LoopControl::leave(CleanUp cleanUp) {
     {
-        Guard const guard(*this);
+        platform::MutexGuard const guard(mMutex);
         mHasEnded = true;
         cleanUp();
         answerLocked(false);

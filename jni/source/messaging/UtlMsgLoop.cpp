@@ -91,14 +91,14 @@ bool MsgDrivenThread::Loop::hasAllBuffers() const UTL_NO_THREAD_SAFETY_ANALYSIS 
 int MsgDrivenThread::Loop::requestStop() {
     LoopControl::Posting posting;
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         posting = mControl->postLocked({CTL_STOP, -1});
     }
     return report(posting, CTL_STOP);
 }
 
 void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     if (!mControl->isClosed()) {
         mControl->closeLocked();
         mHandledBefore.store(mControl->figures().handled());
@@ -264,7 +264,7 @@ bool MsgDrivenThread::Loop::call(void (*function)(void* context), void* context)
 
 int MsgDrivenThread::Loop::erase(long msgId) {
     if (isLoopThread()) {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         executeEraseMsgLocked(msgId);
         return 1;
     }
@@ -279,7 +279,7 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
     }
     LoopControl::Posting posting;
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         if (mControl->hasEndedLocked()) {
             return false;
         }
@@ -396,7 +396,7 @@ bool MsgDrivenThread::Loop::serve(LoopControl::Request const& request, long ctlI
         case ERASE:
             return serveErase(request.argument, ctlId);
         case FIND: {
-            LoopControl::Guard const guard(*mControl);
+            platform::MutexGuard const guard(mControl->mutex());
             mControl->answerLocked(executeFindMsgLocked(request.argument, &mAnsweredMsg));
             return true;
         }
@@ -420,7 +420,7 @@ bool MsgDrivenThread::Loop::serveSync(bool isQuestion, long ctlId) {
     deliver();
     bool const isServed = !isQuestion || closeQuestion();
 
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mControl->answerLocked(isServed);
     bool const isStillThere = ctlId < MIN_REVISITED_ID || executeFindMsgLocked(ctlId, &mFoundMsg);
     mControl->endExclusiveLocked();
@@ -449,12 +449,12 @@ void MsgDrivenThread::Loop::serveCall(Call const& call) {
     if (isInChild()) {
         mControl->forgetOtherThreads();
     }
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mControl->answerLocked(true);
 }
 
 bool MsgDrivenThread::Loop::serveErase(long target, long ctlId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     executeEraseMsgLocked(target);
     mControl->answerLocked(true);
     return ctlId != target && !(target == TimerMsg::ID && isTimerCtl(ctlId));

@@ -176,7 +176,7 @@ auto MsgDrivenThread::Loop::find(long msgId, Use use) {
     if (isLoopThread()) {
         bool isThere;
         {
-            LoopControl::Guard const guard(*mControl);
+            platform::MutexGuard const guard(mControl->mutex());
             isThere = executeFindMsgLocked(msgId, &mFoundMsg);
         }
         return use(isThere ? &mFoundMsg : nullptr);

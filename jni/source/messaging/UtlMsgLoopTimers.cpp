@@ -17,7 +17,7 @@ constexpr int START_IS_QUEUED = -2;
 }  // namespace
 
 void MsgDrivenThread::Loop::setNextUserTimerId(int userId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mNextUserTimerId = userId;
 }
 
@@ -54,7 +54,7 @@ int MsgDrivenThread::Loop::setTimer(TimerInfo const& info, int noWait) {
 
 // On the loop's thread.
 int MsgDrivenThread::Loop::startTimer(TimerInfo const& info) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     int const userId = mNextUserTimerId;
     if (!mTimers.insert(userId, info, 0) || executeStartTimerLocked(userId) != 0) {
         return -1;
@@ -67,7 +67,7 @@ int MsgDrivenThread::Loop::killTimer(int userId, int noWait) {
     if (isLoopThread()) {
         // Deliberate: an unknown id is fine here and refused from other threads. A listener may
         // kill a timer that has just ended by itself.
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         return executeStopTimerLocked(userId) == 0;
     }
     std::optional<LoopControl::Asking> asking;
@@ -93,7 +93,7 @@ int MsgDrivenThread::Loop::killTimer(int userId, int noWait) {
 }
 
 void MsgDrivenThread::Loop::restTimer(int userId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     if (TimerInfo* const info = mTimers.find(userId)) {
         info->runEvent->setOff();
         mControl->timers().hold(*info);
@@ -113,7 +113,7 @@ LoopControl::Posting MsgDrivenThread::Loop::postTimerCtlLocked(
 }
 
 int MsgDrivenThread::Loop::executeTimerRequest(ThreadCtlMsg const& ctl) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     bool const isStart = ctl.id == CTL_START_TIMER;
     int const result =
         isStart ? executeStartTimerLocked(ctl.parameter) : executeStopTimerLocked(ctl.parameter);
@@ -159,7 +159,7 @@ int MsgDrivenThread::Loop::executeStopTimerLocked(int userId) {
 // what an expiry queues is behind all that were there before.
 void MsgDrivenThread::Loop::executeExpiries() {
     do {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         mControl->timers().take([this](int userId) {
             mControl->mutex().assumeHeld();
             executeTimeoutSignalLocked(userId);
@@ -191,7 +191,7 @@ int MsgDrivenThread::Loop::executeTimeout(int userId) {
     }
     deliver();
 
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     return finishTimeoutLocked(userId);
 }
 

@@ -53,6 +53,18 @@ private:
     std::atomic<std::uint32_t> mState{FREE};
 };
 
+// One of them for a scope.
+class UTL_SCOPED_CAPABILITY MutexGuard {
+public:
+    explicit MutexGuard(Mutex& mutex) UTL_ACQUIRE(mutex) : mMutex(mutex) { mMutex.lock(); }
+    ~MutexGuard() UTL_RELEASE() { mMutex.unlock(); }
+    MutexGuard(MutexGuard const&) = delete;
+    MutexGuard& operator=(MutexGuard const&) = delete;
+
+private:
+    Mutex& mMutex;
+};
+
 }  // namespace platform
 }  // namespace utl
 

@@ -49,12 +49,12 @@ SharedTimer::Loop::Loop(SharedTimer& timer, unsigned long maxTimerCount)
 }
 
 void SharedTimer::Loop::setNextUserTimerId(int timerId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mNextUserTimerId = timerId;
 }
 
 int SharedTimer::Loop::addTimer(TimerInfo const& info) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     if (!mIsLooping || !mControl->isOpen()) {
         return -1;
     }
@@ -77,7 +77,7 @@ bool SharedTimer::Loop::start(int timerId, int noWait) {
         return false;
     }
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         TimerInfo const* const info = mTimers.find(timerId);
         if (info == nullptr || isQueuedLocked(TIMER_CTL_ERASE, timerId)) {
             return false;
@@ -102,7 +102,7 @@ bool SharedTimer::Loop::stop(int timerId, int noWait) {
         return false;
     }
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         TimerInfo const* const info = mTimers.find(timerId);
         // A listener that has stopped its timer may still be at work: the loop answers when it has
         // left.
@@ -131,7 +131,7 @@ bool SharedTimer::Loop::eraseTimer(int timerId, int noWait) {
         return false;
     }
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         bool const isThere = mTimers.find(timerId) != nullptr || isDeliveringLocked(timerId);
         if (!isThere || !caller.postLocked(TIMER_CTL_ERASE, timerId)) {
             return false;
@@ -141,7 +141,7 @@ bool SharedTimer::Loop::eraseTimer(int timerId, int noWait) {
 }
 
 bool SharedTimer::Loop::setInterval(int timerId, unsigned long intervalMs) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     TimerInfo* const info = mTimers.find(timerId);
     if (info == nullptr) {
         return false;
@@ -152,19 +152,19 @@ bool SharedTimer::Loop::setInterval(int timerId, unsigned long intervalMs) {
 }
 
 unsigned long SharedTimer::Loop::getInterval(int timerId) const {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     TimerInfo const* const info = mTimers.find(timerId);
     return info != nullptr ? static_cast<std::uint32_t>(info->interval) : NONE;
 }
 
 bool SharedTimer::Loop::isRunning(int timerId) const {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     TimerInfo const* const info = mTimers.find(timerId);
     return info != nullptr && info->runEvent->isOn();
 }
 
 bool SharedTimer::Loop::getTimerIdSet(Array<int>* ids) const {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     ids->setCount(0);
     for (unsigned long i = 0; i < mTimers.count(); ++i) {
         if (!ids->insertAt(i, mTimers[i].key())) {
@@ -175,13 +175,13 @@ bool SharedTimer::Loop::getTimerIdSet(Array<int>* ids) const {
 }
 
 TimerListener* SharedTimer::Loop::listenerOf(int timerId) const {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     TimerInfo const* const info = mTimers.find(timerId);
     return info != nullptr ? info->listener : nullptr;
 }
 
 bool SharedTimer::Loop::requestStop() {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     return postLocked(TIMER_CTL_WAKE_TO_STOP, -1);
 }
 
@@ -207,13 +207,13 @@ bool SharedTimer::Loop::Caller::postLocked(std::int32_t msgId, int timerId) {
 }
 
 bool SharedTimer::Loop::startByListener(int timerId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     return outlastsLocked(TIMER_CTL_STOP, TIMER_CTL_START, timerId) &&
            mTimers.find(timerId) != nullptr && updateOnStartLocked(timerId) == 0;
 }
 
 bool SharedTimer::Loop::stopByListener(int timerId) {
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mIsDeliveryOver = mIsDeliveryOver || isDeliveringLocked(timerId);
     return outlastsLocked(TIMER_CTL_START, TIMER_CTL_STOP, timerId) &&
            mTimers.find(timerId) != nullptr && updateOnStopLocked(timerId) == 0;
@@ -223,7 +223,7 @@ bool SharedTimer::Loop::eraseByListener(int timerId) {
     if (!stopByListener(timerId)) {
         return false;
     }
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mTimers.eraseKey(timerId);
     return true;
 }
@@ -258,7 +258,7 @@ int SharedTimer::Loop::run() {
     mControl->enter();
     mControl->watch().reportAtWork(AFTER_SLEEP);
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         mIsLooping = true;
     }
     mHasBegun.setOn();
@@ -288,7 +288,7 @@ SharedTimer::Loop::Step SharedTimer::Loop::executeStep() {
     bool isTaken;
     int result = 0;
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         LoopControl::Entry entry;
         isTaken = mControl->isOpen() && mControl->take(&entry);
         if (isTaken) {
@@ -316,7 +316,7 @@ SharedTimer::Loop::Step SharedTimer::Loop::executeStep() {
 // before.
 void SharedTimer::Loop::executeExpiries() {
     while (mControl->timers().hasExpired()) {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         mControl->timers().take([this](int timerId) {
             mControl->mutex().assumeHeld();
             executeTimeoutSignalLocked(timerId);
@@ -336,7 +336,7 @@ void SharedTimer::Loop::executeTimeoutSignalLocked(int timerId) {
 // it again, leaves nothing to be done for it.
 int SharedTimer::Loop::executeTimeout(int timerId) {
     {
-        LoopControl::Guard const guard(*mControl);
+        platform::MutexGuard const guard(mControl->mutex());
         mIsDelivering = true;
         mDelivered = timerId;
         mIsDeliveryOver = false;
@@ -347,7 +347,7 @@ int SharedTimer::Loop::executeTimeout(int timerId) {
         mControl->forgetOtherThreads();
     }
 
-    LoopControl::Guard const guard(*mControl);
+    platform::MutexGuard const guard(mControl->mutex());
     mIsDelivering = false;
     return mIsDeliveryOver ? 0 : updateOnTimeoutLocked(timerId);
 }
