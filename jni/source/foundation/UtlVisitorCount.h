@@ -10,9 +10,10 @@
 #ifndef UTL_VISITOR_COUNT_H
 #define UTL_VISITOR_COUNT_H
 
-#include <sched.h>
-
 #include <atomic>
+#include <cstdint>
+
+#include "platform/UtlFutex.h"
 
 namespace utl {
 
@@ -21,18 +22,28 @@ public:
     class Visit {
     public:
         explicit Visit(VisitorCount& count) : mInside(count.mInside) { mInside.fetch_add(1); }
-        ~Visit() { mInside.fetch_sub(1, std::memory_order_release); }
+        ~Visit() {
+            if (mInside.fetch_sub(1, std::memory_order_release) == (IS_AWAITED | 1)) {
+                platform::wakeSleeper(&mInside);
+            }
+        }
         Visit(Visit const&) = delete;
         Visit& operator=(Visit const&) = delete;
 
     private:
-        std::atomic<int>& mInside;
+        std::atomic<std::uint32_t>& mInside;
     };
 
-    // For visits that are short and never wait for the thread that calls this.
-    void awaitNone() const {
-        while (mInside.load() != 0) {
-            sched_yield();
+    // For visits that never wait for the thread that calls this.
+    void awaitNone() {
+        while ((mInside.load() & ~IS_AWAITED) != 0) {
+            std::uint32_t const inside = mInside.fetch_or(IS_AWAITED) | IS_AWAITED;
+            if (inside != IS_AWAITED) {
+                platform::sleepOnWord(mInside, inside);
+            }
+        }
+        if ((mInside.fetch_and(~IS_AWAITED) & IS_AWAITED) != 0) {
+            platform::wakeSleeper(&mInside);  // who awaits the same
         }
     }
 
@@ -40,7 +51,9 @@ public:
     void forget() { mInside.store(0); }
 
 private:
-    std::atomic<int> mInside{0};
+    static constexpr std::uint32_t IS_AWAITED = std::uint32_t{1} << 31;
+
+    std::atomic<std::uint32_t> mInside{0};
 };
 
 }  // namespace utl

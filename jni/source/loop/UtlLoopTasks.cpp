@@ -10,7 +10,6 @@
 #include "foundation/UtlLogLine.h"
 #include "foundation/UtlUserCode.h"
 #include "messaging/UtlControlIds.h"
-#include "messaging/UtlLoopControl.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlKernelTimer.h"
 
@@ -66,23 +65,48 @@ bool LoopTasks::post(TaskType const& type, void* callable) {
         return false;
     }
     std::int32_t const stamp = LoopFigures::stamp();
-    platform::MutexGuard const guard(mControl->mutex());
-    unsigned char* const slot = mQueue.end();
-    if (mControl->isClosed() || mControl->hasEndedLocked()) {
-        return false;
+    LoopControl::Bell bell;
+    TaskRoom* room;
+    {
+        platform::MutexGuard const guard(mControl->mutex());
+        if (mControl->isClosed() || mControl->hasEndedLocked()) {
+            return false;
+        }
+        room = postLocked({CTL_EXTENSION, stamp}, type, callable, &bell);
     }
+    bool const isPosted = room != nullptr && bell.ring([&] {
+        mControl->mutex().assumeHeld();
+        takeBackLocked(*room, callable);
+    });
+    if (!isPosted) {
+        mControl->figures().countRefused();
+    }
+    return isPosted;
+}
+
+// Where it is in the queue; nullptr when it is not.
+TaskRoom* LoopTasks::postLocked(LoopControl::Entry const& entry, TaskType const& type,
+                                void* callable, LoopControl::Bell* bell) {
+    unsigned char* const slot = mQueue.end();
+    TaskRoom* room = nullptr;
     auto const publish = [&] {
         LoopControl::Transfer const transfer;
-        (new (slot) TaskRoom)->fill(type, callable);
+        room = new (slot) TaskRoom;
+        room->fill(type, callable);
         mQueue.put();
+        mControl->figures().countPostedLocked();
     };
-    if (slot == nullptr ||
-        mControl->postLocked({CTL_EXTENSION, stamp}, publish) != LoopControl::Posting::DONE) {
-        mControl->figures().countRefused();
-        return false;
+    if (slot != nullptr) {
+        mControl->postLocked(entry, publish, bell);
     }
-    mControl->figures().countPostedLocked();
-    return true;
+    return room;
+}
+
+void LoopTasks::takeBackLocked(TaskRoom& room, void* callable) {
+    LoopControl::Transfer const transfer;
+    room.giveBack(callable);
+    mQueue.takeBack();
+    mControl->figures().countTakenBackLocked();
 }
 
 TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t delay,

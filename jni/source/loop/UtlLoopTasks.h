@@ -25,6 +25,7 @@
 #include "loop/UtlDeadlineHeap.h"
 #include "loop/UtlPollSet.h"
 #include "loop/UtlTaskTable.h"
+#include "messaging/UtlLoopControl.h"
 #include "messaging/UtlLoopExtension.h"
 #include "messaging/UtlSlotRing.h"
 #include "platform/UtlFork.h"
@@ -72,6 +73,9 @@ private:
     bool isLoopThread() const;
     bool isTakingTasks() const;
 
+    TaskRoom* postLocked(LoopControl::Entry const& entry, TaskType const& type, void* callable,
+                         LoopControl::Bell* bell) UTL_REQUIRES(mControl->mutex());
+    void takeBackLocked(TaskRoom& room, void* callable) UTL_REQUIRES(mControl->mutex());
     KeptTask* take(TaskTable& table, TaskType const& type, void* callable) UTL_EXCLUDES(mMutex);
     void putBack(TaskTable& table, KeptTask& task) UTL_EXCLUDES(mMutex);
     TaskHandle handleLocked(unsigned long place, KeptTask& task) UTL_REQUIRES(mMutex);

@@ -21,6 +21,12 @@ struct TaskRoom {
         type = &ofCallable;
         type->move(bytes, callable);
     }
+    // To where it was moved from.
+    void giveBack(void* callable) {
+        type->destroy(callable);
+        type->move(callable, bytes);
+        destroy();
+    }
     void run(unsigned long told) { type->run(bytes, told); }
     void destroy() { type->destroy(bytes); }
 

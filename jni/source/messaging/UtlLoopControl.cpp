@@ -86,17 +86,22 @@ LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisit
     }
 }
 
-LoopControl::Posting LoopControl::Asking::postLocked(Request const& request, Entry const& entry) {
+LoopControl::Posting LoopControl::Asking::postLocked(Request const& request, Entry const& entry,
+                                                     Bell* bell) {
     mLoop.mMutex.assumeHeld();
     mLoop.mRequest = request;
     mLoop.mAsker = current();
     mLoop.mIsAnswered.setOff();
     mLoop.mIsAsked.store(true, std::memory_order_release);  // the loop may come to any entry now
-    Posting const posting = mLoop.postLocked(entry);
+    Posting const posting = mLoop.postLocked(entry, bell);
     if (posting != Posting::DONE) {
         mLoop.mIsAsked.store(false, std::memory_order_relaxed);
     }
     return posting;
+}
+
+bool LoopControl::Asking::ring(Bell& bell) {
+    return bell.ring([this] { mLoop.mIsAsked.store(false, std::memory_order_relaxed); });
 }
 
 bool LoopControl::Asking::await() {
@@ -104,14 +109,40 @@ bool LoopControl::Asking::await() {
     return mLoop.mIsServed;
 }
 
-bool LoopControl::wakeLocked(Entry const& word) {
+// For a loop that is not awake. Whether there is a word, or a bell that will see to it.
+bool LoopControl::wakeLocked(Entry const& entry, Bell* bell) {
+    unsigned const sleep = mSleep.load(std::memory_order_relaxed);
+    if (bell != nullptr && !isRinging(sleep)) {
+        bell->mLoop = this;
+        bell->mWord = entry;
+        bell->mSleep = sleep + 1;
+        bell->mVisit.emplace(mVisitors);
+        mSleep.store(bell->mSleep, std::memory_order_relaxed);
+        return true;
+    }
+    if (!write(entry)) {
+        return false;  // the mark stays: the next entry tries again
+    }
+    mSleep.store(AWAKE, std::memory_order_relaxed);
+    return true;
+}
+
+bool LoopControl::wake(Bell const& bell) {
+    if (!write(bell.mWord)) {
+        return false;
+    }
+    unsigned sleep = bell.mSleep;
+    mSleep.compare_exchange_strong(sleep, AWAKE, std::memory_order_relaxed);
+    return true;
+}
+
+bool LoopControl::write(Entry const& word) {
     ssize_t const written = mPipe.wake(word);
     if (written != static_cast<ssize_t>(sizeof word)) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Error. write Ret:%u errno:%d", mLabel, name(),
                static_cast<unsigned>(written), errno);
-        return false;  // the mark stays: the next entry tries again
+        return false;
     }
-    mIsAsleep.store(false, std::memory_order_relaxed);
     return true;
 }
 
@@ -140,7 +171,7 @@ bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension
         if (mEntries.count() != 0 && isOpen()) {
             return true;
         }
-        mIsAsleep.store(true, std::memory_order_relaxed);
+        mSleep.store(nextSleepLocked(), std::memory_order_relaxed);
     }
     bool isWhole = true;
     if (mTimers.beginSleep()) {
@@ -149,9 +180,21 @@ bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension
         isWhole = !hasWord || read();
     }
     mTimers.endSleep();
-    mIsAsleep.store(false, std::memory_order_relaxed);
+    {
+        platform::MutexGuard const guard(mMutex);
+        mSleep.store(AWAKE, std::memory_order_relaxed);
+    }
     mFigures.wake();
     return isWhole;
+}
+
+// Even, and never AWAKE.
+unsigned LoopControl::nextSleepLocked() {
+    mLastSleep += 2;
+    if (mLastSleep == AWAKE) {
+        mLastSleep += 2;
+    }
+    return mLastSleep;
 }
 
 void LoopControl::finishHandler(long msgId) {

@@ -9,15 +9,24 @@
 // No wake-up is lost, although an entry that is queued while the loop is awake gets no word in the
 // pipe. The loop goes to sleep in two steps: with the mutex held it sees that the queue is empty
 // and marks itself asleep; then it reads. Whoever queues an entry does so with the mutex held, and
-// writes a word if he finds the mark, which he takes away. So an entry is queued either before the
-// mark, and then the loop has seen it, or after it, and then there is a word, for the mark is set
-// only when every entry before it has been taken. A word that was written for an entry that the
-// loop has taken in the meantime, because a timer woke it, makes it look once for nothing. The
-// signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler do
-// the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps. An
-// extension that sleeps in poll() has the pipe among its descriptors, and what other threads change
-// for it comes with a word of its own (nudge), whether the loop is asleep or not: it is there
-// before poll() looks, or ends it.
+// sees to a word if he finds the mark. So an entry is queued either before the mark, and then the
+// loop has seen it, or after it, and then there is a word, for the mark is set only when every
+// entry before it has been taken. A word that was written for an entry that the loop has taken in
+// the meantime, because a timer woke it, makes it look once for nothing.
+//
+// Where it matters how soon the loop wakes, the word is written without the mutex (Bell): a loop
+// that takes the sender's place on a processor would run into it. Meanwhile the mark says so, and
+// others write words of their own, with the mutex held, before they let the loop see what they have
+// queued. The mark goes when a word is there, unless the loop has slept again by then: every sleep
+// has its number. Should the one word not get into the pipe, nothing that others count on has come
+// behind what the sender queued, and the loop, which takes the mutex when it wakes, has not begun
+// to take it: he takes it back.
+//
+// The signals of the timers come to the loop's own thread: LoopTimers::beginSleep() and the handler
+// do the same with a mark of their own. tests/wakemodel_test.cpp tries every order of these steps.
+// An extension that sleeps in poll() has the pipe among its descriptors, and what other threads
+// change for it comes with a word of its own (nudge), whether the loop is asleep or not: it is
+// there before poll() looks, or ends it.
 
 #ifndef UTL_LOOP_CONTROL_H
 #define UTL_LOOP_CONTROL_H
@@ -145,6 +154,28 @@ public:
         bool mIsTaken = true;
     };
 
+    // Wakes the loop for what was queued, if that was left to it. While it lives, so does the loop.
+    class Bell {
+    public:
+        Bell() = default;
+        Bell(Bell const&) = delete;
+        Bell& operator=(Bell const&) = delete;
+
+        // To be called without the mutex. False, logged, when the loop could not be woken; before
+        // that `takeBack` is called, with the mutex held, to undo what was published with the
+        // entry, which stays.
+        template <typename TakeBack>
+        bool ring(TakeBack takeBack);
+
+    private:
+        friend class LoopControl;
+
+        LoopControl* mLoop = nullptr;
+        Entry mWord = {};
+        unsigned mSleep = AWAKE;  // as it has marked it
+        std::optional<VisitorCount::Visit> mVisit;
+    };
+
     // The right to ask the loop, which one thread has at a time, until the answer was dealt with.
     // None, logged, when the loop waits for the calling thread, and in a transfer.
     class Asking {
@@ -157,10 +188,11 @@ public:
 
         // With the mutex held, which callers know by another name than this does. Whether the loop
         // was asked, by the entry that was queued.
-        Posting postLocked(Request const& request, Entry const& entry);
+        Posting postLocked(Request const& request, Entry const& entry, Bell* bell = nullptr);
 
-        // Without it, when it was asked: blocks until the loop has answered or ended. Whether it
-        // did what it was asked for.
+        // Without it, when the loop was asked: whether it was, though it was left to the bell;
+        // blocks until the loop has answered or ended, and whether it did what it was asked for.
+        bool ring(Bell& bell);
         bool await();
 
     private:
@@ -174,11 +206,13 @@ public:
 
     // Queues an entry and sees to it that the loop comes to it: `publish` is called right before
     // the loop may find it. UNHEARD, logged: it is queued, without that call, but the loop could
-    // not be woken.
+    // not be woken. With a bell, that may be left to it.
     template <typename Publish>
-    Posting postLocked(Entry const& entry, Publish publish) UTL_REQUIRES(mMutex);
-    Posting postLocked(Entry const& entry) UTL_REQUIRES(mMutex) {
-        return postLocked(entry, [] {});
+    Posting postLocked(Entry const& entry, Publish publish, Bell* bell = nullptr)
+        UTL_REQUIRES(mMutex);
+    Posting postLocked(Entry const& entry, Bell* bell = nullptr) UTL_REQUIRES(mMutex) {
+        return postLocked(
+            entry, [] {}, bell);
     }
 
     void closeLocked() UTL_REQUIRES(mMutex) { mIsClosed.store(true, std::memory_order_relaxed); }
@@ -221,8 +255,9 @@ public:
     bool sleep(unsigned long before, unsigned long after, LoopExtension* extension = nullptr)
         UTL_EXCLUDES(mMutex);
 
-    // After that: blocks until nobody is left of those who waited, so that this may be destroyed.
-    void awaitNobody() const { mVisitors.awaitNone(); }
+    // After that: blocks until nobody is left of those who wait or ring, so that this may be
+    // destroyed.
+    void awaitNobody() { mVisitors.awaitNone(); }
 
     // What the loop is asked for, until it answers. False when it is not asked.
     bool isAsked(Request* request) UTL_EXCLUDES(mMutex) {
@@ -244,11 +279,18 @@ public:
 private:
     friend class LoopWait;
 
+    // Of the sleeps' numbers.
+    static constexpr unsigned AWAKE = 0;
+
     LoopControl(Names const& names, TimerHandler& handler, unsigned long maxEntries,
                 unsigned long maxTimers);
 
     bool isReallyAsked(Request* request) UTL_EXCLUDES(mMutex);
-    bool wakeLocked(Entry const& entry) UTL_REQUIRES(mMutex);
+    static bool isRinging(unsigned sleep) { return sleep % 2 != 0; }
+    bool wakeLocked(Entry const& entry, Bell* bell) UTL_REQUIRES(mMutex);
+    bool wake(Bell const& bell);
+    unsigned nextSleepLocked() UTL_REQUIRES(mMutex);
+    bool write(Entry const& word);
     void leaveThread();
     bool read();
 
@@ -259,12 +301,13 @@ private:
     LoopTimers mTimers;
     LoopWatch mWatch;
 
-    VisitorCount mVisitors;  // who wait, or may have to
+    VisitorCount mVisitors;  // who wait, or may have to, and who ring
     SyncObject mRequestLock;
 
     CacheDistance mBeforeSending;
     mutable platform::Mutex mMutex;
-    std::atomic<bool> mIsAsleep{false};  // set with the mutex held
+    std::atomic<unsigned> mSleep{AWAKE};  // set with the mutex held: even, odd while a bell rings
+    unsigned mLastSleep UTL_GUARDED_BY(mMutex) = AWAKE;
     std::atomic<bool> mIsClosed{false};  // likewise
     bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
     bool mIsExclusive UTL_GUARDED_BY(mMutex) = false;
@@ -287,14 +330,15 @@ private:
 };
 
 template <typename Publish>
-LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish) {
+LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish, Bell* bell) {
     unsigned char* const slot = mEntries.end();
+    // First the word, but for that of a bell: nothing that the loop may have taken already needs to
+    // be taken back. Where no word got into the pipe until the queue was full, one is tried still.
+    bool const isHeard = mSleep.load(std::memory_order_relaxed) == AWAKE ||
+                         wakeLocked(entry, slot != nullptr ? bell : nullptr);
     if (slot == nullptr) {
         return Posting::FULL;
     }
-    // First the word: nothing that the loop may have taken already needs to be taken back. One that
-    // wakes too early finds the mutex held when it goes to sleep again.
-    bool const isHeard = !mIsAsleep.load(std::memory_order_relaxed) || wakeLocked(entry);
     if (isHeard) {
         publish();
     }
@@ -304,6 +348,20 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
         mFigures.noteWaitingLocked(mEntries.countAgain());
     }
     return isHeard ? Posting::DONE : Posting::UNHEARD;
+}
+
+template <typename TakeBack>
+bool LoopControl::Bell::ring(TakeBack takeBack) {
+    if (mLoop == nullptr || mLoop->wake(*this)) {
+        return true;
+    }
+    platform::MutexGuard const guard(mLoop->mMutex);
+    if (mLoop->mSleep.load(std::memory_order_relaxed) != mSleep) {
+        return true;  // something else has woken it
+    }
+    mLoop->mSleep.store(mSleep - 1, std::memory_order_relaxed);
+    takeBack();
+    return false;
 }
 
 template <typename CleanUp>

@@ -22,7 +22,8 @@ public:
 
     // With the mutex of the queue held.
 
-    void countPostedLocked() { add(&mPosted); }
+    void countPostedLocked() { add(&mPosted, 1); }
+    void countTakenBackLocked() { add(&mPosted, -1UL); }
     unsigned long mostWaiting() const { return mMostWaiting.load(std::memory_order_relaxed); }
     void noteWaitingLocked(unsigned long waiting) {
         if (waiting > mostWaiting()) {
@@ -52,7 +53,7 @@ public:
     // The loop only.
 
     void wake() { mNow = platform::coarseTick(); }
-    void countHandled() { add(&mHandled); }
+    void countHandled() { add(&mHandled, 1); }
 
     // What was posted at `stamp` is about to be handled. It may have been posted after this looked
     // at the clock last.
@@ -77,8 +78,8 @@ public:
 
 private:
     // By one writer at a time.
-    static void add(std::atomic<unsigned long>* count) {
-        count->store(count->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    static void add(std::atomic<unsigned long>* count, unsigned long more) {
+        count->store(count->load(std::memory_order_relaxed) + more, std::memory_order_relaxed);
     }
 
     std::atomic<unsigned long> mHandled{0};

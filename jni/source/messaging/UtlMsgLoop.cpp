@@ -80,6 +80,12 @@ MsgDrivenThread::Loop::Loop(MsgDrivenThread& thread, unsigned long maxMsgSize,
     }
 }
 
+MsgDrivenThread::Loop::~Loop() {
+    if (mControl != nullptr) {
+        mControl->awaitNobody();
+    }
+}
+
 // Nobody else knows of it yet.
 bool MsgDrivenThread::Loop::hasAllBuffers() const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mControl != nullptr && mControl->capacity() != 0 &&
@@ -123,13 +129,22 @@ int MsgDrivenThread::Loop::post(Msg const& msg, bool needsLoop) {
         return 0;
     }
     std::int32_t const stamp = LoopFigures::stamp();
+    LoopControl::Bell bell;
     Queuing queuing;
     {
         LoopControl::Access const access(*mControl);
         if (!access || mControl->isClosed() || (needsLoop && mControl->hasEndedLocked())) {
             return 0;
         }
-        queuing = queueLocked(msg, stamp);
+        queuing = queueLocked(msg, stamp, &bell);
+    }
+    auto const takeBack = [this] {
+        mControl->mutex().assumeHeld();
+        mDataQueue.takeBack();
+        mControl->figures().countTakenBackLocked();
+    };
+    if (queuing == Queuing::DONE && !bell.ring(takeBack)) {
+        queuing = Queuing::UNHEARD;
     }
     return queuing == Queuing::DONE || report(queuing, msgId);
 }
@@ -141,7 +156,8 @@ bool MsgDrivenThread::Loop::store(Msg const& msg, ThreadRawMsg* record) {
 
 // The message writes itself straight into its slot, which nobody sees before it is whole.
 MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg,
-                                                                  std::int32_t stamp) {
+                                                                  std::int32_t stamp,
+                                                                  LoopControl::Bell* bell) {
     unsigned char* const slot = mDataQueue.end();
     mSendMsg.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
     if (!store(msg, &mSendMsg)) {
@@ -151,9 +167,12 @@ MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg
         return Queuing::NO_ROOM;
     }
     LoopControl::Entry const entry = {static_cast<std::int32_t>(msg.getMsgId()), stamp};
-    switch (mControl->postLocked(entry, [this] { mDataQueue.put(); })) {
+    auto const publish = [this] {
+        mDataQueue.put();
+        mControl->figures().countPostedLocked();
+    };
+    switch (mControl->postLocked(entry, publish, bell)) {
         case LoopControl::Posting::DONE:
-            mControl->figures().countPostedLocked();
             return Queuing::DONE;
         case LoopControl::Posting::FULL:
             return Queuing::NO_CTL_ROOM;
@@ -277,15 +296,16 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
     if (!asking) {
         return false;
     }
+    LoopControl::Bell bell;
     LoopControl::Posting posting;
     {
         platform::MutexGuard const guard(mControl->mutex());
         if (mControl->hasEndedLocked()) {
             return false;
         }
-        posting = asking.postLocked({request, argument}, {CTL_SERVICE, -1});
+        posting = asking.postLocked({request, argument}, {CTL_SERVICE, -1}, &bell);
     }
-    return report(posting, CTL_SERVICE) && asking.await();
+    return report(posting, CTL_SERVICE) && asking.ring(bell) && asking.await();
 }
 
 int MsgDrivenThread::Loop::run() {
@@ -302,7 +322,6 @@ int MsgDrivenThread::Loop::run() {
     }
     finish();
     if (mIsThreadGone) {
-        mControl->awaitNobody();
         delete this;
     }
     return step == Step::STOPPED ? 0 : -1;

@@ -31,6 +31,7 @@ public:
     // `extension` may be null.
     Loop(MsgDrivenThread& thread, unsigned long maxMsgSize, unsigned long maxMsgCount,
          unsigned long maxTimerCount, LoopExtension* extension);
+    ~Loop();
 
     // Without one of them a message that was accepted could be lost.
     bool hasAllBuffers() const;
@@ -90,7 +91,8 @@ private:
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
     static bool store(Msg const& msg, ThreadRawMsg* record);
-    Queuing queueLocked(Msg const& msg, std::int32_t stamp) UTL_REQUIRES(mControl->mutex());
+    Queuing queueLocked(Msg const& msg, std::int32_t stamp, LoopControl::Bell* bell)
+        UTL_REQUIRES(mControl->mutex());
     int report(Queuing queuing, long msgId);
     bool restoreAnswer(Msg* answer);
     bool send(LoopControl::Asking& asking, Request request, Msg const& msg);

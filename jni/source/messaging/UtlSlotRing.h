@@ -60,6 +60,12 @@ public:
         setPut(mPut.load(std::memory_order_relaxed) + 1);
     }
 
+    // With the lock held, while the loop takes nothing: the last slot is none any more.
+    void takeBack() {
+        mEnd = mEnd != 0 ? mEnd - 1 : mCapacity - 1;
+        setPut(mPut.load(std::memory_order_relaxed) - 1);
+    }
+
     // The loop: the first slot, or nullptr; and taking it out.
     unsigned char* front() {
         unsigned long const taken = mTaken.load(std::memory_order_relaxed);

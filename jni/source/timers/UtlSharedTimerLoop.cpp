@@ -48,6 +48,12 @@ SharedTimer::Loop::Loop(SharedTimer& timer, unsigned long maxTimerCount)
     timeoutHandler.install();
 }
 
+SharedTimer::Loop::~Loop() {
+    if (mControl != nullptr) {
+        mControl->awaitNobody();
+    }
+}
+
 void SharedTimer::Loop::setNextUserTimerId(int timerId) {
     platform::MutexGuard const guard(mControl->mutex());
     mNextUserTimerId = timerId;
@@ -275,7 +281,6 @@ int SharedTimer::Loop::run() {
         eraseAllTimerLocked();
     });
     if (mIsThreadGone) {
-        mControl->awaitNobody();
         delete this;
     }
     return step == Step::STOPPED ? 0 : -1;

@@ -23,6 +23,7 @@ namespace utl {
 class SharedTimer::Loop {
 public:
     Loop(SharedTimer& timer, unsigned long maxTimerCount);
+    ~Loop();
 
     // Whether anything could wake the thread.
     bool isUsable() const { return mControl != nullptr && mControl->capacity() != 0; }
