@@ -60,13 +60,13 @@ bool PollSet::await(int wakeEnd, int* error) {
     mNext = count > 0 ? 1 : mEnd;
     if (count == -1) {
         pollfd wake = mPolled[0];
-        return poll(&wake, 1, RETRY_MS) > 0;
+        return platform::lookAtDescriptors(&wake, 1, RETRY_MS) > 0;
     }
     return mPolled[0].revents != 0;
 }
 
 void PollSet::look() {
-    mNext = poll(mPolled.get() + 1, mEnd - 1, 0) > 0 ? 1 : mEnd;
+    mNext = platform::lookAtDescriptors(mPolled.get() + 1, mEnd - 1, 0) > 0 ? 1 : mEnd;
 }
 
 bool PollSet::takeReady(Ready* ready) {
