@@ -273,8 +273,10 @@ public:
     // there already. Who has the old file open to read goes on with that; opening it to write,
     // moving and erasing it are refused meanwhile.
     //
-    // The bytes are written beside it first: a process that is killed meanwhile leaves a file
-    // ".utl-*.tmp" in the directory, which nobody uses.
+    // The bytes are written beside it first: a process that is killed meanwhile leaves a plain file
+    // ".utl-*.tmp" in the directory. The next replacement there (in a large directory a later one)
+    // removes it, unless somebody is at work: that is told by a lock, as of flock(), on the
+    // directory, which nobody waits for. Such names are for nothing else.
     static int replace(char const* path, std::string_view contents);
     static int replace(char const* path, void const* bytes, unsigned long size);
 

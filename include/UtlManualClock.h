@@ -28,6 +28,9 @@
 //   of the library: a loop for work, an Event, a sleep, an answer. A listener that waits for the
 //   test by other means (a condition variable, a mutex, a descriptor) holds the clock up; every 10
 //   seconds a line in the log says so.
+// - The thread that moves it waits for nothing that takes time, since nobody moves it meanwhile: it
+//   hangs when it stops or destroys a thread that is in Thread::sleep(), or a Loop whose task is,
+//   with a limit too.
 // - In a child of fork() the kernel's clock holds.
 
 #ifndef UTL_MANUAL_CLOCK_H

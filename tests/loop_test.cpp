@@ -1,5 +1,6 @@
 #include "UtlLoop.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -353,6 +355,37 @@ TEST_F(LoopTest, ADescriptorIsWatchedOnceAndByItsRegistration) {
     EXPECT_TRUE(calls.waitFor(1));
     EXPECT_TRUE(second.cancel());
     settle();
+}
+
+// However they come and go. The numbers are so far apart that they meet in the loop's tables.
+TEST_F(LoopTest, EachOfManyDescriptorsIsKnown) {
+    constexpr unsigned MANY = 16;
+    Pair pair;
+    int fds[MANY];
+    TaskHandle handles[MANY];
+    std::atomic<int> calls[MANY] = {};
+    auto const watch = [&](unsigned i) {
+        return loop->watch(fds[i], Loop::READABLE, [&, i] { ++calls[i]; });
+    };
+    for (unsigned i = 0; i < MANY; ++i) {
+        fds[i] = fcntl(pair.ends[0], F_DUPFD_CLOEXEC, 200 + i % 3 * 64);
+    }
+    std::minstd_rand random(7);
+    for (int turn = 0; turn < 500; ++turn) {
+        unsigned const i = static_cast<unsigned>(random() % MANY);
+        if (!handles[i].cancel()) {
+            handles[i] = watch(i);
+            EXPECT_TRUE(handles[i]);
+            EXPECT_FALSE(watch(i));
+        }
+    }
+    pair.write(1);
+    for (unsigned i = 0; i < MANY; ++i) {
+        watch(i);
+        EXPECT_TRUE(test::comesTrue([&] { return calls[i] > 0; }));
+    }
+    loop.reset();
+    std::for_each(fds, fds + MANY, ::close);
 }
 
 TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {

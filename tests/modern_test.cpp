@@ -5,16 +5,20 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "UtlFile.h"
@@ -207,6 +211,20 @@ TEST(ModernStrings, AStringTakesViewsOfItselfToo) {
 
 // Files that are replaced.
 
+std::function<void()> halfWay;  // of a replacement that has written its file, once
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" int fsync(int descriptor) {
+    if (halfWay != nullptr) {
+        std::exchange(halfWay, nullptr)();
+    }
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+namespace {
+
 unsigned entries(test::Scratch const& scratch) {
     std::filesystem::directory_iterator const all(scratch.path());
     return static_cast<unsigned>(std::distance(begin(all), end(all)));
@@ -261,6 +279,48 @@ TEST(ModernFiles, AFailureHalfWayLeavesTheOldFile) {
     EXPECT_FALSE(test::inChild([=] { replace(SIG_DFL); }));
     EXPECT_EQ("old", scratch.content("file"));
     EXPECT_EQ(2u, entries(scratch));
+}
+
+TEST(ModernFiles, WhatAKilledReplacementHasLeftIsRemoved) {
+    test::Scratch const scratch;
+    char const* const path = scratch.file("file", "old");
+    scratch.file(".utl-0123456789ABCDEF.tmp");
+    scratch.file(".utl-0123456789abcdef.tmp.");
+    scratch.directory(".utl-0000000000000001.tmp");
+    scratch.link("file", ".utl-0000000000000002.tmp");
+    EXPECT_EQ(0, mkfifo(scratch(".utl-0000000000000003.tmp"), 0666));
+    EXPECT_FALSE(test::inChild([=] {
+        halfWay = [] { raise(SIGKILL); };
+        File::replace(path, "lost");
+    }));
+    EXPECT_EQ(7u, entries(scratch));
+    EXPECT_EQ(1, File::replace(path, "new"));
+    EXPECT_EQ(6u, entries(scratch));
+}
+
+// While one is at work another one leaves its file alone; where that could not be, it starts over.
+// A child of a fork has the directory's lock no longer than its parent.
+TEST(ModernFiles, AReplacementAtWorkIsNotSwept) {
+    test::Scratch const scratch;
+    pid_t child = 0;
+    halfWay = [&] {
+        EXPECT_EQ(1, File::replace(scratch("other"), "other"));
+        EXPECT_EQ(2u, entries(scratch));
+        for (auto const& entry : std::filesystem::directory_iterator(scratch.path())) {
+            EXPECT_TRUE(entry.path().extension() != ".tmp" || std::filesystem::remove(entry));
+        }
+        child = fork();
+        if (child == 0) {
+            pause();
+        }
+    };
+    EXPECT_EQ(1, File::replace(scratch("file"), "new"));
+    EXPECT_EQ("new", scratch.content("file"));
+    scratch.file(".utl-0123456789abcdef.tmp");
+    EXPECT_EQ(1, File::replace(scratch("file"), "newer"));
+    EXPECT_EQ(2u, entries(scratch));
+    kill(child, SIGKILL);
+    EXPECT_EQ(-1, test::exitCodeOf(child));
 }
 
 TEST(ModernFiles, WhoeverLooksSeesAWholeFile) {

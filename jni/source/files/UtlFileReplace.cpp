@@ -1,7 +1,9 @@
 #include <errno.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <atomic>
+#include <cstring>
+#include <iterator>
 
 #include "UtlFile.h"
 #include "UtlLog.h"
@@ -15,6 +17,7 @@
 #include "files/UtlNormalPath.h"
 #include "foundation/UtlLogLine.h"
 #include "platform/UtlClock.h"
+#include "platform/UtlDirectory.h"
 #include "platform/UtlErrno.h"
 #include "platform/UtlFileSystem.h"
 #include "platform/UtlKernelThread.h"
@@ -27,6 +30,9 @@ using platform::FileStatus;
 using platform::Links;
 
 enum Statement : unsigned long {
+    OPEN_LISTING = 2201,
+    READ_LISTING = 2204,
+    SWEEP = 2207,
     CREATE = 2212,
     WRITE_BYTES = 2218,
     SYNC_FILE = 2224,
@@ -45,6 +51,15 @@ constexpr unsigned PRIVATE = 0600;
 
 // Who precreates names, to be in the way, has to guess one each time.
 constexpr int MOST_NAMES = 100;
+
+// Between them are DIGITS hexadecimal ones. No name is used twice: whoever loses his file does not
+// take another's for it.
+constexpr char PREFIX[] = ".utl-";
+constexpr char SUFFIX[] = ".tmp";
+constexpr unsigned long DIGITS = 16;
+
+// A replacement looks at so many names of its directory, on average, for what was left there.
+constexpr long NAMES_EACH = 32;
 
 // What has the name. While this lives nobody opens that file to write, moves or erases it.
 struct OldFile {
@@ -121,9 +136,9 @@ Beside::Beside(Entry const& entry, unsigned mode)
     : mEntry{entry.directory, mName, entry.path, entry.canOpenUp} {
     errno = EEXIST;
     for (int names = 0; !mFile.isOpen() && errno == EEXIST && names < MOST_NAMES; ++names) {
-        formatStr(mName, sizeof mName, ".utl-%08x%08x.tmp",
+        formatStr(mName, sizeof mName, "%s%08x%08x%s", PREFIX,
                   static_cast<unsigned>(platform::threadId()),
-                  static_cast<unsigned>(platform::monotonicNanoseconds()));
+                  static_cast<unsigned>(platform::monotonicNanoseconds()), SUFFIX);
         mFile.set(watchedStep(CREATE, [&] {
             return openIn(mEntry, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
         }));
@@ -159,7 +174,76 @@ bool Beside::settleMode(OldFile const& old) const {
            ((status.st_mode & PERMISSIONS) == mode || platform::changeMode(mFile.get(), mode) == 0);
 }
 
-// AGAIN when the name has come to mean something else meanwhile; FAILED with errno.
+bool isBeside(char const* name) {
+    char const* const digits = name + sizeof PREFIX - 1;
+    return std::strncmp(name, PREFIX, sizeof PREFIX - 1) == 0 &&
+           std::strspn(digits, "0123456789abcdef") == DIGITS &&
+           std::strcmp(digits + DIGITS, SUFFIX) == 0;
+}
+
+// The lock of a directory, which replacements share as long as they work there: who has it alone,
+// because there is something to sweep, knows that processes that were killed have left that. Nobody
+// waits for it: who could not share it, and whose file was swept, starts over.
+class DirectoryLock {
+public:
+    explicit DirectoryLock(int directory) : mDirectory(directory) {}
+    // Closing the directory would not do where a fork has copied the descriptor.
+    ~DirectoryLock() {
+        platform::ErrnoGuard const guard;
+        platform::lockFile(mDirectory, LOCK_UN);
+    }
+    DirectoryLock(DirectoryLock const&) = delete;
+    DirectoryLock& operator=(DirectoryLock const&) = delete;
+
+    bool takeAlone() const { return platform::lockFile(mDirectory, LOCK_EX | LOCK_NB) == 0; }
+    void share() const { platform::lockFile(mDirectory, LOCK_SH | LOCK_NB); }
+
+private:
+    int const mDirectory;
+};
+
+// Removes a plain file of such a name, if nobody is at work. What cannot be removed stays.
+void sweepOne(Entry const& entry, DirectoryLock const& lock) {
+    FileStatus status;
+    if (isBeside(entry.name) &&
+        platform::statusAt(entry.directory, entry.name, Links::NOT_FOLLOWED, &status) &&
+        S_ISREG(status.st_mode) && lock.takeAlone()) {
+        watchedStep(SWEEP, [&] { return removeIn(entry, false); });
+    }
+}
+
+// How many names were read. What is listed while files go is enough: the next time finds the rest.
+long sweepListed(Entry const& entry, platform::Directory* listing, DirectoryLock const& lock) {
+    long names = 0;
+    for (; watchedStep(READ_LISTING, [=] { return listing->next(); }); ++names) {
+        sweepOne({entry.directory, listing->name(), entry.path, entry.canOpenUp}, lock);
+    }
+    return names;
+}
+
+// A large directory is not read each time: the next times are spared it. Directories that meet in
+// one place share what they are spared.
+void sweep(Entry const& entry, int directory, DirectoryLock const& lock) {
+    static std::atomic<long> timesSpared[64];
+    FileStatus status;
+    if (!platform::descriptorStatus(directory, &status)) {
+        return;
+    }
+    std::atomic<long>& spared =
+        timesSpared[(status.st_ino ^ status.st_dev) % std::size(timesSpared)];
+    if (spared.load(std::memory_order_relaxed) > 0) {
+        spared.fetch_sub(1, std::memory_order_relaxed);
+        return;
+    }
+    platform::Directory listing;
+    if (watchedStep(OPEN_LISTING, [&] { return listing.open(directory); })) {
+        long const names = sweepListed(entry, &listing, lock);
+        spared.fetch_add(names / NAMES_EACH, std::memory_order_relaxed);
+    }
+}
+
+// AGAIN when the name has come to mean something else meanwhile, or what was written is gone;
+// FAILED with errno.
 Outcome replaceOnce(Entry const& entry, char const* bytes, unsigned long size) {
     OldFile old;
     Outcome const found = find(entry, &old);
@@ -171,7 +255,8 @@ Outcome replaceOnce(Entry const& entry, char const* bytes, unsigned long size) {
         fresh.takeName(entry.name, old.exists)) {
         return Outcome::DONE;
     }
-    return errno == EEXIST && fresh.isOpen() ? Outcome::AGAIN : Outcome::FAILED;
+    bool const hasChanged = errno == EEXIST || errno == ENOENT;
+    return hasChanged && fresh.isOpen() ? Outcome::AGAIN : Outcome::FAILED;
 }
 
 // False with errno.
@@ -182,8 +267,11 @@ bool replaceIn(Entry const& entry, char const* bytes, unsigned long size) {
     if (!directory.isOpen()) {
         return false;
     }
+    DirectoryLock const lock(directory.get());
+    sweep(entry, directory.get(), lock);
     Outcome outcome = Outcome::AGAIN;
     for (int tries = 0; outcome == Outcome::AGAIN && tries < MOST_OPENINGS; ++tries) {
+        lock.share();
         outcome = replaceOnce(entry, bytes, size);
     }
     if (outcome == Outcome::AGAIN) {

@@ -33,9 +33,8 @@ LoopTasks::LoopTasks(unsigned long mostTasks, unsigned long mostTimers,
       mDelayed(mostTimers),
       mWatching(mostDescriptors),
       mDeadlines(mostTimers),
-      mPolled(mostDescriptors) {
-    mPolled.clear();
-}
+      mWatches(mostDescriptors),
+      mPolled(mostDescriptors) {}
 
 LoopTasks::~LoopTasks() = default;
 
@@ -43,7 +42,7 @@ LoopTasks::~LoopTasks() = default;
 bool LoopTasks::isWhole() const UTL_NO_THREAD_SAFETY_ANALYSIS {
     return mQueue.capacity() == mMostTasks && mDelayed.capacity() == mMostTimers &&
            mWatching.capacity() == mMostDescriptors && (mMostTimers == 0 || mDeadlines.isMade()) &&
-           mPolled.isMade();
+           (mMostDescriptors == 0 || mWatches.isMade()) && mPolled.isMade();
 }
 
 void LoopTasks::release() {
@@ -140,11 +139,11 @@ TaskHandle LoopTasks::watch(TaskType const& type, void* callable, int descriptor
     }
     {
         platform::MutexGuard const guard(mMutex);
-        if (!mHasEnded && !isWatchedLocked(descriptor)) {
+        std::uint32_t const place = mWatching.placeOf(*task);
+        if (!mHasEnded && mWatches.insert({descriptor, events, place, task->generation})) {
             task->descriptor = descriptor;
-            task->events = events;
             changeWatchesLocked();
-            return handleLocked(mMostTimers + mWatching.placeOf(*task), *task);
+            return handleLocked(mMostTimers + place, *task);
         }
     }
     putBack(mWatching, *task);
@@ -164,9 +163,10 @@ bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
         if (task.generation != generation) {
             return false;
         }
-        task.forsakeHandles();
-        if (!isDelayed) {
-            changeWatchesLocked();
+        if (isDelayed) {
+            task.forsakeHandles();
+        } else {
+            endWatchLocked(task);
         }
         if (task.state == KeptTask::RUNNING) {
             task.state = KeptTask::CANCELLED;
@@ -207,17 +207,6 @@ TaskHandle LoopTasks::handleLocked(unsigned long place, KeptTask& task) {
     return TaskHandle(*this, static_cast<std::uint32_t>(place), task.generation);
 }
 
-bool LoopTasks::isWatchedLocked(int descriptor) {
-    for (std::uint32_t i = 0; i < mWatching.capacity(); ++i) {
-        KeptTask const& task = mWatching[i];
-        bool const isLive = task.state == KeptTask::WAITING || task.state == KeptTask::RUNNING;
-        if (isLive && !task.isLast && task.descriptor == descriptor) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // A loop that sleeps must let go of a descriptor that is not watched any more, too: in poll() it
 // would keep open what its owner closes.
 void LoopTasks::changeWatchesLocked() {
@@ -226,6 +215,12 @@ void LoopTasks::changeWatchesLocked() {
     if (!mHasEnded && !isLoopThread()) {
         mControl->nudge();
     }
+}
+
+void LoopTasks::endWatchLocked(KeptTask& task) {
+    task.forsakeHandles();
+    mWatches.erase(task.descriptor);
+    changeWatchesLocked();
 }
 
 // Whether the loop will look at the clock in time.
@@ -427,8 +422,7 @@ KeptTask* LoopTasks::takeReadyLocked(PollSet::Ready const& ready) {
     if (task.isLast) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) watched descriptor:%d is closed",
                mControl->label(), mControl->name(), task.descriptor);
-        task.forsakeHandles();
-        changeWatchesLocked();
+        endWatchLocked(task);
     }
     return &task;
 }
@@ -436,13 +430,7 @@ KeptTask* LoopTasks::takeReadyLocked(PollSet::Ready const& ready) {
 void LoopTasks::collectWatches() {
     platform::MutexGuard const guard(mMutex);
     mHaveWatchesChanged.store(false);
-    mPolled.clear();
-    for (std::uint32_t i = 0; i < mWatching.capacity(); ++i) {
-        KeptTask const& task = mWatching[i];
-        if (task.state == KeptTask::WAITING) {
-            mPolled.add(task.descriptor, task.events, i, task.generation);
-        }
-    }
+    mPolled.assign(mWatches);
 }
 
 bool LoopTasks::awaitWord(int wakeEnd) {

@@ -25,6 +25,7 @@
 #include "loop/UtlDeadlineHeap.h"
 #include "loop/UtlPollSet.h"
 #include "loop/UtlTaskTable.h"
+#include "loop/UtlWatchList.h"
 #include "messaging/UtlLoopControl.h"
 #include "messaging/UtlLoopExtension.h"
 #include "messaging/UtlSlotRing.h"
@@ -79,8 +80,8 @@ private:
     KeptTask* take(TaskTable& table, TaskType const& type, void* callable) UTL_EXCLUDES(mMutex);
     void putBack(TaskTable& table, KeptTask& task) UTL_EXCLUDES(mMutex);
     TaskHandle handleLocked(unsigned long place, KeptTask& task) UTL_REQUIRES(mMutex);
-    bool isWatchedLocked(int descriptor) UTL_REQUIRES(mMutex);
     void changeWatchesLocked() UTL_REQUIRES(mMutex);
+    void endWatchLocked(KeptTask& task) UTL_REQUIRES(mMutex);
     bool armLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
     bool armKernelTimerLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
 
@@ -112,6 +113,7 @@ private:
     TaskTable mDelayed;  // guarded by mMutex, but for what is in a TAKEN place, as is mWatching
     TaskTable mWatching;
     DeadlineHeap mDeadlines UTL_GUARDED_BY(mMutex);
+    WatchList mWatches UTL_GUARDED_BY(mMutex);  // those whose handles mean them
     std::uint64_t mArmedFor UTL_GUARDED_BY(mMutex) = NEVER;
     unsigned long mOnceCount UTL_GUARDED_BY(mMutex) = 0;  // of those that wait and are called once
     unsigned long mDroppedCount UTL_GUARDED_BY(mMutex) = 0;  // when the loop is over

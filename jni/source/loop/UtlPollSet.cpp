@@ -17,6 +17,11 @@ constexpr unsigned bits(int events) {
     return static_cast<unsigned short>(events);
 }
 
+short wanted(unsigned events) {
+    return static_cast<short>(((events & Loop::READABLE) != 0 ? POLLIN : 0) |
+                              ((events & Loop::WRITABLE) != 0 ? POLLOUT : 0));
+}
+
 // What is asked for is also what an end or a failure is reported as: the next call of read() or
 // write() finds it.
 unsigned seen(pollfd const& polled) {
@@ -37,12 +42,14 @@ PollSet::PollSet(unsigned long capacity)
     : mPolled(allocateElements<pollfd>(capacity + 1)),
       mOwners(allocateElements<Owner>(capacity + 1)) {}
 
-void PollSet::add(int descriptor, unsigned events, std::uint32_t owner, std::uint32_t generation) {
-    int const wanted = ((events & Loop::READABLE) != 0 ? POLLIN : 0) |
-                       ((events & Loop::WRITABLE) != 0 ? POLLOUT : 0);
-    mPolled[mEnd] = {descriptor, static_cast<short>(wanted), 0};
-    mOwners[mEnd] = {owner, generation};
-    mNext = ++mEnd;
+void PollSet::assign(WatchList const& watches) {
+    mEnd = 1;
+    for (Watch const& watch : watches) {
+        mPolled[mEnd] = {watch.descriptor, wanted(watch.events), 0};
+        mOwners[mEnd] = {watch.owner, watch.generation};
+        ++mEnd;
+    }
+    mNext = mEnd;
 }
 
 bool PollSet::await(int wakeEnd, int* error) {
@@ -53,13 +60,13 @@ bool PollSet::await(int wakeEnd, int* error) {
     mNext = count > 0 ? 1 : mEnd;
     if (count == -1) {
         pollfd wake = mPolled[0];
-        return poll(&wake, 1, RETRY_MS) > 0;
+        return platform::lookAtDescriptors(&wake, 1, RETRY_MS) > 0;
     }
     return mPolled[0].revents != 0;
 }
 
 void PollSet::look() {
-    mNext = poll(mPolled.get() + 1, mEnd - 1, 0) > 0 ? 1 : mEnd;
+    mNext = platform::lookAtDescriptors(mPolled.get() + 1, mEnd - 1, 0) > 0 ? 1 : mEnd;
 }
 
 bool PollSet::takeReady(Ready* ready) {

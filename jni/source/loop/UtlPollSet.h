@@ -1,6 +1,6 @@
 // Internal. The descriptors that a loop watches, as poll() takes them, behind the pipe that wakes
 // it; and those of them that have something to say, one after the other. The loop's alone: others
-// change a table that this is made of anew.
+// change a list that this is made of anew, in less time than poll() takes for it.
 
 #ifndef UTL_POLL_SET_H
 #define UTL_POLL_SET_H
@@ -11,6 +11,8 @@
 #include <memory>
 
 #include "UtlArray.h"
+
+#include "loop/UtlWatchList.h"
 
 namespace utl {
 
@@ -29,8 +31,8 @@ public:
     // Whether there was memory.
     bool isMade() const { return mPolled != nullptr && mOwners != nullptr; }
 
-    void clear() { mNext = mEnd = 1; }
-    void add(int descriptor, unsigned events, std::uint32_t owner, std::uint32_t generation);
+    // Nothing has been seen of them yet.
+    void assign(WatchList const& watches);
     bool isEmpty() const { return mEnd == 1; }
 
     // Blocks until `wakeEnd` or a descriptor has something. Whether `wakeEnd` has. When the system

@@ -54,7 +54,6 @@ struct alignas(CACHE_LINE) KeptTask {
 
     // Of one that waits for a descriptor.
     int descriptor = -1;
-    unsigned events = 0;
 };
 
 // Everything with a lock of its owner held.

@@ -37,6 +37,10 @@ int awaitDescriptors(pollfd* descriptors, nfds_t count) {
     return ready;
 }
 
+int lookAtDescriptors(pollfd* descriptors, nfds_t count, int limitMs) {
+    return poll(descriptors, count, limitMs);
+}
+
 long readPipe(int end, void* bytes, unsigned long size) {
     if (ManualTime* const time = ManualTime::inUse()) {
         pollfd readable = {end, POLLIN, 0};

@@ -20,6 +20,9 @@ bool openPipe(PipeEnds* ends);
 // poll() without a limit, which goes on after a signal.
 int awaitDescriptors(pollfd* descriptors, nfds_t count);
 
+// poll() for so many milliseconds of the kernel's time, or until a signal.
+int lookAtDescriptors(pollfd* descriptors, nfds_t count, int limitMs);
+
 // read(), which the handler of a signal may end early where it does not restart calls.
 long readPipe(int end, void* bytes, unsigned long size);
 
