@@ -13,16 +13,13 @@ namespace utl {
 
 namespace {
 
-struct TasksRelease {
-    void operator()(LoopTasks* tasks) const { tasks->release(); }
-};
-
 void doNothing(void*) {}
 
 }  // namespace
 
 bool LoopThread::begin(LoopOptions const& options) {
-    ThreadMsgListener* const listener = options.listener != nullptr ? options.listener : &mHandlers;
+    ThreadMsgListener* const listener =
+        options.listener != nullptr ? options.listener : mTasks.handlers();
     StartOptions asGiven;
     asGiven.priority = options.priority;
     asGiven.aliveTime = options.aliveTime;
@@ -34,8 +31,19 @@ bool LoopThread::call(void (*function)(void* context), void* context) {
     return isServing() && !hasRequestedStop() && mLoop->call(function, context);
 }
 
+// The circle that the one may find makes the other wait for ever, but not without a word.
+void LoopThread::end() {
+    stop(Rest::DROP);
+    Thread::stop(1, 0);
+}
+
+int LoopThread::requestStop() {
+    mLoop->closeIfOpen();
+    return MsgDrivenThread::requestStop();
+}
+
 std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
-    std::unique_ptr<LoopTasks, TasksRelease> const tasks(new (std::nothrow) LoopTasks(
+    std::unique_ptr<LoopTasks, ExtensionRelease> const tasks(new (std::nothrow) LoopTasks(
         options.mostTasks, options.mostTimers, options.mostDescriptors));
     if (tasks == nullptr || !tasks->isWhole()) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
@@ -46,7 +54,7 @@ std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) cannot begin", options.name);
         return nullptr;
     }
-    MsgHandlers* const handlers = options.listener == nullptr ? &thread->handlers() : nullptr;
+    MsgHandlers* const handlers = options.listener == nullptr ? tasks->handlers() : nullptr;
     std::unique_ptr<Loop> loop(new (std::nothrow) Loop(std::move(thread), *tasks, handlers));
     if (loop == nullptr) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
@@ -54,7 +62,10 @@ std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
     return loop;
 }
 
-Loop::~Loop() = default;
+// Here already: tasks may use this until the thread has ended.
+Loop::~Loop() {
+    loopThread().end();
+}
 
 LoopThread& Loop::loopThread() {
     return static_cast<LoopThread&>(*mThread);

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 
+#include <algorithm>
+#include <limits>
 #include <new>
 
 #include "UtlLog.h"
@@ -21,6 +23,8 @@ namespace {
 constexpr unsigned MOST_TURNS_WITHOUT_LOOK = 16;
 
 constexpr int NO_KERNEL_TIMER = -1;
+
+constexpr unsigned long MOST_MISSED = std::numeric_limits<unsigned long>::max();
 
 }  // namespace
 
@@ -156,7 +160,7 @@ bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
     }
     bool const isDelayed = place < mMostTimers;
     TaskTable& table = isDelayed ? mDelayed : mWatching;
-    std::uint32_t const index = isDelayed ? place : place - mDelayed.capacity();
+    auto const index = static_cast<std::uint32_t>(isDelayed ? place : place - mMostTimers);
     KeptTask& task = table[index];
     {
         platform::MutexGuard const guard(mMutex);
@@ -238,10 +242,11 @@ bool LoopTasks::armLocked(std::uint64_t due) {
 
 bool LoopTasks::armKernelTimerLocked(std::uint64_t due) {
     bool const isArmed = platform::armTimerAt(mKernelTimer, due);
-    if (!isArmed) {
+    if (!isArmed && !mIsTimerRefused.load()) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) timer_settime SysTimerId:0x%08x errno:%d",
                mControl->label(), mControl->name(), static_cast<unsigned>(mKernelTimer), errno);
     }
+    mIsTimerRefused.store(!isArmed);
     mArmedFor = isArmed ? due : NEVER;
     return isArmed;
 }
@@ -358,7 +363,7 @@ KeptTask* LoopTasks::takeDueLocked(unsigned long* missed) {
         mNow = platform::monotonicNanoseconds();
         std::uint64_t const periods = (mNow - due) / task.period;
         task.due = due + (periods + 1) * task.period;
-        *missed = static_cast<unsigned long>(periods);
+        *missed = static_cast<unsigned long>(std::min<std::uint64_t>(periods, MOST_MISSED));
     }
     return &task;
 }
@@ -433,15 +438,19 @@ void LoopTasks::collectWatches() {
     mPolled.assign(mWatches);
 }
 
+// Where the kernel has refused its timer the loop looks at the clock, and asks again, by itself.
 bool LoopTasks::awaitWord(int wakeEnd) {
     if (mHaveWatchesChanged.load()) {
         collectWatches();
     }
-    if (mPolled.isEmpty()) {
+    bool const isTimed = !mIsTimerRefused.load();
+    if (mPolled.isEmpty() && isTimed) {
         return true;
     }
     int error;
-    bool const hasWord = mPolled.await(wakeEnd, &error);
+    bool const hasWord =
+        isTimed ? mPolled.await(wakeEnd, &error) : mPolled.awaitMoment(wakeEnd, &error);
+    mLooksForDue = mLooksForDue || !isTimed;
     mTurnsWithoutLook = 0;
     mHasTurn.store(true);
     if (error != 0 && error != mPollError) {
@@ -466,6 +475,7 @@ void LoopTasks::drop() {
     }
     dropped += dropTable(mDelayed);
     dropTable(mWatching);
+    mHandlers.reset();
     platform::MutexGuard const guard(mMutex);
     mDroppedCount = dropped;
 }

@@ -16,9 +16,10 @@
 #include <atomic>
 #include <cstdint>
 #include <limits>
-#include <memory>
+#include <optional>
 
 #include "UtlMsgDrivenThread.h"
+#include "UtlMsgHandlers.h"
 #include "UtlTask.h"
 #include "UtlThreadSafety.h"
 
@@ -42,6 +43,9 @@ public:
 
     void retain() override { mReferences.fetch_add(1, std::memory_order_relaxed); }
     void release() override;
+
+    // For messages, until the loop is over.
+    MsgHandlers* handlers() { return &*mHandlers; }
 
     // Any thread, as long as there is the loop's object: what Loop does.
     bool post(TaskType const& type, void* callable);
@@ -106,6 +110,8 @@ private:
     unsigned mProcess = 0;
     int mKernelTimer = -1;
 
+    std::optional<MsgHandlers> mHandlers{std::in_place};
+
     SlotRing mQueue;  // what is put in is guarded by the control's mutex
 
     mutable platform::Mutex mMutex;
@@ -119,6 +125,7 @@ private:
     unsigned long mDroppedCount UTL_GUARDED_BY(mMutex) = 0;  // when the loop is over
 
     std::atomic<bool> mHaveWatchesChanged{false};
+    std::atomic<bool> mIsTimerRefused{false};
 
     // The loop's.
     bool mLooksForDue = false;

@@ -4,7 +4,6 @@
 #define UTL_LOOP_THREAD_H
 
 #include "UtlLoop.h"
-#include "UtlMsgHandlers.h"
 
 #include "loop/UtlLoopTasks.h"
 
@@ -14,22 +13,25 @@ class LoopThread final : public MsgDrivenThread {
 public:
     // Takes a reference of its own to `tasks`.
     LoopThread(LoopOptions const& options, LoopTasks& tasks)
-        : MsgDrivenThread(options.messageSize, options.mostMessages, options.name, 0, &tasks) {}
+        : MsgDrivenThread(options.messageSize, options.mostMessages, options.name, 0, &tasks),
+          mTasks(tasks) {}
 
     // Here already: the thread looks at what class this is until it has ended.
-    ~LoopThread() override { Thread::stop(1, 0); }
+    ~LoopThread() override { end(); }
 
     // Whether it runs now.
     bool begin(LoopOptions const& options);
 
-    // For messages, unless the owner has a listener.
-    MsgHandlers& handlers() { return mHandlers; }
-
     // Has `function` called on the thread. False when it was not.
     bool call(void (*function)(void* context), void* context);
 
+    // Drops what is left and waits until the thread has ended, which its own does not do.
+    void end();
+
 private:
-    MsgHandlers mHandlers;
+    int requestStop() override;
+
+    LoopTasks& mTasks;
 };
 
 }  // namespace utl

@@ -10,8 +10,8 @@ namespace utl {
 
 namespace {
 
-// How long a loop that the system refuses to look at all descriptors looks at its pipe alone.
-constexpr int RETRY_MS = 100;
+// How long a loop sleeps that the system has refused something.
+constexpr int MOMENT_MS = 10;
 
 constexpr unsigned bits(int events) {
     return static_cast<unsigned short>(events);
@@ -55,12 +55,23 @@ void PollSet::assign(WatchList const& watches) {
 bool PollSet::await(int wakeEnd, int* error) {
     mPolled[0] = {wakeEnd, POLLIN, 0};
     // Whoever interrupts to wake writes a word as well.
-    int const count = platform::awaitDescriptors(mPolled.get(), mEnd);
+    return note(platform::awaitDescriptors(mPolled.get(), mEnd), error);
+}
+
+bool PollSet::awaitMoment(int wakeEnd, int* error) {
+    mPolled[0] = {wakeEnd, POLLIN, 0};
+    int const count = platform::lookAtDescriptors(mPolled.get(), mEnd, MOMENT_MS);
+    bool const isCutShort = count == -1 && errno == EINTR;
+    return note(isCutShort ? 0 : count, error);
+}
+
+// What poll() has returned.
+bool PollSet::note(int count, int* error) {
     *error = count == -1 ? errno : 0;
     mNext = count > 0 ? 1 : mEnd;
     if (count == -1) {
         pollfd wake = mPolled[0];
-        return platform::lookAtDescriptors(&wake, 1, RETRY_MS) > 0;
+        return platform::lookAtDescriptors(&wake, 1, MOMENT_MS) > 0;
     }
     return mPolled[0].revents != 0;
 }

@@ -39,6 +39,9 @@ public:
     // refuses, with errno in `*error`, only for `wakeEnd`, and for a moment.
     bool await(int wakeEnd, int* error);
 
+    // The same, but blocks for a moment only.
+    bool awaitMoment(int wakeEnd, int* error);
+
     // Looks at the descriptors without blocking.
     void look();
 
@@ -47,6 +50,8 @@ public:
     bool takeReady(Ready* ready);
 
 private:
+    bool note(int count, int* error);
+
     struct Owner {
         std::uint32_t place;
         std::uint32_t generation;

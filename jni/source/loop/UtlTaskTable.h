@@ -46,7 +46,7 @@ struct alignas(CACHE_LINE) KeptTask {
     std::uint32_t generation = 0;
     std::uint32_t next = 0;  // of the free ones
     State state = FREE;
-    bool isLast = false;  // the call that is under way
+    bool isLast = false;  // the call under way is its last
 
     // Of a task that waits for its time: nanoseconds on the monotonic clock.
     std::uint64_t due = 0;

@@ -101,7 +101,6 @@ public:
     // Whether somebody has said that nothing more is accepted. Exact with the mutex held.
     bool isClosed() const { return mIsClosed.load(std::memory_order_relaxed); }
 
-    // How many messages and tasks the loop has taken to handle them. Wraps.
     LoopFigures& figures() { return mFigures; }
     LoopStatistics statistics() const { return mFigures.read(count()); }
 

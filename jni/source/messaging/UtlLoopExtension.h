@@ -44,8 +44,8 @@ public:
     // The kernel timer has expired. With the control's mutex held.
     virtual void expire() = 0;
 
-    // Once for each entry that the loop deals with: does one thing that has no entry. False when
-    // there is nothing left.
+    // If there is a turn, once for each entry that the loop deals with: does one thing that has no
+    // entry. False when there is nothing left.
     bool hasTurn() const { return mHasTurn.load(std::memory_order_relaxed); }
     virtual bool executeTurn() = 0;
 
@@ -62,6 +62,10 @@ protected:
     ~LoopExtension() = default;
 
     std::atomic<bool> mHasTurn{false};
+};
+
+struct ExtensionRelease {
+    void operator()(LoopExtension* extension) const { extension->release(); }
 };
 
 }  // namespace utl

@@ -104,12 +104,16 @@ int MsgDrivenThread::Loop::requestStop() {
 }
 
 void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
+    closeIfOpen();
+    mRunsUntil.store(rest == Rest::RUN ? until : 0);
+}
+
+void MsgDrivenThread::Loop::closeIfOpen() {
     platform::MutexGuard const guard(mControl->mutex());
     if (!mControl->isClosed()) {
         mControl->closeLocked();
         mHandledBefore.store(mControl->figures().handled());
     }
-    mRunsUntil.store(rest == Rest::RUN ? until : 0);
 }
 
 StopResult MsgDrivenThread::Loop::stopResult(int result) const {

@@ -45,6 +45,7 @@ public:
     // From now on nothing is accepted; with Rest::RUN what was accepted is handled before the loop
     // stops, but no message begins after `until` in nanoseconds.
     void close(Rest rest, std::uint64_t until);
+    void closeIfOpen();
 
     // How many were handled since then, and how many wait, or were left.
     StopResult stopResult(int result) const;
@@ -83,10 +84,6 @@ private:
     // What another thread asks for; the argument is an id, or the address of a Call.
     enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER, CALL };
     struct Call;
-
-    struct ExtensionRelease {
-        void operator()(LoopExtension* extension) const { extension->release(); }
-    };
 
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
