@@ -81,34 +81,29 @@ TEST(SjisTest, TextIsConvertedWholeOrNotAtAll) {
 }
 
 TEST(SjisTest, OneCharacterTellsWhatItTook) {
-    struct {
-        char const* sjis;
-        unsigned long consumed;
-        std::string utf8;
-        unsigned short unit;
-        unsigned long utf16Result;
-    } const cases[] = {{"\x82\xA0z", 2, "\u3042", 0x3042, 1},
-                       {"\x85\x40z", 2, "\0"s, 0, 1},
-                       {"\x82", 1, "\0"s, 0, 1},
-                       {"\xB1z", 1, "\uFF71", 0xFF71, 1},
-                       {"\x81\x4Cz", 2, "\u00B4", 0x00B4, 1},
-                       {"\xA0z", 1, "\xA0", 0x00A0, 2},
-                       {"", 1, "\0"s, 0, 2}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.sjis));
+    auto const expect = [](char const* sjis, unsigned long consumed, std::string const& utf8,
+                           unsigned short unit, unsigned long utf16Result) {
+        SCOPED_TRACE(::testing::PrintToString(sjis));
         unsigned long taken = 0;
         for (unsigned long size = 0; size <= 3; ++size) {
-            bool const fits = size >= c.utf8.size();
+            bool const fits = size >= utf8.size();
             std::string dst(3, FENCE);
-            EXPECT_EQ(fits || size == 0 ? c.utf8.size() : NONE,
-                      convertCharFromSjisToUtf8(dst.data(), size, c.sjis, &taken));
-            EXPECT_EQ(fits ? c.utf8 + std::string(3 - c.utf8.size(), FENCE) : "###", dst);
-            EXPECT_EQ(c.consumed, std::exchange(taken, 0));
+            EXPECT_EQ(fits || size == 0 ? utf8.size() : NONE,
+                      convertCharFromSjisToUtf8(dst.data(), size, sjis, &taken));
+            EXPECT_EQ(fits ? utf8 + std::string(3 - utf8.size(), FENCE) : "###", dst);
+            EXPECT_EQ(consumed, std::exchange(taken, 0));
         }
         unsigned short stored = FENCE;
-        EXPECT_EQ(c.utf16Result, convertCharFromSjisToUtf16(&stored, c.sjis, &taken));
-        EXPECT_TRUE(stored == c.unit && taken == c.consumed);
-    }
+        EXPECT_EQ(utf16Result, convertCharFromSjisToUtf16(&stored, sjis, &taken));
+        EXPECT_TRUE(stored == unit && taken == consumed);
+    };
+    expect("\x82\xA0z", 2, "\u3042", 0x3042, 1);
+    expect("\x85\x40z", 2, "\0"s, 0, 1);
+    expect("\x82", 1, "\0"s, 0, 1);
+    expect("\xB1z", 1, "\uFF71", 0xFF71, 1);
+    expect("\x81\x4Cz", 2, "\u00B4", 0x00B4, 1);
+    expect("\xA0z", 1, "\xA0", 0x00A0, 2);
+    expect("", 1, "\0"s, 0, 2);
 }
 
 TEST(Utf16Test, TextBecomesUtf8) {

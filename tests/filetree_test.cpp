@@ -37,9 +37,6 @@ constexpr int UTF8 = File::UTF8;
 // watchdog hears of.
 std::function<void()> beforeUnlink;
 std::function<void()> beforeRename;
-std::function<void()> atStatement;
-unsigned long statementToActAt;
-unsigned timesToPass;
 unsigned openedUp;  // how often a directory was
 bool ignoresModes;  // as some file systems do
 
@@ -50,15 +47,14 @@ void happen(std::function<void()>& what) {
 }
 
 // Each statement is heard before and behind its call.
-void actAt(unsigned long statement, unsigned times, std::function<void()> what) {
-    statementToActAt = statement;
-    timesToPass = times;
-    atStatement = std::move(what);
-    utl::BlockingCall::install([](utl::StatementInfo const& heard) {
-        if (heard.line() == statementToActAt && timesToPass-- == 0) {
-            happen(atStatement);
+void actAt(unsigned long statement, unsigned timesToPass, std::function<void()> what) {
+    static std::function<void(unsigned long)> hear;
+    hear = [=](unsigned long heard) mutable {
+        if (heard == statement && timesToPass-- == 0) {
+            happen(what);
         }
-    });
+    };
+    utl::BlockingCall::install([](utl::StatementInfo const& heard) { hear(heard.line()); });
 }
 
 bool hasExclusiveRename = true;

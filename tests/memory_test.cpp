@@ -281,6 +281,7 @@ TEST_F(MemoryTest, NobodyWaitsForADumpIntoAFullPipe) {
 // Beside an ordered map; with memory for all rows, and with none.
 TEST(HeapListingTest, ListsByAddressWhatIsLiveTheLatestFirst) {
     static HeapTable<256> table;
+    table.clear();
     static platform::StaticLock lock(platform::LockOrder::HEAP_TABLE);
     std::map<std::pair<std::uintptr_t, std::int64_t>, std::uint64_t> live;
     std::mt19937 random(6);

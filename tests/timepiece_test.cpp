@@ -166,6 +166,7 @@ TEST(CurrentTimeTest, LocalTimeFollowsTheZone) {
 
 TEST(CurrentTimeTest, CallsThatMayBlockAreReportedWithTheirNumbers) {
     static std::string reported;
+    reported.clear();
     BlockingCall::install([](StatementInfo const& call) {
         reported += std::string(call.function()) + " " + std::to_string(call.line()) + "/" +
                     std::to_string(call.sub()) + " ";
