@@ -404,18 +404,14 @@ TEST(FilePathTest, HasItsParts) {
     }
 }
 
-std::set<unsigned long> statements;
-
-void noteStatement(utl::StatementInfo const& statement) {
-    statements.insert(statement.line());
-}
-
 TEST_F(FileTest, TellsTheWatchdogWhereItMayBlockAndWhyAnEntryWasPassedOver) {
     scratch.file("a.x");
     scratch.file("d/b");
     File file(scratch("b.txt"), UTF8);
     File::Paths entries(8, File::Paths::FIXED);
-    utl::BlockingCall::install(noteStatement);
+    static std::set<unsigned long> statements;
+    utl::BlockingCall::install(
+        [](utl::StatementInfo const& statement) { statements.insert(statement.line()); });
     file.open(File::EMPTY, File::WRITE);
     File::isOpened(scratch("b.txt"), nullptr);
     file.close();

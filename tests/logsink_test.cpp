@@ -202,16 +202,6 @@ std::string line(std::string const& level, std::string const& text) {
            text + '\n';
 }
 
-void logByThreads(int count) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([] { rawlog(-1, 3, "by a thread"); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 // Runs `work` with the reading end, in a process whose standard error this is.
 template <typename Work>
 bool withStandardError(MakeEnds make, Work work) {
@@ -227,15 +217,21 @@ bool withStandardError(MakeEnds make, Work work) {
 
 void isNotHeldUp(int reader) {
     unsigned const descriptors = test::openDescriptors();
-    logByThreads(1);
-    expectNext(reader, line("detail", "by a thread"));
+    rawlog(-1, 3, "read at once");
+    expectNext(reader, line("detail", "read at once"));
 
     rlimit limit;
     getrlimit(RLIMIT_NOFILE, &limit);
     rlimit const none = {3, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, hasDescriptors ? &limit : &none);
     std::size_t const stored = stopReading();
-    logByThreads(30);
+    std::vector<std::thread> threads(30);
+    for (std::thread& thread : threads) {
+        thread = std::thread([] { rawlog(-1, 3, "by a thread"); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     EXPECT_EQ(1u, waits.size());
     EXPECT_EQ(30u, lostLogLines());
     expectNext(reader, std::string(stored, 'x'));
