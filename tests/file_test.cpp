@@ -218,22 +218,20 @@ TEST_F(FileTest, KeepsModesWhereThatIsThePolicy) {
     File::setModePolicy(File::DEFAULT_MODES);
 }
 
-TEST_F(FileTest, AProgramThatIsStartedKeepsNoLock) {
-    OpenFile file(scratch("file"), File::WRITE);
-    std::string const fifo = scratch("fifo");
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    int const input = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-    FILE* const program = popen(("echo; read line < " + fifo).c_str(), "r");
-    int told;
-    do {
-        told = fgetc(program);
-    } while (told == EOF && errno == EINTR);
-    ASSERT_EQ('\n', told);
-    file.close();
-    EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));  // while the program still runs
-    EXPECT_EQ(1, write(input, "\n", 1));
-    pclose(program);
-    close(input);
+// And so no lock.
+TEST_F(FileTest, AProgramThatIsStartedGetsNoDescriptor) {
+    auto const inherited = [] {
+        std::set<int> descriptors;
+        for (int fd = 0; fd < 100; ++fd) {
+            if (fcntl(fd, F_GETFD) == 0) {
+                descriptors.insert(fd);
+            }
+        }
+        return descriptors;
+    };
+    std::set<int> const before = inherited();
+    OpenFile const file(scratch("file"), File::WRITE);
+    EXPECT_EQ(before, inherited());
 }
 
 TEST_F(FileTest, OpensWithStandardInputClosed) {

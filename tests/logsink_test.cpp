@@ -86,16 +86,10 @@ extern "C" tm* localtime_r(time_t const* time, tm* local) noexcept {
 
 namespace {
 
-struct LogsWhenDestroyed {
-    bool isOn = false;
-    ~LogsWhenDestroyed() {
-        if (isOn) {
-            rawlog(-2, 3, "static destructor\n\n");
-        }
-    }
-} logsWhenDestroyed;
-
 void logAndExit() {
+    static struct LastWords {
+        ~LastWords() { rawlog(-2, 3, "static destructor\n\n"); }
+    } lastWords;
     rawlog(-1, utl::LEVEL_DETAIL, "no tag yet\r\n");
     setLogTag("TAG");
     setFilterLevel(utl::LIBRARY_LOG, utl::LEVEL_DEBUG);
@@ -108,7 +102,6 @@ void logAndExit() {
     test::Worker("\u65E5\u672C\u8A9E\u540D\u524D\u7CF8", [] {
         return rawlog(-1, 2, "by a thread");
     }).runsToItsEnd();
-    logsWhenDestroyed.isOn = true;
     std::atexit([] { applog(-2, 3, "exit handler"); });
     std::exit(0);
 }
@@ -188,11 +181,9 @@ constexpr char SOME_TIME[] = "YYYY-MM-DD HH:MM:SS.mmm";
 
 void expectNext(int reader, std::string const& expected) {
     control(TCOON);
-    std::string text(expected.size(), '\0');
-    std::size_t done = 0;
-    for (ssize_t got;
-         done < text.size() && (got = read(reader, &text[done], text.size() - done)) > 0;) {
-        done += static_cast<std::size_t>(got);
+    std::string text;
+    for (char byte; text.size() < expected.size() && read(reader, &byte, 1) == 1;) {
+        text += byte;
     }
     EXPECT_EQ(expected, std::regex_replace(text, std::regex(TIME), SOME_TIME));
 }
