@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <functional>
 #include <map>
 #include <set>
@@ -305,14 +306,12 @@ TEST_F(FileTest, ResizingKeepsThePositionInsideTheFile) {
     File file(scratch("file"), UTF8);
     EXPECT_EQ(0, file.resize(1));
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
-    struct {
-        long long before, size, after;
-    } const resizings[] = {{2, 5, 2}, {5, 5, 5}, {7, 5, 5}, {7, 12, 7}, {3, 0, 0}};
-    for (auto const& resizing : resizings) {
-        file.seek(resizing.before, File::FROM_START);
-        EXPECT_EQ(1, file.resize(static_cast<unsigned long long>(resizing.size)));
-        EXPECT_EQ(resizing.after, file.position());
-        EXPECT_EQ(resizing.size, file.size());
+    for (auto const& [before, size, after] :
+         {std::array{2, 5, 2}, {5, 5, 5}, {7, 5, 5}, {7, 12, 7}, {3, 0, 0}}) {
+        file.seek(before, File::FROM_START);
+        EXPECT_EQ(1, file.resize(static_cast<unsigned long long>(size)));
+        EXPECT_EQ(after, file.position());
+        EXPECT_EQ(size, file.size());
     }
 }
 

@@ -113,30 +113,24 @@ TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
 
 // Likewise.
 TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
-    struct {
-        char const* name;
-        unsigned long (*search)(char const*, char const*, unsigned long, unsigned long*);
-        char const *text, *key;
-        unsigned long offset, index, end;
-    } const cases[] = {
-        {"empty pattern", findStr<char>, "abc", "", 1, 3, NONE},
-        {"null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
-        {"null pattern", findStr<char>, "abc", nullptr, 0, NONE, UNTOUCHED},
-        {"token of null", findToken<char>, nullptr, ",", 0, NONE, UNTOUCHED},
-        {"token by null", findToken<char>, "a", nullptr, 0, NONE, UNTOUCHED},
-        {"empty pattern, reverse", findReverseStr<char>, "abc", "", 0, 3, 2},
-        {"null text, reverse", findReverseStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
-        {"null pattern, reverse", findReverseStr<char>, "a", nullptr, 0, NONE, UNTOUCHED},
-        {"first of two", findReverseChar<char>, "a/\U0001F600/b", "\U0001F600x", 9, 5, 1},
-        {"byte order mark", findReverseChar<char>, "a", "\xEF\xBB\xBF", 1, NONE, UNTOUCHED},
-        {"incomplete is empty", findReverseChar<char>, "abc", "\xC3", 2, 3, 2},
+    auto const expectFound = [](char const* name, auto search, char const* text, char const* key,
+                                unsigned long offset, unsigned long index, unsigned long end) {
+        unsigned long found = UNTOUCHED;
+        EXPECT_EQ(index, search(text, key, offset, &found)) << name;
+        EXPECT_EQ(end, found) << name;
+        EXPECT_EQ(index, search(text, key, offset, nullptr)) << name;
     };
-    for (auto const& c : cases) {
-        unsigned long end = UNTOUCHED;
-        EXPECT_EQ(c.index, c.search(c.text, c.key, c.offset, &end)) << c.name;
-        EXPECT_EQ(c.end, end) << c.name;
-        EXPECT_EQ(c.index, c.search(c.text, c.key, c.offset, nullptr)) << c.name;
-    }
+    expectFound("empty pattern", findStr<char>, "abc", "", 1, 3, NONE);
+    expectFound("null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED);
+    expectFound("null pattern", findStr<char>, "abc", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("token of null", findToken<char>, nullptr, ",", 0, NONE, UNTOUCHED);
+    expectFound("token by null", findToken<char>, "a", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("empty pattern, reverse", findReverseStr<char>, "abc", "", 0, 3, 2);
+    expectFound("null text, reverse", findReverseStr<char>, nullptr, "a", 0, NONE, UNTOUCHED);
+    expectFound("null pattern, reverse", findReverseStr<char>, "a", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("first of two", findReverseChar<char>, "a/\U0001F600/b", "\U0001F600x", 9, 5, 1);
+    expectFound("byte order mark", findReverseChar<char>, "a", "\xEF\xBB\xBF", 1, NONE, UNTOUCHED);
+    expectFound("incomplete is empty", findReverseChar<char>, "abc", "\xC3", 2, 3, 2);
     EXPECT_EQ(3UL, t_strstr("abc", ""));
     EXPECT_EQ(3UL, t_strstr<char>("abc", nullptr));
     EXPECT_EQ(NONE, t_strstr<char>(nullptr, "abc"));
@@ -261,12 +255,12 @@ TEST(PlainFormTest, DoesTheSame) {
         in.dstPos = pick(in.held.size() + 1);
         in.count = pick(4) == 0 ? ALL : pick(in.s.size() + 2);
         in.trunc = static_cast<int>(pick(3));
-        char const* difference = isLong ? nullptr : test::findStoringDifference(in);
+        char const* difference = isLong ? nullptr : in.storingDifference();
         if (difference == nullptr) {
             in.key = makeKey(in.s);
             in.held = in.s.substr(0, pick(9)) + makeText(1);
             in.other = makeText(isLong || pick(2) == 0 ? 3 : 60);
-            difference = test::findSearchingDifference(in);
+            difference = in.searchingDifference();
         }
         ASSERT_EQ(nullptr, difference)
             << ::testing::PrintToString(in.s) << ::testing::PrintToString(in.held)
