@@ -47,55 +47,50 @@ TEST(FirstCharacterTest, IsMeasuredByItsBytes) {
 
 // What the comparisons with plain versions below leave out.
 TEST(StoringTest, ReturnsWhatItUsedAndLeavesTheRestAlone) {
-    struct {
-        char const* name;
-        unsigned long (*store)(char* dst);  // 6 bytes that hold "old"
-        unsigned long result;
-        char const* stored;  // null: nothing was written
-    } const cases[] = {
-    // clang-format off
-#define STORING(call, ...) {#call, [](char* d) { (void)d; return call; }, __VA_ARGS__}
-        STORING(copyStrBase(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9"),
-        STORING(copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, ""),
-        STORING(copyStr<char>(d, 6, nullptr, 0, WHOLE), NONE, nullptr),
-        STORING(copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr),
-        STORING(copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr),
-        STORING(copyGeneral<char>(d, 6, 5, nullptr, 0, ALL, WHOLE), NONE, nullptr),
-        STORING(copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr),
-        STORING(copyGeneral(d, 6, 6, "x", 0, ALL, TRUNCATE), NONE, nullptr),
-        STORING(t_strncpy<char>(d, 6, nullptr, 3), 1, ""),
-        STORING(t_strncpy<char>(nullptr, 6, "abc", 3), NONE, nullptr),
-        STORING(combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr),
-        STORING(combineStr<char>(d, 6, d, nullptr, 0, WHOLE), 4, nullptr),
-        STORING(combineStr<char>(d, 6, d, nullptr, 1, WHOLE), NONE, nullptr),
-        STORING(formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42"),
-        STORING(formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12"),
-        STORING(formatStr(d, 6, "ab%cde", '\0'), 3, "ab"),
-        STORING(formatStr(d, 6, "%s", ""), 1, ""),
-        STORING(formatStr(d, 6, "%lc", static_cast<wint_t>(-1)), NONE, ""),
-        STORING(formatStr(d, 0, "%s", "a"), NONE, nullptr),
-        STORING(formatStr<char>(nullptr, 6, "%s", "a"), NONE, nullptr),
-        STORING(truncateStr<char>(nullptr, 3), NONE, nullptr),
-        STORING(getNearCharIndex<char>(nullptr, 0, 1), NONE, nullptr),
-        STORING(eraseStrSpan<char>(d, 6, nullptr, 0, 0, WHOLE), NONE, nullptr),
-        STORING(eraseStrSpan<char>(nullptr, 0, 0), NONE, nullptr),
-        STORING(reverseStr<char>(d, 6, nullptr, WHOLE), NONE, nullptr),
-        STORING(reverseStr(d, 0, "abc", WHOLE), 4, nullptr),
-        STORING(t_strrev(d, 0, "", TRUNCATE), NONE, nullptr),
-        STORING(t_strrev<char>(nullptr, 6, "abc", TRUNCATE), NONE, nullptr),
-        STORING(t_strrev<char>(d, 6, nullptr, WHOLE), 1, ""),
-        STORING(replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr),
-        STORING(replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr),
-        // clang-format on
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
+    // In 6 bytes that hold "old"; null for `text`: nothing was written.
+    auto const expectStored = [](char const* name, unsigned long (*store)(char* dst),
+                                 unsigned long result, char const* text) {
+        SCOPED_TRACE(name);
         test::FencedBuffer dst(6, "old");
-        EXPECT_EQ(c.result, c.store(dst.data()));
-        EXPECT_STREQ(c.stored == nullptr ? "old" : c.stored, dst.data());
-        EXPECT_EQ(c.stored == nullptr, dst.isUntouched());
+        EXPECT_EQ(result, store(dst.data()));
+        EXPECT_STREQ(text == nullptr ? "old" : text, dst.data());
+        EXPECT_EQ(text == nullptr, dst.isUntouched());
         EXPECT_TRUE(dst.fencesIntact());
-    }
+    };
+    // clang-format off
+#define STORING(call, ...) expectStored(#call, [](char* d) { (void)d; return call; }, __VA_ARGS__)
+    STORING(copyStrBase(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9");
+    STORING(copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, "");
+    STORING(copyStr<char>(d, 6, nullptr, 0, WHOLE), NONE, nullptr);
+    STORING(copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr);
+    STORING(copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr);
+    STORING(copyGeneral<char>(d, 6, 5, nullptr, 0, ALL, WHOLE), NONE, nullptr);
+    STORING(copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr);
+    STORING(copyGeneral(d, 6, 6, "x", 0, ALL, TRUNCATE), NONE, nullptr);
+    STORING(t_strncpy<char>(d, 6, nullptr, 3), 1, "");
+    STORING(t_strncpy<char>(nullptr, 6, "abc", 3), NONE, nullptr);
+    STORING(combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr);
+    STORING(combineStr<char>(d, 6, d, nullptr, 0, WHOLE), 4, nullptr);
+    STORING(combineStr<char>(d, 6, d, nullptr, 1, WHOLE), NONE, nullptr);
+    STORING(formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42");
+    STORING(formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12");
+    STORING(formatStr(d, 6, "ab%cde", '\0'), 3, "ab");
+    STORING(formatStr(d, 6, "%s", ""), 1, "");
+    STORING(formatStr(d, 6, "%lc", static_cast<wint_t>(-1)), NONE, "");
+    STORING(formatStr(d, 0, "%s", "a"), NONE, nullptr);
+    STORING(formatStr<char>(nullptr, 6, "%s", "a"), NONE, nullptr);
+    STORING(truncateStr<char>(nullptr, 3), NONE, nullptr);
+    STORING(getNearCharIndex<char>(nullptr, 0, 1), NONE, nullptr);
+    STORING(eraseStrSpan<char>(d, 6, nullptr, 0, 0, WHOLE), NONE, nullptr);
+    STORING(eraseStrSpan<char>(nullptr, 0, 0), NONE, nullptr);
+    STORING(reverseStr<char>(d, 6, nullptr, WHOLE), NONE, nullptr);
+    STORING(reverseStr(d, 0, "abc", WHOLE), 4, nullptr);
+    STORING(t_strrev(d, 0, "", TRUNCATE), NONE, nullptr);
+    STORING(t_strrev<char>(nullptr, 6, "abc", TRUNCATE), NONE, nullptr);
+    STORING(t_strrev<char>(d, 6, nullptr, WHOLE), 1, "");
+    STORING(replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr);
+    STORING(replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr);
+    // clang-format on
 }
 
 TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
