@@ -203,17 +203,8 @@ TEST_F(WatchdogTest, AListenerMayCallBack) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
-void unregisterWatchdog(MsgDrivenThread& loop) {
-    ThreadManager::get()->unregisterWatchdog(loop.getId());
-}
-
-void stop(MsgDrivenThread& loop) {
-    loop.stop(1, 0);
-}
-
-// The parameter takes a thread off the watchdog.
-class LettingGoTest : public WatchdogTest,
-                      public ::testing::WithParamInterface<void (*)(MsgDrivenThread&)> {};
+// The parameter: whether a thread is taken off the watchdog by its stop.
+class LettingGoTest : public WatchdogTest, public ::testing::WithParamInterface<bool> {};
 
 // A thread that works for longer than it may, and is idle while its listener is being called.
 TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
@@ -233,12 +224,15 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
     EXPECT_EQ(0, loop.start(&slow, 1, 1, &alarm, 1, 0, ThreadPriority::NORMAL, 0));
     EXPECT_EQ(1, loop.postMsg(0x8001));
     pass(INTERVAL);
-    Worker remover("remover", [&] { return GetParam()(loop), hasReturned ? 1 : 0; });
+    Worker remover("remover", [&] {
+        GetParam() ? loop.stop(1, 0) : manager()->unregisterWatchdog(loop.getId());
+        return hasReturned ? 1 : 0;
+    });
     EXPECT_EQ(0, remover.start());
     clock.settle();
     EXPECT_TRUE(remover.isRunning());
     EXPECT_FALSE(manager()->isRegisteredWatchdog(loop.getId()));
-    if (GetParam() == stop) {
+    if (GetParam()) {
         int result = REACHED;
         Worker stopper("stopper", [&] { return result = loop.stop(1, 20); });
         EXPECT_EQ(0, stopper.start());
@@ -254,8 +248,7 @@ TEST_P(LettingGoTest, WaitsForTheCallOfTheListener) {
     EXPECT_EQ(1u, alarm.calls.count());
 }
 
-INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest,
-                         ::testing::Values(unregisterWatchdog, stop));
+INSTANTIATE_TEST_SUITE_P(BeforeItIsGone, LettingGoTest, ::testing::Bool());
 
 TEST_F(WatchdogTest, NobodyWaitsForItWhileItLogs) {
     Worker other("other");
