@@ -94,10 +94,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     FuzzedDataProvider input(data, size);
     switch (input.ConsumeIntegralInRange(0, 2)) {
         case 0:
-            require(test::findStoringDifference(takeInput(input)) == nullptr);
+            require(takeInput(input).storingDifference() == nullptr);
             break;
         case 1:
-            require(test::findSearchingDifference(takeInput(input)) == nullptr);
+            require(takeInput(input).searchingDifference() == nullptr);
             break;
         default:
             fuzzBasicString(input);

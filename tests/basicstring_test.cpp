@@ -41,80 +41,70 @@ TEST(BasicStringTest, TakesTheRoomItIsGivenAtTheLeast) {
     expectString("a" + roomy, "aabc", 5);
 }
 
-// What an operation makes of the text "-b-\u00E9".
-struct Edit {
-    char const* name;
-    int kind;
-    int (*edit)(String& s);
-    int result;
-    char const* text;
-    unsigned long capacity;
-};
-
 #define TEXT "-b-\xC3\xA9"
 
+// What an operation makes of that text, in a string of a capacity of 8; but the borrowed text is
+// longer than the capacity of the string.
+void expectEdit(char const* name, int kind, int (*edit)(String& s), int result, char const* text,
+                unsigned long capacity) {
+    SCOPED_TRACE(name);
+    bool const borrows = kind == BORROWED;
+    char borrowed[] = TEXT;
+    String s(borrows ? 2 : 8, borrows ? FIXED : kind);
+    ASSERT_EQ(1, borrows ? s.copyShallow(borrowed) : s.copy(TEXT, ALL, WHOLE));
+
+    EXPECT_EQ(result, edit(s));
+    expectString(s, text, capacity);
+    EXPECT_STREQ(TEXT, borrowed);
+
+    String shared;
+    edit(shared);
+    EXPECT_EQ('\0', EMPTY_CHAR);
+}
+
+TEST(BasicStringTest, AnEditTakesTheRoomItsModeAllowsAndWritesNothingBorrowed) {
 // clang-format off
 #define EDIT(kind, call, ...) \
-    {#kind ": " #call, kind, []([[maybe_unused]] String& s) -> int { return call; }, __VA_ARGS__}
-
-Edit const EDITS[] = {
-    EDIT(FIXED, s.copy("abcdefg", ALL, WHOLE), 1, "abcdefg", 8),
-    EDIT(FIXED, s.copy("abcdefgh", ALL, WHOLE), 0, TEXT, 8),
-    EDIT(FIXED, s.copy("abcdef\xC3\xA9", ALL, TRUNCATE), 1, "abcdef", 8),
-    EDIT(FIXED, s.copy(nullptr, ALL, WHOLE), 0, TEXT, 8),
-    EDIT(FIXED, s.copy("x", 0, WHOLE), 1, TEXT, 8),
-    EDIT(FIXED, s.copy(s, 4, WHOLE), 1, "-b-", 8),
-    EDIT(FIXED, s.copy(s, 0, WHOLE), 1, "", 8),
-    EDIT(GROWS, s.copy("abcdefghij", 9, WHOLE), 1, "abcdefghi", 10),
-    EDIT(FIXED, (s = "abcdefgh", 1), 1, "abcdefgh", 9),
-    EDIT(FIXED, (s = String("x", 50, GROWS), 1), 1, "x", 8),
-    EDIT(FIXED, (s = nullptr, 1), 1, "", 8),
-    EDIT(FIXED, (s = s.c_str() + 1, 1), 1, "b-\xC3\xA9", 8),
-    EDIT(FIXED, s.combine("xyz", ALL, WHOLE), 0, TEXT, 8),
-    EDIT(FIXED, s.combine("xyz", ALL, TRUNCATE), 1, TEXT "xy", 8),
-    EDIT(FIXED, s.combine(nullptr, 1, WHOLE), 0, TEXT, 8),
-    EDIT(FIXED, s.combine(nullptr, 0, WHOLE), 1, TEXT, 8),
-    EDIT(GROWS, s.combine("abcdef", 4, WHOLE), 1, TEXT "abcd", 10),
-    EDIT(GROWS, s.combine(s.c_str(), ALL, WHOLE), 1, TEXT TEXT, 11),
-    EDIT(FIXED, (s += "xy", 1), 1, TEXT "xy", 8),
-    EDIT(FIXED, (s += "xyz", 1), 1, TEXT "xyz", 12),
-    EDIT(FIXED, (s += s.c_str(), 1), 1, TEXT TEXT, 14),
-    EDIT(FIXED, s.copyShallow(s.c_str() + 1), 1, "b-\xC3\xA9", 8),
-    EDIT(FIXED, s.resizeMax(10), 1, TEXT, 10),
-    EDIT(FIXED, s.resizeMax(5), 1, "-b-", 5),
-    EDIT(FIXED, s.resizeMax(0), 1, "", 1),
-    EDIT(GROWS, s.replace("-", "===", WHOLE), 1, "===b===\xC3\xA9", 10),
-    EDIT(GROWS, s.replace("-", nullptr, WHOLE), 0, TEXT, 8),
-    EDIT(GROWS, s.replace(nullptr, "a long text", WHOLE), 0, TEXT, 8),
-    EDIT(FIXED, s.replace("-", s.c_str() + 1, TRUNCATE), 1, "b-\xC3\xA9" "bb-", 8),
-    EDIT(BORROWED, s.copy("x", ALL, WHOLE), 1, "x", 2),
-    EDIT(BORROWED, s.copy("xyz", ALL, WHOLE), 0, TEXT, 2),
-    EDIT(BORROWED, s.copy("x", 0, WHOLE), 1, TEXT, 2),
-    EDIT(BORROWED, s.copy(s, 4, WHOLE), 1, "-b-", 6),
-    EDIT(BORROWED, (s = "x", 1), 1, "x", 2),
-    EDIT(BORROWED, s.combine("x", ALL, WHOLE), 0, TEXT, 2),
-    EDIT(BORROWED, (s += "xy", 1), 1, TEXT "xy", 9),
-    EDIT(BORROWED, s.replace("-", "+", WHOLE), 1, "+b+\xC3\xA9", 6),
-    EDIT(BORROWED, s.resizeMax(4), 1, "-b-", 4)};
-// clang-format on
-
-// Of a capacity of 8; but the borrowed text is longer than the capacity of the string.
-TEST(BasicStringTest, AnEditTakesTheRoomItsModeAllowsAndWritesNothingBorrowed) {
-    for (Edit const& edit : EDITS) {
-        SCOPED_TRACE(edit.name);
-        bool const borrows = edit.kind == BORROWED;
-        char borrowed[] = TEXT;
-        String s(borrows ? 2 : 8, borrows ? FIXED : edit.kind);
-        ASSERT_EQ(1, borrows ? s.copyShallow(borrowed) : s.copy(TEXT, ALL, WHOLE));
-
-        EXPECT_EQ(edit.result, edit.edit(s));
-        expectString(s, edit.text, edit.capacity);
-        EXPECT_STREQ(TEXT, borrowed);
-
-        String shared;
-        edit.edit(shared);
-        EXPECT_EQ('\0', EMPTY_CHAR);
-    }
+    expectEdit(#kind ": " #call, kind, []([[maybe_unused]] String& s) -> int { return call; }, __VA_ARGS__)
+    EDIT(FIXED, s.copy("abcdefg", ALL, WHOLE), 1, "abcdefg", 8);
+    EDIT(FIXED, s.copy("abcdefgh", ALL, WHOLE), 0, TEXT, 8);
+    EDIT(FIXED, s.copy("abcdef\xC3\xA9", ALL, TRUNCATE), 1, "abcdef", 8);
+    EDIT(FIXED, s.copy(nullptr, ALL, WHOLE), 0, TEXT, 8);
+    EDIT(FIXED, s.copy("x", 0, WHOLE), 1, TEXT, 8);
+    EDIT(FIXED, s.copy(s, 4, WHOLE), 1, "-b-", 8);
+    EDIT(FIXED, s.copy(s, 0, WHOLE), 1, "", 8);
+    EDIT(GROWS, s.copy("abcdefghij", 9, WHOLE), 1, "abcdefghi", 10);
+    EDIT(FIXED, (s = "abcdefgh", 1), 1, "abcdefgh", 9);
+    EDIT(FIXED, (s = String("x", 50, GROWS), 1), 1, "x", 8);
+    EDIT(FIXED, (s = nullptr, 1), 1, "", 8);
+    EDIT(FIXED, (s = s.c_str() + 1, 1), 1, "b-\xC3\xA9", 8);
+    EDIT(FIXED, s.combine("xyz", ALL, WHOLE), 0, TEXT, 8);
+    EDIT(FIXED, s.combine("xyz", ALL, TRUNCATE), 1, TEXT "xy", 8);
+    EDIT(FIXED, s.combine(nullptr, 1, WHOLE), 0, TEXT, 8);
+    EDIT(FIXED, s.combine(nullptr, 0, WHOLE), 1, TEXT, 8);
+    EDIT(GROWS, s.combine("abcdef", 4, WHOLE), 1, TEXT "abcd", 10);
+    EDIT(GROWS, s.combine(s.c_str(), ALL, WHOLE), 1, TEXT TEXT, 11);
+    EDIT(FIXED, (s += "xy", 1), 1, TEXT "xy", 8);
+    EDIT(FIXED, (s += "xyz", 1), 1, TEXT "xyz", 12);
+    EDIT(FIXED, (s += s.c_str(), 1), 1, TEXT TEXT, 14);
+    EDIT(FIXED, s.copyShallow(s.c_str() + 1), 1, "b-\xC3\xA9", 8);
+    EDIT(FIXED, s.resizeMax(10), 1, TEXT, 10);
+    EDIT(FIXED, s.resizeMax(5), 1, "-b-", 5);
+    EDIT(FIXED, s.resizeMax(0), 1, "", 1);
+    EDIT(GROWS, s.replace("-", "===", WHOLE), 1, "===b===\xC3\xA9", 10);
+    EDIT(GROWS, s.replace("-", nullptr, WHOLE), 0, TEXT, 8);
+    EDIT(GROWS, s.replace(nullptr, "a long text", WHOLE), 0, TEXT, 8);
+    EDIT(FIXED, s.replace("-", s.c_str() + 1, TRUNCATE), 1, "b-\xC3\xA9" "bb-", 8);
+    EDIT(BORROWED, s.copy("x", ALL, WHOLE), 1, "x", 2);
+    EDIT(BORROWED, s.copy("xyz", ALL, WHOLE), 0, TEXT, 2);
+    EDIT(BORROWED, s.copy("x", 0, WHOLE), 1, TEXT, 2);
+    EDIT(BORROWED, s.copy(s, 4, WHOLE), 1, "-b-", 6);
+    EDIT(BORROWED, (s = "x", 1), 1, "x", 2);
+    EDIT(BORROWED, s.combine("x", ALL, WHOLE), 0, TEXT, 2);
+    EDIT(BORROWED, (s += "xy", 1), 1, TEXT "xy", 9);
+    EDIT(BORROWED, s.replace("-", "+", WHOLE), 1, "+b+\xC3\xA9", 6);
+    EDIT(BORROWED, s.resizeMax(4), 1, "-b-", 4);
+    // clang-format on
 }
 
 TEST(BasicStringTest, EnumeratesPatternByPattern) {

@@ -107,57 +107,54 @@ void copyTo(BitStream& stream, unsigned long bits, int offset) {
 // What is done to the bytes A5 0F 3C 96 and five of 0, of which two are written, from position 8
 // on. Off a byte boundary, a copied last byte comes without its first bit, or not at all if it is
 // full.
-struct Step {
-    char const* name;
-    void (*make)(Stream& stream);
-    char const* state;
-    unsigned long bytes = 0xA50F3C96;  // the first four
-};
+void expectStep(char const* name, void (*make)(Stream& stream), char const* state,
+                unsigned long firstBytes = 0xA50F3C96) {
+    SCOPED_TRACE(name);
+    Bytes bytes{0xA5, 0x0F, 0x3C, 0x96, 0, 0, 0, 0, 0}, data(4, 0x11);
+    BitStream stream(bytes.data(), bytes.size());
+    stream.seekBitOffset(16, 0);
+    stream.seekBitOffset(8, 0);
+    make(stream);
+    EXPECT_EQ(state, stateOf(stream));
+    if (stream.hasError()) {
+        EXPECT_EQ(0u, stream.readBitToUint64(24, HERE));
+        stream.writeBitToUint8(0, 8, HERE);
+        stream.writeBitData(data.data(), 8, HERE);
+        stream.readBitData(data.data(), 8, HERE);
+        copyTo(stream, 8, HERE);
+        stream.seekBitOffset(16, 1);  // which the flag does not stop
+        EXPECT_EQ("24/24!", stateOf(stream));
+    }
+    EXPECT_EQ(std::bitset<32>(firstBytes).to_string() + std::string(40, '0'), bitsOf(bytes));
+    EXPECT_EQ(Bytes(4, 0x11), data);
+}
 
 TEST(BitStreamTest, AStepChangesThisAndWhatIsRefusedStopsAllAccess) {
-    Step const steps[] = {
-        {"SumThatWraps", [](Stream& s) { s.writeBitData(sourceBytes, ~0ul, HERE); }, "8/16!"},
-        {"NoneAnywhere", [](Stream& s) { s.writeBitToUint8(0, 0, -2); }, "8/16"},
-        {"Negative", [](Stream& s) { s.readBitToUint8(1, -2); }, "8/16!"},
-        {"UpToTheEnd", [](Stream& s) { s.readBitToUint64(64, HERE); }, "72/16"},
-        {"OneMore", [](Stream& s) { s.writeBitData(sourceBytes, 65, HERE); }, "8/16!"},
-        {"OneMoreThere", [](Stream& s) { s.writeBitToUint8(0, 7, 66); }, "8/16!"},
-        {"FarAway", [](Stream& s) { s.readBitToUint8(1, INT_MAX); }, "8/16!"},
-        {"ReadToNull", [](Stream& s) { s.readBitData({}, 0, 0); }, "8/16!"},
-        {"WriteNull", [](Stream& s) { s.writeBitData({}, 0, 0); }, "8/16!"},
-        {"ClearAndFill", [](Stream& s) { s.clear(true); }, "0/0", 0},
-        {"SeekBack", [](Stream& s) { s.seekBitOffset(0 - 7ul, 1); }, "1/16"},
-        {"SeekBackIn32Bits", [](Stream& s) { s.seekBitOffset(0xFFFFFFF9, 1); }, "1/16"},
-        {"SeekBehindTheData", [](Stream& s) { s.seekBitOffset(56, 2); }, "72/72"},
-        {"SeekTooFar", [](Stream& s) { s.seekBitOffset(57, 2); }, "8/16!"},
-        {"SeekFromNowhere", [](Stream& s) { s.seekBitOffset(0, 3); }, "8/16!"},
-        {"Data", [](Stream& s) { s.writeBitData(sourceBytes, 11, HERE); }, "19/19", 0xA5A5DC96},
-        {"CopyToABoundary", [](Stream& s) { copyTo(s, 13, 16); }, "8/29", 0xA50FA5C3},
-        {"CopyElsewhere", [](Stream& s) { copyTo(s, 13, 4); }, "8/17", 0xAA583C96},
-        {"CopyFullElsewhere", [](Stream& s) { copyTo(s, 16, 12); }, "8/20", 0xA50A5C96},
-        {"CopyOneElsewhere", [](Stream& s) { copyTo(s, 8, 20); }, "8/16"},
-        {"CopyNothing", [](Stream& s) { copyTo(s, 0, -2); }, "8/16"},
-        {"CopyItself", [](Stream& s) { s.copy(s, HERE); }, "24/24", 0xA5A50F96}};
-    for (Step const& step : steps) {
-        SCOPED_TRACE(step.name);
-        Bytes bytes{0xA5, 0x0F, 0x3C, 0x96, 0, 0, 0, 0, 0}, data(4, 0x11);
-        BitStream stream(bytes.data(), bytes.size());
-        stream.seekBitOffset(16, 0);
-        stream.seekBitOffset(8, 0);
-        step.make(stream);
-        EXPECT_EQ(step.state, stateOf(stream));
-        if (stream.hasError()) {
-            EXPECT_EQ(0u, stream.readBitToUint64(24, HERE));
-            stream.writeBitToUint8(0, 8, HERE);
-            stream.writeBitData(data.data(), 8, HERE);
-            stream.readBitData(data.data(), 8, HERE);
-            copyTo(stream, 8, HERE);
-            stream.seekBitOffset(16, 1);  // which the flag does not stop
-            EXPECT_EQ("24/24!", stateOf(stream));
-        }
-        EXPECT_EQ(std::bitset<32>(step.bytes).to_string() + std::string(40, '0'), bitsOf(bytes));
-        EXPECT_EQ(Bytes(4, 0x11), data);
-    }
+    // clang-format off
+#define STEP(call, ...) expectStep(#call, [](Stream& s) { call; }, __VA_ARGS__)
+    // clang-format on
+    STEP(s.writeBitData(sourceBytes, ~0ul, HERE), "8/16!");  // where a sum would wrap
+    STEP(s.writeBitToUint8(0, 0, -2), "8/16");
+    STEP(s.readBitToUint8(1, -2), "8/16!");
+    STEP(s.readBitToUint64(64, HERE), "72/16");
+    STEP(s.writeBitData(sourceBytes, 65, HERE), "8/16!");
+    STEP(s.writeBitToUint8(0, 7, 66), "8/16!");
+    STEP(s.readBitToUint8(1, INT_MAX), "8/16!");
+    STEP(s.readBitData({}, 0, 0), "8/16!");
+    STEP(s.writeBitData({}, 0, 0), "8/16!");
+    STEP(s.clear(true), "0/0", 0);
+    STEP(s.seekBitOffset(0 - 7ul, 1), "1/16");
+    STEP(s.seekBitOffset(0xFFFFFFF9, 1), "1/16");
+    STEP(s.seekBitOffset(56, 2), "72/72");
+    STEP(s.seekBitOffset(57, 2), "8/16!");
+    STEP(s.seekBitOffset(0, 3), "8/16!");
+    STEP(s.writeBitData(sourceBytes, 11, HERE), "19/19", 0xA5A5DC96);
+    STEP(copyTo(s, 13, 16), "8/29", 0xA50FA5C3);
+    STEP(copyTo(s, 13, 4), "8/17", 0xAA583C96);
+    STEP(copyTo(s, 16, 12), "8/20", 0xA50A5C96);
+    STEP(copyTo(s, 8, 20), "8/16");
+    STEP(copyTo(s, 0, -2), "8/16");
+    STEP(s.copy(s, HERE), "24/24", 0xA5A50F96);
 }
 
 // Inside one memory, with the buffer in the middle, so that many transfers overlap. In a text, each

@@ -50,100 +50,88 @@ std::string const ZEN_LOWER = "ａｂｃｄｅｆｇｈｉｊｋｌｍｎｏｐ�
 std::string const ZEN_UPPER = "ＡＢＣＤＥＦＧＨＩＪＫＬＭＮＯＰＱＲＳＴＵＶＷＸＹＺ";
 
 TEST(CharClassTest, HoldsExactlyItsCharacters) {
-    struct {
-        char const* name;
-        DualText const* table;
-        unsigned long count;
+    auto const expectClass = [](char const* name, DualText const* table, unsigned long count,
+                                std::string const& expected) {
         std::string text;
-    } const classes[] = {
-    // clang-format off
-#define CLASS(table, ...) {#table, table, __VA_ARGS__}
-#define BOTH_WIDTHS(a, z, count, han, zen) CLASS(a##HAN_##z, count, han), CLASS(a##ZEN_##z, count, zen)
-        CLASS(KAIGYO_TBL, 2, "\r\n"),
-        CLASS(TAB_FF_TBL, 3, "\t\v\f"),
-        CLASS(CTL_OTHER_TBL, 27, "\1\2\3\4\5\6\7\x08\x0E\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18"
-                                 "\x19\x1A\x1B\x1C\x1D\x1E\x1F\x7F"),
-        BOTH_WIDTHS(, SPACE_TBL, 1, " ", "\u3000"),
-        BOTH_WIDTHS(, MARK_TBL, 32, HAN_MARKS, ZEN_MARKS),
-        BOTH_WIDTHS(, DIGIT_TBL, 10, "0123456789", "０１２３４５６７８９"),
-        BOTH_WIDTHS(, SIGN_TBL, 2, "+-", "＋－"),
-        BOTH_WIDTHS(, HEX_PREFIX_TBL, 1, "0x", "０ｘ"),
-        BOTH_WIDTHS(, HEX_SUFFIX_TBL, 2, "Hh", "Ｈｈ"),
-        BOTH_WIDTHS(LOWER_, HEX_ALPHA_TBL, 6, "abcdef", "ａｂｃｄｅｆ"),
-        BOTH_WIDTHS(UPPER_, HEX_ALPHA_TBL, 6, "ABCDEF", "ＡＢＣＤＥＦ"),
-        BOTH_WIDTHS(LOWER_, NOHEX_ALPHA_TBL, 20, LOWER.substr(6), ZEN_LOWER.substr(18)),
-        BOTH_WIDTHS(UPPER_, NOHEX_ALPHA_TBL, 20, UPPER.substr(6), ZEN_UPPER.substr(18)),
-        BOTH_WIDTHS(, DAKUTEN_TBL, 1, "\uFF9E", "\u309B"),
-        BOTH_WIDTHS(, HANDAKUTEN_TBL, 1, "\uFF9F", "\u309C"),
-        CLASS(NODAKU_HAN_KATA_TBL, 61, "｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ"),
-        CLASS(NODAKU_ZEN_KATA_TBL, 67, "。「」、・" + ZEN_PLAIN + "ヰヱヵヶヽ" + ZEN_SMALL + "ヮー"),
-        CLASS(NODAKU_HIRA_TBL, 65, "。「」、・" + HIRA_PLAIN + "ゐゑゝ" + HIRA_SMALL + "ゎー"),
-        CLASS(DAKU_HAN_KATA_TBL, 22, HAN_DAKU + "ｳﾞ\uFF9E"),
-        CLASS(DAKU_ZEN_KATA_TBL, 23, ZEN_DAKU + "ヴヾ\u309B"),
-        CLASS(DAKU_HIRA_TBL, 27, "。「」、・" + HIRA_DAKU + "ゞ\u309B"),
-        BOTH_WIDTHS(HANDAKU_, KATA_TBL, 6, HAN_HANDAKU + "\uFF9F", ZEN_HANDAKU + "\u309C"),
-        CLASS(HANDAKU_HIRA_TBL, 11, "。「」、・" + HIRA_HANDAKU + "\u309C"),
-        CLASS(HAN_KATA_YOUSOKU_TBL, 9, "ｧｨｩｪｫｬｭｮｯ"),
-        CLASS(ZEN_KATA_YOUSOKU_TBL, 10, ZEN_SMALL + "ヮ"),
-        CLASS(HIRA_YOUSOKU_TBL, 10, HIRA_SMALL + "ゎ"),
-        // clang-format on
-    };
-    for (auto const& expected : classes) {
-        std::string text;
-        DualText const* element = expected.table;
+        DualText const* element = table;
         for (; element->narrow != nullptr; ++element) {
             text += textOf(*element);
         }
-        EXPECT_EQ(nullptr, element->wide) << expected.name;
-        EXPECT_EQ(expected.text, text) << expected.name;
-        EXPECT_EQ(element, expected.table + expected.count) << expected.name;
-    }
+        EXPECT_EQ(nullptr, element->wide) << name;
+        EXPECT_EQ(expected, text) << name;
+        EXPECT_EQ(element, table + count) << name;
+    };
+    // clang-format off
+#define CLASS(table, ...) expectClass(#table, table, __VA_ARGS__)
+#define BOTH_WIDTHS(a, z, count, han, zen) CLASS(a##HAN_##z, count, han); CLASS(a##ZEN_##z, count, zen)
+    CLASS(KAIGYO_TBL, 2, "\r\n");
+    CLASS(TAB_FF_TBL, 3, "\t\v\f");
+    CLASS(CTL_OTHER_TBL, 27, "\1\2\3\4\5\6\7\x08\x0E\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18"
+                             "\x19\x1A\x1B\x1C\x1D\x1E\x1F\x7F");
+    BOTH_WIDTHS(, SPACE_TBL, 1, " ", "\u3000");
+    BOTH_WIDTHS(, MARK_TBL, 32, HAN_MARKS, ZEN_MARKS);
+    BOTH_WIDTHS(, DIGIT_TBL, 10, "0123456789", "０１２３４５６７８９");
+    BOTH_WIDTHS(, SIGN_TBL, 2, "+-", "＋－");
+    BOTH_WIDTHS(, HEX_PREFIX_TBL, 1, "0x", "０ｘ");
+    BOTH_WIDTHS(, HEX_SUFFIX_TBL, 2, "Hh", "Ｈｈ");
+    BOTH_WIDTHS(LOWER_, HEX_ALPHA_TBL, 6, "abcdef", "ａｂｃｄｅｆ");
+    BOTH_WIDTHS(UPPER_, HEX_ALPHA_TBL, 6, "ABCDEF", "ＡＢＣＤＥＦ");
+    BOTH_WIDTHS(LOWER_, NOHEX_ALPHA_TBL, 20, LOWER.substr(6), ZEN_LOWER.substr(18));
+    BOTH_WIDTHS(UPPER_, NOHEX_ALPHA_TBL, 20, UPPER.substr(6), ZEN_UPPER.substr(18));
+    BOTH_WIDTHS(, DAKUTEN_TBL, 1, "\uFF9E", "\u309B");
+    BOTH_WIDTHS(, HANDAKUTEN_TBL, 1, "\uFF9F", "\u309C");
+    CLASS(NODAKU_HAN_KATA_TBL, 61, "｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ");
+    CLASS(NODAKU_ZEN_KATA_TBL, 67, "。「」、・" + ZEN_PLAIN + "ヰヱヵヶヽ" + ZEN_SMALL + "ヮー");
+    CLASS(NODAKU_HIRA_TBL, 65, "。「」、・" + HIRA_PLAIN + "ゐゑゝ" + HIRA_SMALL + "ゎー");
+    CLASS(DAKU_HAN_KATA_TBL, 22, HAN_DAKU + "ｳﾞ\uFF9E");
+    CLASS(DAKU_ZEN_KATA_TBL, 23, ZEN_DAKU + "ヴヾ\u309B");
+    CLASS(DAKU_HIRA_TBL, 27, "。「」、・" + HIRA_DAKU + "ゞ\u309B");
+    BOTH_WIDTHS(HANDAKU_, KATA_TBL, 6, HAN_HANDAKU + "\uFF9F", ZEN_HANDAKU + "\u309C");
+    CLASS(HANDAKU_HIRA_TBL, 11, "。「」、・" + HIRA_HANDAKU + "\u309C");
+    CLASS(HAN_KATA_YOUSOKU_TBL, 9, "ｧｨｩｪｫｬｭｮｯ");
+    CLASS(ZEN_KATA_YOUSOKU_TBL, 10, ZEN_SMALL + "ヮ");
+    CLASS(HIRA_YOUSOKU_TBL, 10, HIRA_SMALL + "ゎ");
+    // clang-format on
 }
 
 // That every row is found by either of its texts means that no shorter text stands before it.
 TEST(PairTableTest, HoldsExactlyItsPairsAndFindsEach) {
-    struct {
-        char const* name;
-        PairAttrib const* table;
-        unsigned long count;
-        std::string firsts;
-        std::string seconds;
-    } const tables[] = {
-    // clang-format off
-#define PAIRS(table, ...) {#table, table, __VA_ARGS__}
-        PAIRS(LOWER_UPPER_PAIR, 52, LOWER + ZEN_LOWER, UPPER + ZEN_UPPER),
-        PAIRS(HANKAKU_ZENKAKU_PAIR, 184,
-              " 0123456789" + UPPER + LOWER + HAN_MARKS + HAN_DAKU + "ｳﾞ\uFF9E" + HAN_HANDAKU +
-                  "\uFF9F｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ",
-              "\u3000０１２３４５６７８９" + ZEN_UPPER + ZEN_LOWER + ZEN_MARKS + ZEN_DAKU + "ヴ\u309B" +
-                  ZEN_HANDAKU + "\u309C。「」、・" + ZEN_PLAIN + ZEN_SMALL + "ー"),
-        PAIRS(NODAKUON_DAKUON_PAIR, 66,
-              HAN_NODAKU + "ｳ\uFF9E" + ZEN_NODAKU + "ウヽ" + HIRA_NODAKU + "ゝ\u309B",
-              HAN_DAKU + "ｳﾞ\uFF9E" + ZEN_DAKU + "ヴヾ" + HIRA_DAKU + "ゞ\u309B"),
-        PAIRS(NODAKUON_HANDAKUON_PAIR, 17, "ﾊﾋﾌﾍﾎ\uFF9Fハヒフヘホはひふへほ\u309C",
-              HAN_HANDAKU + "\uFF9F" + ZEN_HANDAKU + HIRA_HANDAKU + "\u309C"),
-        PAIRS(HANKATA_HIRAGANA_PAIR, 88,
-              HAN_DAKU + "\uFF9E" + HAN_HANDAKU + "\uFF9F｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ",
-              HIRA_DAKU + "\u309B" + HIRA_HANDAKU + "\u309C。「」、・" + HIRA_PLAIN + HIRA_SMALL + "ー"),
-        PAIRS(ZENKATA_HIRAGANA_PAIR, 86,
-              ZEN_PLAIN + "ヰヱ" + ZEN_DAKU + ZEN_HANDAKU + ZEN_SMALL + "ヮーヽヾ",
-              HIRA_PLAIN + "ゐゑ" + HIRA_DAKU + HIRA_HANDAKU + HIRA_SMALL + "ゎーゝゞ"),
-        // clang-format on
-    };
-    for (auto const& expected : tables) {
-        SCOPED_TRACE(expected.name);
+    auto const expectPairs = [](char const* name, PairAttrib const* table, unsigned long count,
+                                std::string const& expectedFirsts,
+                                std::string const& expectedSeconds) {
+        SCOPED_TRACE(name);
         std::string firsts, seconds;
         unsigned long rows = 0;
-        for (PairAttrib const* row = expected.table; row->first.narrow != nullptr; ++row, ++rows) {
-            EXPECT_EQ(rows, hasPair(row->first.narrow, expected.table, 0));
-            EXPECT_EQ(rows, hasPair(row->second.narrow, expected.table, 1));
+        for (PairAttrib const* row = table; row->first.narrow != nullptr; ++row, ++rows) {
+            EXPECT_EQ(rows, hasPair(row->first.narrow, table, 0));
+            EXPECT_EQ(rows, hasPair(row->second.narrow, table, 1));
             firsts += textOf(row->first);
             seconds += textOf(row->second);
         }
-        EXPECT_EQ(expected.count, rows);
-        EXPECT_EQ(expected.firsts, firsts);
-        EXPECT_EQ(expected.seconds, seconds);
-    }
+        EXPECT_EQ(count, rows);
+        EXPECT_EQ(expectedFirsts, firsts);
+        EXPECT_EQ(expectedSeconds, seconds);
+    };
+    // clang-format off
+#define PAIRS(table, ...) expectPairs(#table, table, __VA_ARGS__)
+    PAIRS(LOWER_UPPER_PAIR, 52, LOWER + ZEN_LOWER, UPPER + ZEN_UPPER);
+    PAIRS(HANKAKU_ZENKAKU_PAIR, 184,
+          " 0123456789" + UPPER + LOWER + HAN_MARKS + HAN_DAKU + "ｳﾞ\uFF9E" + HAN_HANDAKU +
+              "\uFF9F｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ",
+          "\u3000０１２３４５６７８９" + ZEN_UPPER + ZEN_LOWER + ZEN_MARKS + ZEN_DAKU + "ヴ\u309B" +
+              ZEN_HANDAKU + "\u309C。「」、・" + ZEN_PLAIN + ZEN_SMALL + "ー");
+    PAIRS(NODAKUON_DAKUON_PAIR, 66,
+          HAN_NODAKU + "ｳ\uFF9E" + ZEN_NODAKU + "ウヽ" + HIRA_NODAKU + "ゝ\u309B",
+          HAN_DAKU + "ｳﾞ\uFF9E" + ZEN_DAKU + "ヴヾ" + HIRA_DAKU + "ゞ\u309B");
+    PAIRS(NODAKUON_HANDAKUON_PAIR, 17, "ﾊﾋﾌﾍﾎ\uFF9Fハヒフヘホはひふへほ\u309C",
+          HAN_HANDAKU + "\uFF9F" + ZEN_HANDAKU + HIRA_HANDAKU + "\u309C");
+    PAIRS(HANKATA_HIRAGANA_PAIR, 88,
+          HAN_DAKU + "\uFF9E" + HAN_HANDAKU + "\uFF9F｡｢｣､･" + HAN_PLAIN + "ｧｨｩｪｫｬｭｮｯｰ",
+          HIRA_DAKU + "\u309B" + HIRA_HANDAKU + "\u309C。「」、・" + HIRA_PLAIN + HIRA_SMALL + "ー");
+    PAIRS(ZENKATA_HIRAGANA_PAIR, 86,
+          ZEN_PLAIN + "ヰヱ" + ZEN_DAKU + ZEN_HANDAKU + ZEN_SMALL + "ヮーヽヾ",
+          HIRA_PLAIN + "ゐゑ" + HIRA_DAKU + HIRA_HANDAKU + HIRA_SMALL + "ゎーゝゞ");
+    // clang-format on
 }
 
 TEST(HasPairTest, FindsNothingInNothing) {

@@ -8,7 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <array>
 #include <functional>
 #include <map>
 #include <set>
@@ -185,6 +185,8 @@ TEST_F(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
             {
                 File last(writer);
                 EXPECT_EQ(1, writer.close());
+                EXPECT_EQ(1, last.write("x", 1));
+                EXPECT_EQ(1, File::isOpened(scratch("file"), nullptr)) << "held by the last";
                 EXPECT_EQ(result, last.close()) << failure;
                 syncFailure = 0;
             }
@@ -217,32 +219,20 @@ TEST_F(FileTest, KeepsModesWhereThatIsThePolicy) {
     File::setModePolicy(File::DEFAULT_MODES);
 }
 
-TEST_F(FileTest, ACopyHoldsTheLockUntilTheLastOneCloses) {
-    OpenFile file(scratch("file"), File::WRITE);
-    File copy(file);
-    file.close();
-    EXPECT_EQ(1, copy.write("x", 1));
-    EXPECT_EQ(1, File::isOpened(scratch("file"), nullptr));
-    copy.close();
-    EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));
-}
-
-TEST_F(FileTest, AProgramThatIsStartedKeepsNoLock) {
-    OpenFile file(scratch("file"), File::WRITE);
-    std::string const fifo = scratch("fifo");
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    int const input = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-    FILE* const program = popen(("echo; read line < " + fifo).c_str(), "r");
-    int told;
-    do {
-        told = fgetc(program);
-    } while (told == EOF && errno == EINTR);
-    ASSERT_EQ('\n', told);
-    file.close();
-    EXPECT_EQ(0, File::isOpened(scratch("file"), nullptr));  // while the program still runs
-    EXPECT_EQ(1, write(input, "\n", 1));
-    pclose(program);
-    close(input);
+// And so no lock.
+TEST_F(FileTest, AProgramThatIsStartedGetsNoDescriptor) {
+    auto const inherited = [] {
+        std::set<int> descriptors;
+        for (int fd = 0; fd < 100; ++fd) {
+            if (fcntl(fd, F_GETFD) == 0) {
+                descriptors.insert(fd);
+            }
+        }
+        return descriptors;
+    };
+    std::set<int> const before = inherited();
+    OpenFile const file(scratch("file"), File::WRITE);
+    EXPECT_EQ(before, inherited());
 }
 
 TEST_F(FileTest, OpensWithStandardInputClosed) {
@@ -316,14 +306,12 @@ TEST_F(FileTest, ResizingKeepsThePositionInsideTheFile) {
     File file(scratch("file"), UTF8);
     EXPECT_EQ(0, file.resize(1));
     ASSERT_EQ(1, file.open(File::AS_IT_IS, File::WRITE));
-    struct {
-        long long before, size, after;
-    } const resizings[] = {{2, 5, 2}, {5, 5, 5}, {7, 5, 5}, {7, 12, 7}, {3, 0, 0}};
-    for (auto const& resizing : resizings) {
-        file.seek(resizing.before, File::FROM_START);
-        EXPECT_EQ(1, file.resize(static_cast<unsigned long long>(resizing.size)));
-        EXPECT_EQ(resizing.after, file.position());
-        EXPECT_EQ(resizing.size, file.size());
+    for (auto const& [before, size, after] :
+         {std::array{2, 5, 2}, {5, 5, 5}, {7, 5, 5}, {7, 12, 7}, {3, 0, 0}}) {
+        file.seek(before, File::FROM_START);
+        EXPECT_EQ(1, file.resize(static_cast<unsigned long long>(size)));
+        EXPECT_EQ(after, file.position());
+        EXPECT_EQ(size, file.size());
     }
 }
 
@@ -413,18 +401,14 @@ TEST(FilePathTest, HasItsParts) {
     }
 }
 
-std::set<unsigned long> statements;
-
-void noteStatement(utl::StatementInfo const& statement) {
-    statements.insert(statement.line());
-}
-
 TEST_F(FileTest, TellsTheWatchdogWhereItMayBlockAndWhyAnEntryWasPassedOver) {
     scratch.file("a.x");
     scratch.file("d/b");
     File file(scratch("b.txt"), UTF8);
     File::Paths entries(8, File::Paths::FIXED);
-    utl::BlockingCall::install(noteStatement);
+    static std::set<unsigned long> statements;
+    utl::BlockingCall::install(
+        [](utl::StatementInfo const& statement) { statements.insert(statement.line()); });
     file.open(File::EMPTY, File::WRITE);
     File::isOpened(scratch("b.txt"), nullptr);
     file.close();

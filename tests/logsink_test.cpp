@@ -86,16 +86,10 @@ extern "C" tm* localtime_r(time_t const* time, tm* local) noexcept {
 
 namespace {
 
-struct LogsWhenDestroyed {
-    bool isOn = false;
-    ~LogsWhenDestroyed() {
-        if (isOn) {
-            rawlog(-2, 3, "static destructor\n\n");
-        }
-    }
-} logsWhenDestroyed;
-
 void logAndExit() {
+    static struct LastWords {
+        ~LastWords() { rawlog(-2, 3, "static destructor\n\n"); }
+    } lastWords;
     rawlog(-1, utl::LEVEL_DETAIL, "no tag yet\r\n");
     setLogTag("TAG");
     setFilterLevel(utl::LIBRARY_LOG, utl::LEVEL_DEBUG);
@@ -108,7 +102,6 @@ void logAndExit() {
     test::Worker("\u65E5\u672C\u8A9E\u540D\u524D\u7CF8", [] {
         return rawlog(-1, 2, "by a thread");
     }).runsToItsEnd();
-    logsWhenDestroyed.isOn = true;
     std::atexit([] { applog(-2, 3, "exit handler"); });
     std::exit(0);
 }
@@ -134,42 +127,31 @@ TEST(LogSinkDeathTest, EachMessageIsALineOnStandardErrorUntilTheProcessHasEnded)
                     shown("detail", "<UTIL> static destructor") + '$');
 }
 
-// What standard error may be, each with the end that reads it.
-struct Ends {
-    int read;
-    int write;
-};
+// What standard error may be besides a pipe: each is made as pipe() makes one.
+using MakeEnds = int (*)(int* ends);
 
-Ends makePipe() {
-    int fds[2];
-    EXPECT_EQ(0, pipe(fds));
-    return {fds[0], fds[1]};
-}
-
-Ends makeSocket() {
-    int fds[2];
-    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds));
-    return {fds[0], fds[1]};
+int makeSocket(int* ends) {
+    return socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
 }
 
 // Of this process, which is in the background, and stops those who write there.
-Ends makeTerminal() {
-    int const reader = posix_openpt(O_RDWR | O_NOCTTY);
-    EXPECT_TRUE(setsid() != -1 && unlockpt(reader) == 0);
-    Ends const ends = {reader, open(ptsname(reader), O_RDWR)};
+int makeTerminal(int* ends) {
+    ends[0] = posix_openpt(O_RDWR | O_NOCTTY);
+    EXPECT_TRUE(setsid() != -1 && unlockpt(ends[0]) == 0);
+    ends[1] = open(ptsname(ends[0]), O_RDWR);
     termios raw = {};
     cfmakeraw(&raw);
     raw.c_lflag |= TOSTOP;
-    EXPECT_EQ(0, tcsetattr(ends.write, TCSANOW, &raw));
+    EXPECT_EQ(0, tcsetattr(ends[1], TCSANOW, &raw));
     pid_t const foreground = fork();
     if (foreground == 0) {
         pause();
     }
     setpgid(foreground, foreground);
-    EXPECT_EQ(0, tcsetpgrp(ends.write, foreground));
+    EXPECT_EQ(0, tcsetpgrp(ends[1], foreground));
     kill(foreground, SIGKILL);
     signal(SIGHUP, SIG_IGN);  // when the reading end is closed
-    return ends;
+    return 0;
 }
 
 // As somebody in the foreground.
@@ -199,11 +181,9 @@ constexpr char SOME_TIME[] = "YYYY-MM-DD HH:MM:SS.mmm";
 
 void expectNext(int reader, std::string const& expected) {
     control(TCOON);
-    std::string text(expected.size(), '\0');
-    std::size_t done = 0;
-    for (ssize_t got;
-         done < text.size() && (got = read(reader, &text[done], text.size() - done)) > 0;) {
-        done += static_cast<std::size_t>(got);
+    std::string text;
+    for (char byte; text.size() < expected.size() && read(reader, &byte, 1) == 1;) {
+        text += byte;
     }
     EXPECT_EQ(expected, std::regex_replace(text, std::regex(TIME), SOME_TIME));
 }
@@ -213,31 +193,24 @@ std::string line(std::string const& level, std::string const& text) {
            text + '\n';
 }
 
-void logByThreads(int count) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([] { rawlog(-1, 3, "by a thread"); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 // Runs `work` with the reading end, in a process whose standard error this is.
 template <typename Work>
-bool withStandardError(Ends (*make)(), Work work) {
+bool withStandardError(MakeEnds make, Work work) {
     return test::inChild([&] {
-        alarm(static_cast<unsigned>(test::PATIENCE.count()));
-        Ends const ends = make();
-        dup2(ends.write, STDERR_FILENO);
-        close(ends.write);
-        work(ends.read);
+        test::endWhenStuck();
+        int ends[2];
+        ASSERT_EQ(0, make(ends));
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+        work(ends[0]);
     });
 }
 
 void isNotHeldUp(int reader) {
     unsigned const descriptors = test::openDescriptors();
-    logByThreads(1);
+    // One for all threads: a sanitizer that meets a class for the first time wants descriptors.
+    auto const logOnce = [] { rawlog(-1, 3, "by a thread"); };
+    std::thread(logOnce).join();
     expectNext(reader, line("detail", "by a thread"));
 
     rlimit limit;
@@ -245,7 +218,13 @@ void isNotHeldUp(int reader) {
     rlimit const none = {3, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, hasDescriptors ? &limit : &none);
     std::size_t const stored = stopReading();
-    logByThreads(30);
+    std::vector<std::thread> threads(30);
+    for (std::thread& thread : threads) {
+        thread = std::thread(logOnce);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     EXPECT_EQ(1u, waits.size());
     EXPECT_EQ(30u, lostLogLines());
     expectNext(reader, std::string(stored, 'x'));
@@ -277,7 +256,7 @@ void isLeftAlone(int reader) {
 }
 
 TEST(LogSinkTest, ReaderThatHasStoppedOrGoneNeitherHoldsUpNorKills) {
-    for (auto const make : {makePipe, makeSocket, makeTerminal}) {
+    for (MakeEnds const make : {MakeEnds{pipe}, makeSocket, makeTerminal}) {
         for (int const unknown : {0, ~RWF_NOWAIT, ~0}) {
             for (bool const has : {true, false}) {
                 SCOPED_TRACE(std::to_string(unknown) + (has ? "" : " without descriptors"));
@@ -308,7 +287,7 @@ TEST(LogSinkTest, FileThatIsFullKillsNobody) {
 }
 
 TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
-    EXPECT_TRUE(withStandardError(makePipe, [](int reader) {
+    EXPECT_TRUE(withStandardError(pipe, [](int reader) {
         test::FakeClock clock(1000);
         test::FakeClock::Use const use(clock);
         room = 0;
@@ -344,7 +323,7 @@ TEST(LogSinkTest, LineGoesOnWhereItsReaderStoppedOrEndsThere) {
 }
 
 TEST(LogSinkTest, TimeBehindOthersCounts) {
-    EXPECT_TRUE(withStandardError(makePipe, [](int) {
+    EXPECT_TRUE(withStandardError(pipe, [](int) {
         test::FakeClock clock(1000);
         test::FakeClock::Use const use(clock);
         std::thread second;
@@ -369,7 +348,7 @@ TEST(LogSinkTest, TimeBehindOthersCounts) {
 }
 
 TEST(LogSinkTest, ProgramsMayCallItThemselves) {
-    EXPECT_TRUE(withStandardError(makePipe, [](int reader) {
+    EXPECT_TRUE(withStandardError(pipe, [](int reader) {
         constexpr wchar_t NO_CHARACTER[] = {static_cast<wchar_t>(0xDC00), 0};
         // Named in the source, it would be LogCapture's.
         auto const print = reinterpret_cast<int (*)(int, char const*, char const*, ...)>(
@@ -384,7 +363,7 @@ TEST(LogSinkTest, ProgramsMayCallItThemselves) {
 
 TEST(LogSinkTest, LoggingAndWritingAreNoCancellationPoints) {
     test::Scratch const scratch;
-    EXPECT_TRUE(withStandardError(makePipe, [&](int) {
+    EXPECT_TRUE(withStandardError(pipe, [&](int) {
         utl::File file(scratch("lines"), utl::File::UTF8);
         EXPECT_EQ(1, file.open(utl::File::EMPTY, utl::File::WRITE));
         bool hasLogged = false;
@@ -406,7 +385,7 @@ TEST(LogSinkTest, TimeIsLocalTime) {
     for (char const* const date :
          {"1999-12-31 23:59:59", "2000-02-29 00:00:00", "2000-03-01 12:30:05",
           "2023-03-01 00:00:00", "2024-02-29 23:59:59", "2036-11-01 09:08:07"}) {
-        EXPECT_TRUE(withStandardError(makePipe, [&](int reader) {
+        EXPECT_TRUE(withStandardError(pipe, [&](int reader) {
             tm parts = {};
             strptime(date, "%Y-%m-%d %H:%M:%S", &parts);
             shownTime = timegm(&parts);
@@ -419,29 +398,25 @@ TEST(LogSinkTest, TimeIsLocalTime) {
 }
 
 TEST(LogSinkTest, LevelsAreColouredOnATerminalOfAUserWhoLikesIt) {
-    struct {
-        Ends (*make)();
-        char const* terminal;
-        char const* noColour;
-        char const* level;
-    } const cases[] = {{makeTerminal, "xterm", "", "\x1B[31merror \x1B[0m"},
-                       {makeTerminal, "dumb", "", "error "},
-                       {makeTerminal, "", "", "error "},
-                       {makePipe, "xterm", "", "error "},
-                       {makeTerminal, "xterm", "1", "error "}};
-    for (auto const& row : cases) {
-        setenv("TERM", row.terminal, 1);
-        setenv("NO_COLOR", row.noColour, 1);
-        EXPECT_TRUE(withStandardError(row.make, [&](int reader) {
+    auto const expectLevel = [](char const* level, MakeEnds make, char const* terminal,
+                                char const* noColour = "") {
+        setenv("TERM", terminal, 1);
+        setenv("NO_COLOR", noColour, 1);
+        EXPECT_TRUE(withStandardError(make, [&](int reader) {
             rawlog(-1, utl::LEVEL_ERROR, "text");
-            expectNext(reader, line(row.level, "text"));
+            expectNext(reader, line(level, "text"));
         }));
-    }
+    };
+    expectLevel("\x1B[31merror \x1B[0m", makeTerminal, "xterm");
+    expectLevel("error ", makeTerminal, "dumb");
+    expectLevel("error ", makeTerminal, "");
+    expectLevel("error ", pipe, "xterm");
+    expectLevel("error ", makeTerminal, "xterm", "1");
 }
 
 TEST(LogSinkTest, LibraryTellsDetailsOnceItIsAskedTo) {
     for (auto const ask : {+[] { setFilterLevel(-2, 3); }, +[] { setAllFilterLevel(3); }}) {
-        EXPECT_TRUE(withStandardError(makePipe, [&](int reader) {
+        EXPECT_TRUE(withStandardError(pipe, [&](int reader) {
             rawlog(-2, utl::LEVEL_DETAIL, "hidden");
             rawlog(-2, utl::LEVEL_INFORMATION, "shown");
             ask();

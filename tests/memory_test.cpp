@@ -237,8 +237,6 @@ TEST_F(MemoryTest, ThreadNamesFollowTheKernelsUseOfIds) {
     EXPECT_STREQ("", memory->getThreadName(0));
     memory->resetUsedHeap();
     EXPECT_STREQ("", memory->getThreadName(3));
-    memory->registerThreadName(1, std::string(127, 'n').c_str());
-    EXPECT_EQ(std::string(127, 'n'), memory->getThreadName(1));
 }
 
 TEST_F(MemoryTest, ADumpMakesItsDirectoriesAndLeavesModesAlone) {
@@ -281,6 +279,7 @@ TEST_F(MemoryTest, NobodyWaitsForADumpIntoAFullPipe) {
 // Beside an ordered map; with memory for all rows, and with none.
 TEST(HeapListingTest, ListsByAddressWhatIsLiveTheLatestFirst) {
     static HeapTable<256> table;
+    table.clear();
     static platform::StaticLock lock(platform::LockOrder::HEAP_TABLE);
     std::map<std::pair<std::uintptr_t, std::int64_t>, std::uint64_t> live;
     std::mt19937 random(6);

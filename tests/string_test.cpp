@@ -47,55 +47,50 @@ TEST(FirstCharacterTest, IsMeasuredByItsBytes) {
 
 // What the comparisons with plain versions below leave out.
 TEST(StoringTest, ReturnsWhatItUsedAndLeavesTheRestAlone) {
-    struct {
-        char const* name;
-        unsigned long (*store)(char* dst);  // 6 bytes that hold "old"
-        unsigned long result;
-        char const* stored;  // null: nothing was written
-    } const cases[] = {
-    // clang-format off
-#define STORING(call, ...) {#call, [](char* d) { (void)d; return call; }, __VA_ARGS__}
-        STORING(copyStrBase(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9"),
-        STORING(copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, ""),
-        STORING(copyStr<char>(d, 6, nullptr, 0, WHOLE), NONE, nullptr),
-        STORING(copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr),
-        STORING(copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr),
-        STORING(copyGeneral<char>(d, 6, 5, nullptr, 0, ALL, WHOLE), NONE, nullptr),
-        STORING(copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr),
-        STORING(copyGeneral(d, 6, 6, "x", 0, ALL, TRUNCATE), NONE, nullptr),
-        STORING(t_strncpy<char>(d, 6, nullptr, 3), 1, ""),
-        STORING(t_strncpy<char>(nullptr, 6, "abc", 3), NONE, nullptr),
-        STORING(combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr),
-        STORING(combineStr<char>(d, 6, d, nullptr, 0, WHOLE), 4, nullptr),
-        STORING(combineStr<char>(d, 6, d, nullptr, 1, WHOLE), NONE, nullptr),
-        STORING(formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42"),
-        STORING(formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12"),
-        STORING(formatStr(d, 6, "ab%cde", '\0'), 3, "ab"),
-        STORING(formatStr(d, 6, "%s", ""), 1, ""),
-        STORING(formatStr(d, 6, "%lc", static_cast<wint_t>(-1)), NONE, ""),
-        STORING(formatStr(d, 0, "%s", "a"), NONE, nullptr),
-        STORING(formatStr<char>(nullptr, 6, "%s", "a"), NONE, nullptr),
-        STORING(truncateStr<char>(nullptr, 3), NONE, nullptr),
-        STORING(getNearCharIndex<char>(nullptr, 0, 1), NONE, nullptr),
-        STORING(eraseStrSpan<char>(d, 6, nullptr, 0, 0, WHOLE), NONE, nullptr),
-        STORING(eraseStrSpan<char>(nullptr, 0, 0), NONE, nullptr),
-        STORING(reverseStr<char>(d, 6, nullptr, WHOLE), NONE, nullptr),
-        STORING(reverseStr(d, 0, "abc", WHOLE), 4, nullptr),
-        STORING(t_strrev(d, 0, "", TRUNCATE), NONE, nullptr),
-        STORING(t_strrev<char>(nullptr, 6, "abc", TRUNCATE), NONE, nullptr),
-        STORING(t_strrev<char>(d, 6, nullptr, WHOLE), 1, ""),
-        STORING(replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr),
-        STORING(replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr),
-        // clang-format on
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
+    // In 6 bytes that hold "old"; null for `text`: nothing was written.
+    auto const expectStored = [](char const* name, unsigned long (*store)(char* dst),
+                                 unsigned long result, char const* text) {
+        SCOPED_TRACE(name);
         test::FencedBuffer dst(6, "old");
-        EXPECT_EQ(c.result, c.store(dst.data()));
-        EXPECT_STREQ(c.stored == nullptr ? "old" : c.stored, dst.data());
-        EXPECT_EQ(c.stored == nullptr, dst.isUntouched());
+        EXPECT_EQ(result, store(dst.data()));
+        EXPECT_STREQ(text == nullptr ? "old" : text, dst.data());
+        EXPECT_EQ(text == nullptr, dst.isUntouched());
         EXPECT_TRUE(dst.fencesIntact());
-    }
+    };
+    // clang-format off
+#define STORING(call, ...) expectStored(#call, [](char* d) { (void)d; return call; }, __VA_ARGS__)
+    STORING(copyStrBase(d, 4, "a\xC3\xA9", ALL, WHOLE), 4, "a\xC3\xA9");
+    STORING(copyStr(d, 3, "\xEF\xBB\xBFx", ALL, TRUNCATE), 1, "");
+    STORING(copyStr<char>(d, 6, nullptr, 0, WHOLE), NONE, nullptr);
+    STORING(copyStr<char>(nullptr, 6, "abc", ALL, WHOLE), NONE, nullptr);
+    STORING(copyGeneral<char>(d, 6, 5, nullptr, 3, 0, WHOLE), 5, nullptr);
+    STORING(copyGeneral<char>(d, 6, 5, nullptr, 0, ALL, WHOLE), NONE, nullptr);
+    STORING(copyGeneral<char>(nullptr, 0, 5, "abcd", 2, ALL, WHOLE), 8, nullptr);
+    STORING(copyGeneral(d, 6, 6, "x", 0, ALL, TRUNCATE), NONE, nullptr);
+    STORING(t_strncpy<char>(d, 6, nullptr, 3), 1, "");
+    STORING(t_strncpy<char>(nullptr, 6, "abc", 3), NONE, nullptr);
+    STORING(combineStr<char>(d, 6, nullptr, "abc", ALL, WHOLE), NONE, nullptr);
+    STORING(combineStr<char>(d, 6, d, nullptr, 0, WHOLE), 4, nullptr);
+    STORING(combineStr<char>(d, 6, d, nullptr, 1, WHOLE), NONE, nullptr);
+    STORING(formatStr(d, 6, "%s%d", "abc", 42), 6, "abc42");
+    STORING(formatStr(d, 6, "%s%d", "abc", 123), NONE, "abc12");
+    STORING(formatStr(d, 6, "ab%cde", '\0'), 3, "ab");
+    STORING(formatStr(d, 6, "%s", ""), 1, "");
+    STORING(formatStr(d, 6, "%lc", static_cast<wint_t>(-1)), NONE, "");
+    STORING(formatStr(d, 0, "%s", "a"), NONE, nullptr);
+    STORING(formatStr<char>(nullptr, 6, "%s", "a"), NONE, nullptr);
+    STORING(truncateStr<char>(nullptr, 3), NONE, nullptr);
+    STORING(getNearCharIndex<char>(nullptr, 0, 1), NONE, nullptr);
+    STORING(eraseStrSpan<char>(d, 6, nullptr, 0, 0, WHOLE), NONE, nullptr);
+    STORING(eraseStrSpan<char>(nullptr, 0, 0), NONE, nullptr);
+    STORING(reverseStr<char>(d, 6, nullptr, WHOLE), NONE, nullptr);
+    STORING(reverseStr(d, 0, "abc", WHOLE), 4, nullptr);
+    STORING(t_strrev(d, 0, "", TRUNCATE), NONE, nullptr);
+    STORING(t_strrev<char>(nullptr, 6, "abc", TRUNCATE), NONE, nullptr);
+    STORING(t_strrev<char>(d, 6, nullptr, WHOLE), 1, "");
+    STORING(replaceStr<char>(d, 6, nullptr, "b", WHOLE), NONE, nullptr);
+    STORING(replaceStr<char>(d, 6, "l", nullptr, WHOLE), NONE, nullptr);
+    // clang-format on
 }
 
 TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
@@ -113,30 +108,24 @@ TEST(WorkingBufferLimitTest, TextsThatOneCannotHoldAreRefused) {
 
 // Likewise.
 TEST(SearchTest, FindsWhereItIsSaidAndTellsWhereThatEnds) {
-    struct {
-        char const* name;
-        unsigned long (*search)(char const*, char const*, unsigned long, unsigned long*);
-        char const *text, *key;
-        unsigned long offset, index, end;
-    } const cases[] = {
-        {"empty pattern", findStr<char>, "abc", "", 1, 3, NONE},
-        {"null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
-        {"null pattern", findStr<char>, "abc", nullptr, 0, NONE, UNTOUCHED},
-        {"token of null", findToken<char>, nullptr, ",", 0, NONE, UNTOUCHED},
-        {"token by null", findToken<char>, "a", nullptr, 0, NONE, UNTOUCHED},
-        {"empty pattern, reverse", findReverseStr<char>, "abc", "", 0, 3, 2},
-        {"null text, reverse", findReverseStr<char>, nullptr, "a", 0, NONE, UNTOUCHED},
-        {"null pattern, reverse", findReverseStr<char>, "a", nullptr, 0, NONE, UNTOUCHED},
-        {"first of two", findReverseChar<char>, "a/\U0001F600/b", "\U0001F600x", 9, 5, 1},
-        {"byte order mark", findReverseChar<char>, "a", "\xEF\xBB\xBF", 1, NONE, UNTOUCHED},
-        {"incomplete is empty", findReverseChar<char>, "abc", "\xC3", 2, 3, 2},
+    auto const expectFound = [](char const* name, auto search, char const* text, char const* key,
+                                unsigned long offset, unsigned long index, unsigned long end) {
+        unsigned long found = UNTOUCHED;
+        EXPECT_EQ(index, search(text, key, offset, &found)) << name;
+        EXPECT_EQ(end, found) << name;
+        EXPECT_EQ(index, search(text, key, offset, nullptr)) << name;
     };
-    for (auto const& c : cases) {
-        unsigned long end = UNTOUCHED;
-        EXPECT_EQ(c.index, c.search(c.text, c.key, c.offset, &end)) << c.name;
-        EXPECT_EQ(c.end, end) << c.name;
-        EXPECT_EQ(c.index, c.search(c.text, c.key, c.offset, nullptr)) << c.name;
-    }
+    expectFound("empty pattern", findStr<char>, "abc", "", 1, 3, NONE);
+    expectFound("null text", findStr<char>, nullptr, "a", 0, NONE, UNTOUCHED);
+    expectFound("null pattern", findStr<char>, "abc", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("token of null", findToken<char>, nullptr, ",", 0, NONE, UNTOUCHED);
+    expectFound("token by null", findToken<char>, "a", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("empty pattern, reverse", findReverseStr<char>, "abc", "", 0, 3, 2);
+    expectFound("null text, reverse", findReverseStr<char>, nullptr, "a", 0, NONE, UNTOUCHED);
+    expectFound("null pattern, reverse", findReverseStr<char>, "a", nullptr, 0, NONE, UNTOUCHED);
+    expectFound("first of two", findReverseChar<char>, "a/\U0001F600/b", "\U0001F600x", 9, 5, 1);
+    expectFound("byte order mark", findReverseChar<char>, "a", "\xEF\xBB\xBF", 1, NONE, UNTOUCHED);
+    expectFound("incomplete is empty", findReverseChar<char>, "abc", "\xC3", 2, 3, 2);
     EXPECT_EQ(3UL, t_strstr("abc", ""));
     EXPECT_EQ(3UL, t_strstr<char>("abc", nullptr));
     EXPECT_EQ(NONE, t_strstr<char>(nullptr, "abc"));
@@ -187,20 +176,15 @@ TEST(LongTextTest, IsSearchedForManyCharacters) {
     EXPECT_EQ(text.size(), t_strcspn((text + "\u4E00").c_str(), set.c_str()));
 }
 
-TEST(CompareStrNoCaseTest, FoldsLettersOfBothWidths) {
-    EXPECT_EQ(0, compareStrNoCase("aBc\xEF\xBC\xA1", "AbC\xEF\xBD\x81", ALL));
-    EXPECT_LT(compareStrNoCase("_", "A", ALL), 0);
-    EXPECT_EQ(0, compareStrNoCase<char>(nullptr, "", ALL) | compareStr<char>("", nullptr, ALL));
-}
-
-TEST(CompareStrNoCaseTest, NeedsNoScratchMemory) {
+TEST(CompareStrNoCaseTest, FoldsLettersWithoutScratchMemory) {
     WorkingBuffer<char> const first, second, third;
     std::string text(SCRATCH - 1, 'a');
     copyStr<char>(third, SCRATCH, std::string(SCRATCH - 1, 'A').c_str(), ALL, WHOLE);
-
     EXPECT_EQ(0, compareStrNoCase<char>(third, text.c_str(), ALL));
     text.back() = 'b';
     EXPECT_LT(compareStrNoCase<char>(third, text.c_str(), ALL), 0);
+    EXPECT_LT(compareStrNoCase("_", "A", ALL), 0);
+    EXPECT_EQ(0, compareStrNoCase<char>(nullptr, "", ALL) | compareStr<char>("", nullptr, ALL));
 }
 
 TEST(WorkingBufferTest, NestsThreeDeepAndSharesTheThirdFromThereOn) {
@@ -266,12 +250,12 @@ TEST(PlainFormTest, DoesTheSame) {
         in.dstPos = pick(in.held.size() + 1);
         in.count = pick(4) == 0 ? ALL : pick(in.s.size() + 2);
         in.trunc = static_cast<int>(pick(3));
-        char const* difference = isLong ? nullptr : test::findStoringDifference(in);
+        char const* difference = isLong ? nullptr : in.storingDifference();
         if (difference == nullptr) {
             in.key = makeKey(in.s);
             in.held = in.s.substr(0, pick(9)) + makeText(1);
             in.other = makeText(isLong || pick(2) == 0 ? 3 : 60);
-            difference = test::findSearchingDifference(in);
+            difference = in.searchingDifference();
         }
         ASSERT_EQ(nullptr, difference)
             << ::testing::PrintToString(in.s) << ::testing::PrintToString(in.held)

@@ -106,36 +106,32 @@ TEST(TimeTest, DaysAreNumberedWithoutGaps) {
 }
 
 TEST(TimeTest, CountsElapsedWholeDaysAndSeconds) {
-    struct {
-        Fields from, to;
-        std::uint32_t days, seconds;
-    } const cases[] = {
-        {{2024, 1, 1, 1, 1, 1, 1, 1, 1}, {2024, 1, 1, 1, 1, 1, 1, 1, 1}, 0, 0},
-        {{2024, 1, 1}, {2024, 1, 2, 0, 0, 1}, 1, 86401},
-        {{2023, 12, 31, 23, 59, 59}, {2024, 1, 1, 0, 0, 1}, 0, 2},
-        {{0, 2, 28}, {0, 3, 1}, 1, 86400},  // year 0 is an ordinary one
-        {{0, 12, 31}, {1, 1, 1}, 1, 86400},
-        {{65535, 1, 1}, {2024, 1, 1}, NO_TIME, NO_TIME},
-        {{2024, 1, 1}, {65535, 1, 1}, NO_TIME, NO_TIME},
-        {{2024, 1, 1, 0, 0, 1}, {2024, 1, 1}, NO_TIME, NO_TIME},
-        // Deliberate: a fraction up to a millisecond short takes a second or a day away, one that
-        // is shorter still does not.
-        {{2024, 1, 1, 9, 0, 0, 1}, {2024, 1, 2, 9, 0, 0}, 0, 86399},
-        {{2024, 1, 1, 9, 0, 0, 1, 0, 1}, {2024, 1, 2, 9, 0, 0}, 1, 86400},
-        {{2024, 1, 1, 9, 0, 0, 1, 1}, {2024, 1, 2, 9, 0, 0, 0, 0, 1}, 1, 86400},
-        // Deliberate: the limit, 49710 days and 23296 seconds, looks at whole days and times of
-        // day, the sum at the difference of the dates.
-        {{1970, 1, 1}, {2106, 2, 7, 6, 28, 14}, 49710, 4294967294u},
-        {{1970, 1, 1}, {2106, 2, 7, 6, 28, 16}, 49710, NO_TIME},
-        {{1970, 1, 1, 23, 59, 59}, {2106, 2, 8}, 49710, NO_TIME},
-        {{1970, 1, 1, 0, 0, 0, 0, 0, 1}, {2106, 2, 8}, 49710, 63103},
-    };
-    for (auto const& c : cases) {
-        Time const from = timeOf(c.from), to = timeOf(c.to);
+    auto const expectElapsed = [](Fields const& begin, Fields const& end, std::uint32_t days,
+                                  std::uint32_t seconds) {
+        Time const from = timeOf(begin), to = timeOf(end);
         SCOPED_TRACE(textOf(from) + " to " + textOf(to));
-        EXPECT_EQ(c.days, to.getElapsedDays(from));
-        EXPECT_EQ(c.seconds, to.getElapsedSeconds(from));
-    }
+        EXPECT_EQ(days, to.getElapsedDays(from));
+        EXPECT_EQ(seconds, to.getElapsedSeconds(from));
+    };
+    expectElapsed({2024, 1, 1, 1, 1, 1, 1, 1, 1}, {2024, 1, 1, 1, 1, 1, 1, 1, 1}, 0, 0);
+    expectElapsed({2024, 1, 1}, {2024, 1, 2, 0, 0, 1}, 1, 86401);
+    expectElapsed({2023, 12, 31, 23, 59, 59}, {2024, 1, 1, 0, 0, 1}, 0, 2);
+    expectElapsed({0, 2, 28}, {0, 3, 1}, 1, 86400);  // year 0 is an ordinary one
+    expectElapsed({0, 12, 31}, {1, 1, 1}, 1, 86400);
+    expectElapsed({65535, 1, 1}, {2024, 1, 1}, NO_TIME, NO_TIME);
+    expectElapsed({2024, 1, 1}, {65535, 1, 1}, NO_TIME, NO_TIME);
+    expectElapsed({2024, 1, 1, 0, 0, 1}, {2024, 1, 1}, NO_TIME, NO_TIME);
+    // Deliberate: a fraction up to a millisecond short takes a second or a day away, one that
+    // is shorter still does not.
+    expectElapsed({2024, 1, 1, 9, 0, 0, 1}, {2024, 1, 2, 9, 0, 0}, 0, 86399);
+    expectElapsed({2024, 1, 1, 9, 0, 0, 1, 0, 1}, {2024, 1, 2, 9, 0, 0}, 1, 86400);
+    expectElapsed({2024, 1, 1, 9, 0, 0, 1, 1}, {2024, 1, 2, 9, 0, 0, 0, 0, 1}, 1, 86400);
+    // Deliberate: the limit, 49710 days and 23296 seconds, looks at whole days and times of
+    // day, the sum at the difference of the dates.
+    expectElapsed({1970, 1, 1}, {2106, 2, 7, 6, 28, 14}, 49710, 4294967294u);
+    expectElapsed({1970, 1, 1}, {2106, 2, 7, 6, 28, 16}, 49710, NO_TIME);
+    expectElapsed({1970, 1, 1, 23, 59, 59}, {2106, 2, 8}, 49710, NO_TIME);
+    expectElapsed({1970, 1, 1, 0, 0, 0, 0, 0, 1}, {2106, 2, 8}, 49710, 63103);
 }
 
 TEST(CurrentTimeTest, LocalTimeFollowsTheZone) {
@@ -166,6 +162,7 @@ TEST(CurrentTimeTest, LocalTimeFollowsTheZone) {
 
 TEST(CurrentTimeTest, CallsThatMayBlockAreReportedWithTheirNumbers) {
     static std::string reported;
+    reported.clear();
     BlockingCall::install([](StatementInfo const& call) {
         reported += std::string(call.function()) + " " + std::to_string(call.line()) + "/" +
                     std::to_string(call.sub()) + " ";

@@ -43,9 +43,10 @@ extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
         static auto const real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_gettime"));
         return real(id, now);
     }
-    ++fake->reads;
-    now->tv_sec = static_cast<time_t>(fake->milliseconds / 1000);
-    now->tv_nsec = static_cast<long>(fake->milliseconds % 1000) * 1000000;
+    std::int64_t const read = fake->milliseconds;
+    ++fake->reads;  // behind it: who sees this moves the clock too late for the reader
+    now->tv_sec = static_cast<time_t>(read / 1000);
+    now->tv_nsec = static_cast<long>(read % 1000) * 1000000;
     errno = fake->error != 0 ? fake->error.load() : errno;
     return fake->error != 0 ? -1 : 0;
 }

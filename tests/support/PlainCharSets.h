@@ -5,7 +5,7 @@
 #ifndef UTL_TESTS_SUPPORT_PLAIN_CHAR_SETS_H
 #define UTL_TESTS_SUPPORT_PLAIN_CHAR_SETS_H
 
-#include <memory>
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,25 +17,14 @@ namespace plain {
 
 using Units = std::vector<unsigned short>;
 
-// A copy on the heap, where a look behind the terminator is noticed, `shift` units behind the start
-// of the memory.
-template <typename Unit>
-class Terminated {
-public:
-    template <typename Text>
-    explicit Terminated(Text const& text, unsigned long shift = 0)
-        : mUnits(new Unit[shift + text.size() + 1]()), mText(mUnits.get() + shift) {
-        for (unsigned long i = 0; i < text.size(); ++i) {
-            mText[i] = static_cast<Unit>(text[i]);
-        }
-    }
-
-    Unit const* get() const { return mText; }
-
-private:
-    std::unique_ptr<Unit[]> mUnits;
-    Unit* mText;
-};
+// A copy with a terminator, `shift` units behind the start of the memory, whose end is where that
+// of the text is: a look behind the terminator is noticed.
+template <typename Unit, typename Text>
+std::vector<Unit> terminated(Text const& text, unsigned long shift) {
+    std::vector<Unit> units(shift + text.size() + 1);
+    std::copy(text.begin(), text.end(), units.begin() + static_cast<long>(shift));
+    return units;
+}
 
 // Whether a Str function makes `expected` of `src`, or fails if there is nothing to expect.
 template <typename Unit, typename Source>
@@ -58,10 +47,11 @@ bool converts(unsigned long (*function)(Unit*, unsigned long, Source const*), So
 }
 
 inline bool convertsSjis(std::string const& bytes, unsigned long shift = 0) {
-    Terminated<char> const src(bytes, shift);
+    std::vector<char> const memory = terminated<char>(bytes, shift);
+    char const* const src = &memory[shift];
     std::vector<char> utf8;
     Units utf16;
-    for (char const* s = src.get(); *s != '\0';) {
+    for (char const* s = src; *s != '\0';) {
         char form[3];
         unsigned long taken = 0;
         unsigned long const length = utl::convertCharFromSjisToUtf8(form, 3, s, &taken);
@@ -77,14 +67,15 @@ inline bool convertsSjis(std::string const& bytes, unsigned long shift = 0) {
         utf16.push_back(unit != 0 ? unit : static_cast<unsigned short>(0x203B));
         s += taken;
     }
-    return converts<char, char>(utl::convertStrFromSjisToUtf8, src.get(), utf8) &&
-           converts<unsigned short, char>(utl::convertStrFromSjisToUtf16, src.get(), utf16);
+    return converts<char, char>(utl::convertStrFromSjisToUtf8, src, utf8) &&
+           converts<unsigned short, char>(utl::convertStrFromSjisToUtf16, src, utf16);
 }
 
 inline bool convertsUtf8(std::string const& bytes, unsigned long shift = 0) {
-    Terminated<char> const src(bytes, shift);
+    std::vector<char> const memory = terminated<char>(bytes, shift);
+    char const* const src = &memory[shift];
     Units utf16;
-    char const* s = src.get();
+    char const* s = src;
     unsigned long length = utl::strCharBytesBase(s);
     while (length != 0 && length != utl::NONE) {
         unsigned short unit = 0x203B;
@@ -97,15 +88,16 @@ inline bool convertsUtf8(std::string const& bytes, unsigned long shift = 0) {
         s += length;
         length = utl::strCharBytesBase(s);
     }
-    return converts<unsigned short, char>(utl::convertStrFromUtf8ToUtf16, src.get(),
+    return converts<unsigned short, char>(utl::convertStrFromUtf8ToUtf16, src,
                                           length == 0 ? std::optional(utf16) : std::nullopt);
 }
 
 inline bool convertsUtf16(Units const& text, unsigned long shift = 0) {
-    Terminated<unsigned short> const src(text, shift);
+    std::vector<unsigned short> const memory = terminated<unsigned short>(text, shift);
+    unsigned short const* const src = &memory[shift];
     std::vector<char> utf8;
     int order = 1;
-    for (unsigned short const* s = src.get(); *s != 0; ++s) {
+    for (unsigned short const* s = src; *s != 0; ++s) {
         char form[3];
         if (utl::convertCharFromUtf16ToUtf8(form, 3, *s, &order) != 0) {
             unsigned const unit = order == 2 ? (*s & 0xFFu) << 8 | *s >> 8 : *s;
@@ -114,7 +106,7 @@ inline bool convertsUtf16(Units const& text, unsigned long shift = 0) {
             utf8.insert(utf8.end(), form, form + length);
         }
     }
-    return converts<char, unsigned short>(utl::convertStrFromUtf16ToUtf8, src.get(), utf8);
+    return converts<char, unsigned short>(utl::convertStrFromUtf16ToUtf8, src, utf8);
 }
 
 }  // namespace plain

@@ -44,6 +44,31 @@ inline unsigned long nearIndex(std::string const& s, unsigned long index, int mo
     return start->size() + utl::t_charlen(s.c_str() + start->size());
 }
 
+inline unsigned long find(std::string const& s, std::string const& pattern, unsigned long offset,
+                          unsigned long* end) {
+    if (s.size() < offset) {
+        return NONE;
+    }
+    *end = NONE;
+    while (!startsCharacter(s.c_str()[offset])) {
+        if (++offset == s.size()) {
+            return NONE;
+        }
+    }
+    if (pattern.empty()) {
+        return s.size();
+    }
+    while (offset < s.size()) {
+        unsigned long const bytes = utl::t_charlen(s.c_str() + offset);
+        if (bytes != NONE && s.compare(offset, pattern.size(), pattern) == 0) {
+            *end = offset + pattern.size();
+            return offset;
+        }
+        offset += bytes == NONE ? 1 : bytes;
+    }
+    return NONE;
+}
+
 // A buffer that text is stored in, one piece behind the other.
 class Buffer {
 public:
@@ -102,7 +127,24 @@ public:
     }
 
     unsigned long replace(std::string const& src, std::string const& from, std::string const& to,
-                          int trunc);
+                          int trunc) {
+        unsigned long pos = 0;
+        unsigned long used = 1;
+        unsigned long end = NONE;
+        while (!from.empty() && used != NONE) {
+            unsigned long const match = find(src, from, pos, &end);
+            if (match == NONE) {
+                break;
+            }
+            used = match > pos ? copy(used - 1, src, pos, match - pos, trunc) : used;
+            used = used != NONE ? copy(used - 1, to, 0, NONE, trunc) : NONE;
+            if (to.empty()) {
+                return used;
+            }
+            pos = end;
+        }
+        return used != NONE ? copy(used - 1, src, pos, NONE, trunc) : NONE;
+    }
 
 private:
     unsigned long fail() {
@@ -125,31 +167,6 @@ inline Text reverse(std::string const& s) {
         reversed.insert(0, s, pos, bytes);
     }
     return reversed;
-}
-
-inline unsigned long find(std::string const& s, std::string const& pattern, unsigned long offset,
-                          unsigned long* end) {
-    if (s.size() < offset) {
-        return NONE;
-    }
-    *end = NONE;
-    while (!startsCharacter(s.c_str()[offset])) {
-        if (++offset == s.size()) {
-            return NONE;
-        }
-    }
-    if (pattern.empty()) {
-        return s.size();
-    }
-    while (offset < s.size()) {
-        unsigned long const bytes = utl::t_charlen(s.c_str() + offset);
-        if (bytes != NONE && s.compare(offset, pattern.size(), pattern) == 0) {
-            *end = offset + pattern.size();
-            return offset;
-        }
-        offset += bytes == NONE ? 1 : bytes;
-    }
-    return NONE;
 }
 
 // The index of the first character of `s` that is in `set`, or that is not.
@@ -201,26 +218,6 @@ inline unsigned long findToken(std::string const& s, std::string const& delimite
     bool const isFound = start < s.size();
     *end = isFound ? start + span(s.substr(start), delimiters, true) : NONE;
     return isFound ? start : NONE;
-}
-
-inline unsigned long Buffer::replace(std::string const& src, std::string const& from,
-                                     std::string const& to, int trunc) {
-    unsigned long pos = 0;
-    unsigned long used = 1;
-    unsigned long end = NONE;
-    while (!from.empty() && used != NONE) {
-        unsigned long const match = find(src, from, pos, &end);
-        if (match == NONE) {
-            break;
-        }
-        used = match > pos ? copy(used - 1, src, pos, match - pos, trunc) : used;
-        used = used != NONE ? copy(used - 1, to, 0, NONE, trunc) : NONE;
-        if (to.empty()) {
-            return used;
-        }
-        pos = end;
-    }
-    return used != NONE ? copy(used - 1, src, pos, NONE, trunc) : NONE;
 }
 
 inline int compare(std::string const& a, std::string const& b, unsigned long n) {
