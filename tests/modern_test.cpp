@@ -211,6 +211,11 @@ TEST(ModernStrings, AStringTakesViewsOfItselfToo) {
 
 // Files that are replaced.
 
+unsigned entries(test::Scratch const& scratch) {
+    std::filesystem::directory_iterator const all(scratch.path());
+    return static_cast<unsigned>(std::distance(begin(all), end(all)));
+}
+
 std::function<void()> halfWay;  // of a replacement that has written its file, once
 
 }  // namespace
@@ -224,11 +229,6 @@ extern "C" int fsync(int descriptor) {
 }
 
 namespace {
-
-unsigned entries(test::Scratch const& scratch) {
-    std::filesystem::directory_iterator const all(scratch.path());
-    return static_cast<unsigned>(std::distance(begin(all), end(all)));
-}
 
 TEST(ModernFiles, AReplacementKeepsModesTargetsAndReadersAndYieldsToWriters) {
     test::Scratch const scratch;
