@@ -3,7 +3,11 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -42,13 +46,7 @@ TEST(SyncObjectTest, HolderOwesOneUnlockForEachLock) {
 // A thread that waits once, for who lets the clock settle before each look at it.
 struct Waiter {
     explicit Waiter(std::function<int()> wait)
-        : thread("waiter", [this, wait] {
-              // It does not take the processor from the thread that wakes it: that one can switch
-              // an event on and off again before this one looks.
-              sched_param const priority{};
-              sched_setscheduler(0, SCHED_BATCH, &priority);
-              return result = wait();
-          }) {
+        : thread("waiter", [this, wait] { return result = wait(); }) {
         thread.start();
     }
 
@@ -56,31 +54,62 @@ struct Waiter {
     test::Worker thread;
 };
 
+// Keeps a thread in a signal handler.
+class HoldUp {
+public:
+    explicit HoldUp(int threadId) {
+        isWanted = true;
+        signal(SIGUSR1, [](int) {
+            for (isThere = true; isWanted;) {
+                sched_yield();
+            }
+            isThere = false;
+        });
+        syscall(SYS_tgkill, getpid(), threadId, SIGUSR1);
+        await(true);
+    }
+    ~HoldUp() {
+        isWanted = false;
+        await(false);
+        signal(SIGUSR1, SIG_DFL);
+    }
+
+private:
+    static void await(bool thread) {
+        while (isThere != thread) {
+            sched_yield();
+        }
+    }
+
+    static inline std::atomic<bool> isWanted{false};
+    static inline std::atomic<bool> isThere{false};
+};
+
 struct EventTest : test::ManualTimeTest {
-    void pulse(Event* event) {
-        bool const wasOn = event->isOn();
-        wasOn ? event->setOff() : event->setOn();
-        wasOn ? event->setOn() : event->setOff();
+    // The waiter cannot see the state in the middle.
+    void pulse(Event* event, Waiter const& waiter) {
+        {
+            HoldUp const holdUp(waiter.thread.getId());
+            bool const wasOn = event->isOn();
+            wasOn ? event->setOff() : event->setOn();
+            wasOn ? event->setOn() : event->setOff();
+        }
         clock.settle();
     }
 
     // What a wait of 30 seconds logs, and then returns, when it is woken for nothing each time that
     // so many milliseconds have passed.
-    std::string waitThroughPulses(bool forOn, std::vector<int> const& passes, int attempts = 20) {
+    std::string waitThroughPulses(bool forOn, std::vector<int> const& passes) {
         log.clear();
         Event event(forOn ? 0 : 1, Event::TWO_CONDITIONS);
         Waiter const waiter(
             [&] { return forOn ? event.waitToOn(LONG_LIMIT) : event.waitToOff(LONG_LIMIT); });
         for (int const ms : passes) {
             clock.jump(milliseconds(ms));
-            pulse(&event);
+            pulse(&event, waiter);
         }
         forOn ? event.setOn() : event.setOff();
         clock.settle();
-        if (waiter.result == REACHED &&
-            attempts > 1) {  // it saw the state in the middle of a pulse
-            return waitThroughPulses(forOn, passes, attempts - 1);
-        }
         std::string all;
         for (test::LogLine const& line : log.all()) {
             all += line.text.find("Wait OK") != std::string::npos ? line.text : "";
@@ -132,7 +161,7 @@ TEST_F(EventTest, UntimedWaitReturnsAfterAPulse) {
     Event event(0, 0);
     Waiter const waiter([&] { return event.waitToOn(0); });
     clock.settle();
-    pulse(&event);
+    pulse(&event, waiter);
     EXPECT_EQ(REACHED, waiter.result);
     event.setOn();  // ends the test also where the pulse was missed
 }
