@@ -1,5 +1,5 @@
-// Timers beside those of the system and of others: how late an expiry is heard, what it costs to
-// set one and to kill it, and what many of them cost while they run.
+// Timers beside those of the system and of others: how late an expiry is heard, and whether they
+// drift, what it costs to set one and to kill it, and what many of them cost while they run.
 
 #include <benchmark/benchmark.h>
 #include <signal.h>
@@ -25,6 +25,9 @@
 #include "UtlThreadManager.h"
 #include "UtlTimer.h"
 
+#ifdef UTL_BENCH_UV
+#include <uv.h>
+#endif
 #ifdef UTL_BENCH_BOOST
 #include <boost/asio.hpp>
 #endif
@@ -33,48 +36,71 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr long INTERVAL_MS = 5;
-constexpr int EXPIRIES = 100;
 constexpr std::int64_t NANOSECONDS = 1000000;
 
 std::int64_t now() {
     return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
 }
 
-// When the expiries of one free-running timer were heard, measured from before it was set.
+// How often a timer expires, and when its expiries were heard, measured from before it was set.
 class Hearings {
 public:
-    void hear() {
-        if (mCount < EXPIRIES) {
-            mHeard[mCount] = now();
-            if (++mCount == EXPIRIES) {
-                mIsFull.store(true);
-            }
-        }
+    Hearings(long intervalMs, std::size_t expiries) : mIntervalMs(intervalMs), mExpiries(expiries) {
+        mLate.reserve(expiries);
     }
 
+    long intervalMs() const { return mIntervalMs; }
+    void begin() { mBegin = now(); }
+    void hear() {
+        if (mLate.size() < mExpiries) {
+            auto const times = static_cast<std::int64_t>(mLate.size() + 1);
+            mLate.push_back(now() - mBegin - times * mIntervalMs * NANOSECONDS);
+            mIsFull.store(mLate.size() == mExpiries);
+        }
+    }
     bool isFull() const { return mIsFull.load(); }
 
-    // In seconds; one iteration is the median of them.
-    void report(benchmark::State& state) const {
-        std::vector<std::int64_t> late;
-        for (int i = 0; i < EXPIRIES; ++i) {
-            late.push_back(mHeard[i] - mBegin - (i + 1) * INTERVAL_MS * NANOSECONDS);
-        }
-        std::sort(late.begin(), late.end());
-        state.SetIterationTime(static_cast<double>(std::max<std::int64_t>(1, late[EXPIRIES / 2])) /
-                               1e9);
-        state.counters["p99"] = static_cast<double>(late[EXPIRIES * 99 / 100]) / 1e9;
+    // In nanoseconds, of all, and of a tenth of them at the end and at the beginning.
+    std::int64_t late(double part) const { return lateOf(mLate, part); }
+    std::int64_t drift() const {
+        auto const tenth = static_cast<std::ptrdiff_t>(mExpiries / 10);
+        return lateOf({mLate.end() - tenth, mLate.end()}, 0.5) -
+               lateOf({mLate.begin(), mLate.begin() + tenth}, 0.5);
     }
 
-    void begin() { mBegin = now(); }
-
 private:
+    static std::int64_t lateOf(std::vector<std::int64_t> late, double part) {
+        std::sort(late.begin(), late.end());
+        return late[static_cast<std::size_t>(static_cast<double>(late.size()) * part)];
+    }
+
+    long const mIntervalMs;
+    std::size_t const mExpiries;
     std::int64_t mBegin = 0;
-    std::int64_t mHeard[EXPIRIES];
-    int mCount = 0;
+    std::vector<std::int64_t> mLate;
     std::atomic<bool> mIsFull{false};
 };
+
+// One iteration is the median; or what was added on the way, of which nothing is less than nothing.
+template <void (*hearAll)(Hearings&)>
+void lateness(benchmark::State& state) {
+    for (auto _ : state) {
+        Hearings hearings(5, 100);
+        hearAll(hearings);
+        state.SetIterationTime(static_cast<double>(hearings.late(0.5)) / 1e9);
+        state.counters["p99"] = static_cast<double>(hearings.late(0.99)) / 1e9;
+    }
+}
+
+template <void (*hearAll)(Hearings&)>
+void drift(benchmark::State& state) {
+    for (auto _ : state) {
+        Hearings hearings(1, 1000);
+        hearAll(hearings);
+        state.SetIterationTime(static_cast<double>(std::max<std::int64_t>(1, hearings.drift())) /
+                               1e9);
+    }
+}
 
 void await(Hearings const& hearings) {
     while (!hearings.isFull()) {
@@ -83,81 +109,126 @@ void await(Hearings const& hearings) {
 }
 
 struct Listener : utl::ThreadMsgListener, utl::TimerListener {
+    explicit Listener(Hearings& heard) : hearings(heard) {}
     int receiveMsg(int, utl::ThreadRawMsg&) override { return hearings.hear(), 0; }
     void onTime(int) override { hearings.hear(); }
-    Hearings hearings;
+    Hearings& hearings;
 };
 
-void latenessOfThread(benchmark::State& state) {
-    for (auto _ : state) {
-        Listener listener;
-        utl::MsgDrivenThread thread(8, 64, "bench", 1);
-        thread.start(&listener, 0, 0, nullptr, 1, 0, utl::ThreadPriority::NORMAL, 0);
-        listener.hearings.begin();
-        thread.setTimer(INTERVAL_MS, 0, 0, 1);
-        await(listener.hearings);
-        listener.hearings.report(state);
-        thread.stop(1, 0);
+void hearThread(Hearings& hearings) {
+    Listener listener(hearings);
+    utl::MsgDrivenThread thread(8, 64, "bench", 1);
+    thread.start(&listener, {});
+    hearings.begin();
+    thread.setTimer(hearings.intervalMs(), 0, 0, 1);
+    await(hearings);
+    thread.stop(1, 0);
+}
+
+void hearShared(Hearings& hearings) {
+    Listener listener(hearings);
+    utl::SharedTimer timer(0, 0, nullptr, 1, "bench");
+    int const id = timer.addTimer(&listener, hearings.intervalMs(), 0, 1);
+    hearings.begin();
+    timer.start(id, 0);
+    await(hearings);
+    timer.destroy();
+}
+
+itimerspec every(long milliseconds) {
+    timespec const interval = {milliseconds / 1000, milliseconds % 1000 * NANOSECONDS};
+    return {interval, interval};
+}
+
+void hearTimerfd(Hearings& hearings) {
+    int const timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    std::thread reader([&] {
+        std::uint64_t times;
+        while (!hearings.isFull() && read(timer, &times, sizeof times) == sizeof times) {
+            hearings.hear();
+        }
+    });
+    itimerspec const interval = every(hearings.intervalMs());
+    hearings.begin();
+    timerfd_settime(timer, 0, &interval, nullptr);
+    reader.join();
+    close(timer);
+}
+
+int barePipe[2];
+
+// POSIX timers whose handler writes to a pipe, which a thread reads.
+class BareTimers {
+public:
+    // Calls `hear` for each byte, until `isOver`.
+    BareTimers(std::function<void()> hear, std::function<bool()> isOver)
+        : mReader([hear, isOver] {
+              char byte;
+              while (!isOver() && read(barePipe[0], &byte, 1) == 1) {
+                  hear();
+              }
+          }) {}
+    ~BareTimers() { mReader.join(); }
+
+    static timer_t make(long milliseconds) {
+        sigevent event = {};
+        event.sigev_notify = SIGEV_SIGNAL;
+        event.sigev_signo = SIGRTMIN + 5;
+        timer_t timer;
+        timer_create(CLOCK_MONOTONIC, &event, &timer);
+        itimerspec const interval = every(milliseconds);
+        timer_settime(timer, 0, &interval, nullptr);
+        return timer;
+    }
+
+    static void write(int = 0) {
+        char const byte = 0;
+        if (::write(barePipe[1], &byte, 1) != 1) {
+            std::abort();
+        }
+    }
+
+private:
+    std::thread mReader;
+};
+
+void openBarePipe() {
+    struct sigaction action = {};
+    action.sa_handler = BareTimers::write;
+    action.sa_flags = SA_RESTART;
+    if (pipe(barePipe) != 0 || sigaction(SIGRTMIN + 5, &action, nullptr) != 0) {
+        std::abort();
     }
 }
 
-void latenessOfShared(benchmark::State& state) {
-    for (auto _ : state) {
-        Listener listener;
-        utl::SharedTimer timer(0, 0, nullptr, 1, "bench");
-        int const id = timer.addTimer(&listener, INTERVAL_MS, 0, 1);
-        listener.hearings.begin();
-        timer.start(id, 0);
-        await(listener.hearings);
-        listener.hearings.report(state);
-        timer.destroy();
-    }
-}
-
-void latenessOfTimerfd(benchmark::State& state) {
-    for (auto _ : state) {
-        Hearings hearings;
-        int const timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
-        std::thread reader([&] {
-            std::uint64_t times;
-            while (!hearings.isFull() && read(timer, &times, sizeof times) == sizeof times) {
-                hearings.hear();
-            }
-        });
-        itimerspec const interval = {{0, INTERVAL_MS * NANOSECONDS},
-                                     {0, INTERVAL_MS * NANOSECONDS}};
-        hearings.begin();
-        timerfd_settime(timer, 0, &interval, nullptr);
-        reader.join();
-        hearings.report(state);
-        close(timer);
-    }
+void hearBareTimer(Hearings& hearings) {
+    BareTimers const timers([&] { hearings.hear(); }, [&] { return hearings.isFull(); });
+    hearings.begin();
+    timer_t const timer = BareTimers::make(hearings.intervalMs());
+    await(hearings);
+    timer_delete(timer);
 }
 
 #ifdef UTL_BENCH_BOOST
-void latenessOfAsio(benchmark::State& state) {
-    for (auto _ : state) {
-        Hearings hearings;
-        boost::asio::io_context context;
-        boost::asio::steady_timer timer(context);
-        std::function<void()> const next = [&] {
-            timer.async_wait([&](boost::system::error_code const&) {
-                hearings.hear();
-                if (!hearings.isFull()) {
-                    timer.expires_at(timer.expiry() + std::chrono::milliseconds(INTERVAL_MS));
-                    next();
-                }
-            });
-        };
-        std::thread runner([&] {
-            hearings.begin();
-            timer.expires_after(std::chrono::milliseconds(INTERVAL_MS));
-            next();
-            context.run();
+void hearAsio(Hearings& hearings) {
+    boost::asio::io_context context;
+    boost::asio::steady_timer timer(context);
+    std::function<void()> const next = [&] {
+        timer.async_wait([&](boost::system::error_code const&) {
+            hearings.hear();
+            if (!hearings.isFull()) {
+                timer.expires_at(timer.expiry() + std::chrono::milliseconds(hearings.intervalMs()));
+                next();
+            }
         });
-        runner.join();
-        hearings.report(state);
-    }
+    };
+    std::thread runner([&] {
+        hearings.begin();
+        timer.expires_after(std::chrono::milliseconds(hearings.intervalMs()));
+        next();
+        context.run();
+    });
+    runner.join();
 }
 #endif
 
@@ -188,30 +259,40 @@ void setAndKill(benchmark::State& state, unsigned long timers) {
     setter.thread.sendMsgSync(0x8001);
 }
 
-timer_t makeTimer(long milliseconds) {
-    sigevent event = {};
-    event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGRTMIN + 5;
-    timer_t timer;
-    timer_create(CLOCK_MONOTONIC, &event, &timer);
-    timespec const interval = {milliseconds / 1000, milliseconds % 1000 * NANOSECONDS};
-    itimerspec const both = {interval, interval};
-    timer_settime(timer, 0, &both, nullptr);
-    return timer;
-}
-
 void bareSetAndKill(benchmark::State& state, unsigned long timers) {
     std::vector<timer_t> others;
     for (unsigned long i = 0; i < timers; ++i) {
-        others.push_back(makeTimer(3600000));
+        others.push_back(BareTimers::make(3600000));
     }
     for (auto _ : state) {
-        timer_delete(makeTimer(3600000));
+        timer_delete(BareTimers::make(3600000));
     }
     for (timer_t const timer : others) {
         timer_delete(timer);
     }
 }
+
+#ifdef UTL_BENCH_BOOST
+// In its heap, without a kernel timer of its own.
+void asioSetAndKill(benchmark::State& state, unsigned long timers) {
+    boost::asio::io_context context;
+    std::vector<boost::asio::steady_timer> others;
+    auto const set = [](boost::asio::steady_timer& timer) {
+        timer.expires_after(std::chrono::hours(1));
+        timer.async_wait([](boost::system::error_code const&) {});
+    };
+    others.reserve(timers);
+    for (unsigned long i = 0; i < timers; ++i) {
+        set(others.emplace_back(context));
+    }
+    for (auto _ : state) {
+        boost::asio::steady_timer timer(context);
+        set(timer);
+        timer.cancel();
+        context.poll();
+    }
+}
+#endif
 
 double processorTime() {
     rusage usage;
@@ -222,7 +303,16 @@ double processorTime() {
 
 constexpr int MANY = 60;
 constexpr long MANY_INTERVAL_MS = 10;
-constexpr unsigned RUNNING_US = 1000000;
+constexpr long RUNNING_NS = 1000000000;
+
+// What the process does in that time, whatever signals come.
+double timeOfRunning() {
+    double const begin = processorTime();
+    timespec rest = {0, RUNNING_NS - 1};
+    while (nanosleep(&rest, &rest) != 0) {
+    }
+    return processorTime() - begin;
+}
 
 struct Deaf : utl::ThreadMsgListener {
     int receiveMsg(int, utl::ThreadRawMsg&) override { return 0; }
@@ -236,56 +326,52 @@ void running(benchmark::State& state) {
         thread.setTimer(MANY_INTERVAL_MS, 0, 0, 1);
     }
     for (auto _ : state) {
-        double const begin = processorTime();
-        usleep(RUNNING_US);
-        state.SetIterationTime(processorTime() - begin);
+        state.SetIterationTime(timeOfRunning());
     }
     thread.stop(1, 0);
 }
 
-int barePipe[2];
-
-// The handler writes to a pipe, which a thread reads.
 void bareRunning(benchmark::State& state) {
-    if (pipe(barePipe) != 0) {
-        std::abort();
-    }
-    struct sigaction action = {};
-    action.sa_handler = [](int) {
-        char const byte = 0;
-        if (write(barePipe[1], &byte, 1) != 1) {
-            std::abort();
-        }
-    };
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGRTMIN + 5, &action, nullptr);
-    std::thread reader([] {
-        char byte;
-        while (read(barePipe[0], &byte, 1) == 1 && byte == 0) {
-        }
-    });
+    std::atomic<bool> isOver{false};
+    BareTimers const reader([] {}, [&] { return isOver.load(); });
     std::vector<timer_t> timers;
     for (int i = 0; i < MANY; ++i) {
-        timers.push_back(makeTimer(MANY_INTERVAL_MS));
+        timers.push_back(BareTimers::make(MANY_INTERVAL_MS));
     }
     for (auto _ : state) {
-        double const begin = processorTime();
-        timespec rest = {0, RUNNING_US * 1000L - 1};
-        while (nanosleep(&rest, &rest) != 0) {
-        }
-        state.SetIterationTime(processorTime() - begin);
+        state.SetIterationTime(timeOfRunning());
     }
     for (timer_t const timer : timers) {
         timer_delete(timer);
     }
-    char const last = 1;
-    if (write(barePipe[1], &last, 1) != 1) {
-        std::abort();
-    }
-    reader.join();
-    close(barePipe[0]);
-    close(barePipe[1]);
+    isOver.store(true);
+    BareTimers::write();
 }
+
+#ifdef UTL_BENCH_UV
+void uvRunning(benchmark::State& state) {
+    uv_loop_t loop;
+    uv_loop_init(&loop);
+    std::vector<uv_timer_t> timers(MANY);
+    for (uv_timer_t& timer : timers) {
+        uv_timer_init(&loop, &timer);
+        uv_timer_start(
+            &timer, [](uv_timer_t*) {}, MANY_INTERVAL_MS, MANY_INTERVAL_MS);
+    }
+    uv_async_t end;
+    uv_async_init(&loop, &end, [](uv_async_t* async) {
+        uv_walk(
+            async->loop, [](uv_handle_t* handle, void*) { uv_close(handle, nullptr); }, nullptr);
+    });
+    std::thread runner([&] { uv_run(&loop, UV_RUN_DEFAULT); });
+    for (auto _ : state) {
+        state.SetIterationTime(timeOfRunning());
+    }
+    uv_async_send(&end);
+    runner.join();
+    uv_loop_close(&loop);
+}
+#endif
 
 void addMeasured(char const* name, void (*run)(benchmark::State&), benchmark::TimeUnit unit) {
     benchmark::RegisterBenchmark(name, run)->UseManualTime()->Iterations(1)->Unit(unit);
@@ -295,11 +381,22 @@ void addMeasured(char const* name, void (*run)(benchmark::State&), benchmark::Ti
 
 int main(int argc, char** argv) {
     setAllFilterLevel(0);
-    addMeasured("timers/lateness, 5 ms/utl", latenessOfThread, benchmark::kMicrosecond);
-    addMeasured("timers/lateness, 5 ms/utl shared", latenessOfShared, benchmark::kMicrosecond);
-    addMeasured("timers/lateness, 5 ms/timerfd", latenessOfTimerfd, benchmark::kMicrosecond);
+    openBarePipe();
+    addMeasured("timers/lateness, 5 ms/utl", lateness<hearThread>, benchmark::kMicrosecond);
+    addMeasured("timers/lateness, 5 ms/utl shared", lateness<hearShared>, benchmark::kMicrosecond);
+    addMeasured("timers/lateness, 5 ms/timerfd", lateness<hearTimerfd>, benchmark::kMicrosecond);
+    addMeasured("timers/lateness, 5 ms/bare timers", lateness<hearBareTimer>,
+                benchmark::kMicrosecond);
 #ifdef UTL_BENCH_BOOST
-    addMeasured("timers/lateness, 5 ms/asio", latenessOfAsio, benchmark::kMicrosecond);
+    addMeasured("timers/lateness, 5 ms/asio", lateness<hearAsio>, benchmark::kMicrosecond);
+#endif
+    addMeasured("timers/drift in 1000 of 1 ms/utl", drift<hearThread>, benchmark::kMicrosecond);
+    addMeasured("timers/drift in 1000 of 1 ms/utl shared", drift<hearShared>,
+                benchmark::kMicrosecond);
+    addMeasured("timers/drift in 1000 of 1 ms/timerfd", drift<hearTimerfd>,
+                benchmark::kMicrosecond);
+#ifdef UTL_BENCH_UV
+    addMeasured("timers/60 timers of 10 ms for 1 s/libuv", uvRunning, benchmark::kMillisecond);
 #endif
     addMeasured("timers/60 timers of 10 ms for 1 s/utl", running, benchmark::kMillisecond);
     addMeasured("timers/60 timers of 10 ms for 1 s/bare timers", bareRunning,
@@ -308,6 +405,9 @@ int main(int argc, char** argv) {
         std::string const row = "timers/set and kill beside " + std::to_string(timers);
         benchmark::RegisterBenchmark((row + "/utl").c_str(), setAndKill, timers);
         benchmark::RegisterBenchmark((row + "/bare timers").c_str(), bareSetAndKill, timers);
+#ifdef UTL_BENCH_BOOST
+        benchmark::RegisterBenchmark((row + "/asio").c_str(), asioSetAndKill, timers);
+#endif
     }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
