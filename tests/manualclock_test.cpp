@@ -7,14 +7,11 @@
 
 #include <chrono>
 #include <future>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "UtlEvent.h"
-#include "UtlLoop.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
@@ -133,27 +130,6 @@ TEST_F(ManualClockTest, DoesNotHoldInTheChildOfAFork) {
         _exit(hasRunOut && isLate && own && own.now() == milliseconds(5) ? 0 : 1);
     }
     EXPECT_EQ(0, test::exitCodeOf(child));
-}
-
-// Whatever a loop sleeps in: read(), or poll() while it watches something.
-TEST_F(ManualClockTest, DelayedTasksOfALoopGoByIt) {
-    std::unique_ptr<Loop> const loop = Loop::make(LoopOptions());
-    ASSERT_NE(nullptr, loop);
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    for (bool const isWatching : {false, true}) {
-        ScopedTask const watch =
-            isWatching ? loop->watch(ends[0], Loop::READABLE, [] {}) : TaskHandle();
-        std::string order;
-        ScopedTask const every = loop->every(milliseconds(20), [&] { order += 'e'; });
-        EXPECT_TRUE(loop->postAfter(milliseconds(50), [&] { order += 'a'; }));
-        pass(49);
-        EXPECT_EQ("ee", order);
-        pass(51);
-        EXPECT_EQ("eeaeee", order);
-    }
-    close(ends[0]);
-    close(ends[1]);
 }
 
 TEST_F(KernelClockTest, IsRefusedWhileThereIsAThreadManager) {
