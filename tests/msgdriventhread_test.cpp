@@ -63,6 +63,7 @@ TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
     EXPECT_EQ(-1, station.start());
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_EQ((Ids{-1, -1, 0}), inside);
+    EXPECT_FALSE(log.has("Refused")) << "as a circle of waits";
     EXPECT_TRUE(station.waitFor(B));
 
     EXPECT_EQ(0, station->stop(1, 0));
@@ -260,6 +261,14 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
     EXPECT_EQ(1, posted);
     EXPECT_EQ(1u, log.count(refusal));
 
+    // Once answered, nobody is in the way of a call back, although he may not run yet.
+    a.on(HOLD, [&] { EXPECT_EQ(1, b->sendMsgSync(HOLD)); });
+    b.on(HOLD, [&] { EXPECT_EQ(1, b->postMsg(0x9001)); });
+    b.on(0x9001, [&] { EXPECT_EQ(1, a->sendMsgSync(0x9001)); });
+    for (int i = 1; i <= 20; ++i) {
+        ASSERT_TRUE(a->postMsg(HOLD) && a.waitFor(0x9001, i));
+    }
+
     std::future<int> found;
     a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
     b.on(B, [&] {
@@ -271,6 +280,7 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
         found = inThread([&] { return a->hasMsg(B); });
         EXPECT_TRUE(a.awaitEntries(3));
         EXPECT_EQ(TIMED_OUT, a->stop(1, 20));
+        EXPECT_EQ(0, a->postMsg(LAST));
         EXPECT_EQ(WAIT_FAILED, a->stop(1, 0));
     });
     EXPECT_EQ(1, a->postMsg(A));
@@ -390,9 +400,21 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
 
 TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne) {
     RunningStation station;
-    EXPECT_EQ(1, station->sendMsgSync(B));
-    EXPECT_TRUE(test::comesTrue([&] { return test::isAsleep(station->getId()); }));
+    auto const fallsAsleep = [&] { return test::isAsleep(station->getId()); };
     int const kept = dup(station.writeEnd);
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    while (write(ends[1], "word", 4) == 4) {
+    }
+    EXPECT_EQ(1, station->sendMsgSync(B));
+    EXPECT_TRUE(test::comesTrue(fallsAsleep));
+    dup2(ends[1], station.writeEnd);
+    EXPECT_EQ(1, station->postMsg(LAST)) << "who finds the pipe full need not write";
+    EXPECT_EQ(8, write(kept, "one word", 8));
+    EXPECT_TRUE(station.waitFor(LAST) && test::comesTrue(fallsAsleep));
+    close(ends[0]);
+    close(ends[1]);
+
     replaceByFull(station.writeEnd);
     EXPECT_EQ(0, station->hasMsg(A) + station->sendMsgSync(SYNC) + station->eraseMsg(A));
     EXPECT_EQ(0, station->postMsg(A));
@@ -403,7 +425,7 @@ TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne)
     // The refused entries stay queued, but take nobody's wake-up.
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, 0));
     EXPECT_EQ(0, station->stop(1, 0));
-    EXPECT_EQ(Ids{B}, station.ids());
+    EXPECT_EQ((Ids{B, LAST}), station.ids());
 }
 
 TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
@@ -421,16 +443,29 @@ TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
     std::signal(SIGUSR1, SIG_DFL);
 }
 
+// Its thread works on when its loop has ended.
+struct LingeringThread : MsgDrivenThread {
+    using MsgDrivenThread::MsgDrivenThread;
+    void postExecute() override { accepted = postMsg(A); }
+    int accepted = -1;
+};
+
 TEST_F(MsgDrivenThreadTest, WithoutAPipeOrAWholeWordInItTheThreadEndsAndWhatIsAskedOfIt) {
     RunningStation withHalfAWord;
     EXPECT_EQ(4, write(withHalfAWord.writeEnd, "half", 4));
     std::optional<test::NoDescriptors> limit(std::in_place);
-    RunningStation withoutPipe;
+    Station withoutPipe;
+    LingeringThread lingering(8, 4, "lingering", 0);
     limit.reset();
-    for (Station* station : {&withHalfAWord, &withoutPipe}) {
+    EXPECT_TRUE(withoutPipe->sendMsgAsync(SimpleMsg(A)) && withoutPipe.start() == 0);
+    EXPECT_EQ(0, lingering.start(&withoutPipe, StartOptions()));
+    EXPECT_EQ(REACHED, lingering.waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(0, lingering.accepted);
+    for (Station* station : std::initializer_list<Station*>{&withHalfAWord, &withoutPipe}) {
         EXPECT_EQ(REACHED, station->thread.waitTo(Thread::EXECUTED, 0));
         EXPECT_EQ(0, station->thread.sendMsgSync(SYNC) + station->thread.hasMsg(HOLD));
         EXPECT_EQ(0, station->thread.eraseMsg(A));
+        EXPECT_EQ(Ids{}, station->ids());
     }
     EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
                             "!!Break msg loop!!\r\n"));
