@@ -89,7 +89,11 @@ TEST_F(ThreadManagerTest, WhoeverGetsItFindsARunningWatchdog) {
 TEST_F(ThreadManagerTest, KeepsAFinishedThreadUntilItIsUnregistered) {
     test::Gate gate;
     auto const wait = [](void* argument) { static_cast<test::Gate*>(argument)->wait(); };
-    int const id = manager()->entry(wait, &gate, 0, 0, nullptr, "gate", ThreadPriority::NORMAL, 0);
+    auto const enter = [&gate](void (*function)(void*), char const* name) {
+        return manager()->entry(function, &gate, 0, 0, nullptr, name, ThreadPriority::NORMAL, 0);
+    };
+    int const id = enter(wait, "gate");
+    EXPECT_EQ(0, enter(nullptr, "gate") + enter(wait, nullptr));
     EXPECT_TRUE(manager()->isActive(id));
     EXPECT_EQ(TIMED_OUT, manager()->waitToStop(id, 1));
     EXPECT_FALSE(manager()->unregister(id));
@@ -113,6 +117,7 @@ TEST_F(ThreadManagerTest, ACallerRegistersItselfAnewButNotOverAManagedThread) {
                         ", Name:after\r\n"));
     EXPECT_STREQ("after", manager()->findName(id));
     EXPECT_EQ(WAIT_FAILED, manager()->waitToStop(id, 0));
+    EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, nullptr));
 
     Worker worker("managed", [] { return manager()->entryCaller(0, 0, nullptr, "renamed"); });
     unsigned long result = 1;
@@ -161,22 +166,16 @@ TEST_F(ThreadManagerTest, GivesAllNamesInThePlaceOfOlderOnes) {
     EXPECT_STREQ("me", names.find(id)->c_str());
     EXPECT_STREQ("older", names.find(NOBODY)->c_str());
     Map<int, BasicString<char>> small(1, 0);
-    EXPECT_FALSE(manager()->getNames(&small));
+    EXPECT_FALSE(manager()->getNames(&small) || manager()->getNames(nullptr));
     EXPECT_EQ(1u, small.count());
-}
-
-TEST_F(ThreadManagerTest, RefusesNullPointers) {
-    ThreadPriority const normal(ThreadPriority::NORMAL);
-    EXPECT_EQ(0, manager()->entry(nullptr, nullptr, 0, 0, nullptr, "name", normal, 0));
-    EXPECT_EQ(0, manager()->entry([](void*) {}, nullptr, 0, 0, nullptr, nullptr, normal, 0));
-    EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, nullptr));
-    EXPECT_FALSE(manager()->getNames(nullptr));
 }
 
 TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     std::string const cut(29, 'a');
     Worker running((cut + "\xE3\x81\x82").c_str());  // 31 bytes would end inside the last character
     EXPECT_EQ(0, running.start(ThreadPriority::LOW));
+    Worker finished("finished", [] { return 0; });
+    EXPECT_TRUE(finished.runsToItsEnd());
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "main"));
     test::LogCapture log;
     auto const hasRow = [&](int id, std::string const& rest) {
@@ -187,7 +186,7 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     manager()->printThreadInfo(1);  // which prints nothing
     manager()->printThreadInfoReg(3);
     std::vector<test::LogLine> const lines = log.all();
-    ASSERT_EQ(5u, lines.size());  // the watchdog's thread among them
+    ASSERT_EQ(6u, lines.size());  // the watchdog's thread among them
     EXPECT_EQ(
         "<UTIL> DTL: ID        , Name                            , Status      , Pri.Os    , "
         "Pri.Label       , \r\n",
@@ -195,9 +194,9 @@ TEST_F(ThreadManagerTest, PrintsItsThreadsInTheOrderOfTheirIds) {
     EXPECT_TRUE(std::is_sorted(lines.begin() + 2, lines.end(),
                                [](auto const& a, auto const& b) { return a.text < b.text; }));
     EXPECT_TRUE(hasRow(running.getId(), cut + "   , ACTIVE      ,          2, LOW             , "));
-    EXPECT_TRUE(
-        hasRow(gettid(),
-               "main                            , UNKNOWN     ,        100, INVALID         , "));
+    std::string const inactive = ", UNKNOWN     ,        100, INVALID         , ";
+    EXPECT_TRUE(hasRow(gettid(), "main                            " + inactive));
+    EXPECT_TRUE(hasRow(finished.getId(), "finished                        " + inactive));
     manager()->printWatchdogInfo(3);
     EXPECT_TRUE(hasRow(gettid(),
                        "main                            ,      60000, NOT_WATCHING, UNKNOWN     ,  "
