@@ -205,12 +205,18 @@ TEST_F(ForkInACallTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {
     station->on(MSG_ID, forkForTheEndOf(station));
     std::optional<Timer> timer;
     Listener listener{forkForTheEndOf(timer)};
-    timer.emplace(&listener, 1, 0, 0, nullptr, 1, 0, "timer");
+    timer.emplace(&listener, 1, 0, 0, nullptr, 40, 0, "timer");
     std::optional<Worker> worker(std::in_place, "worker", forkForTheEndOf(worker));
 
     EXPECT_EQ(1, station->thread.postMsg(MSG_ID));
     EXPECT_TRUE(timer->start(0) && worker->start() == 0);
-    EXPECT_TRUE(children.waitFor(3));
+    auto const holdItsLockAgainAndAgain = [&] {
+        for (int i = 0; i % 1000 != 0 || children.count() < 42; ++i) {
+            timer->getInterval();
+        }
+    };
+    auto const another = test::inThread(holdItsLockAgainAndAgain);
+    holdItsLockAgainAndAgain();
 }
 
 }  // namespace
