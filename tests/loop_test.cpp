@@ -26,18 +26,20 @@ namespace utl {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Gate;
+using namespace test;
 using Numbers = std::vector<long>;
 
 LoopOptions options(unsigned long mostTasks = 64, unsigned long mostTimers = 64) {
     LoopOptions options;
     options.mostTasks = mostTasks;
     options.mostTimers = mostTimers;
+    options.mostMessages = 4;
+    options.messageSize = 8;
     return options;
 }
 
 // No task is left behind.
-class LoopTest : public test::ManagerTest {
+class LoopTest : public ManagerTest {
 protected:
     void SetUp() override {
         loop = Loop::make(options());
@@ -64,7 +66,7 @@ protected:
         EXPECT_TRUE(loop->call([] { return true; }).has_value());
     }
 
-    test::LogCapture log;
+    LogCapture log;
     std::shared_ptr<int> const token = std::make_shared<int>(0);  // what tasks share
     Gate held;
     Gate released;
@@ -86,9 +88,10 @@ struct Pair {
         }
     }
     void write(int end) { EXPECT_EQ(1, ::write(ends[end], "x", 1)); }
-    void read(int end) {
+    // False at the end.
+    bool read(int end) {
         char byte;
-        EXPECT_EQ(1, ::read(ends[end], &byte, 1));
+        return ::read(ends[end], &byte, 1) == 1;
     }
     int ends[2];
 };
@@ -108,9 +111,9 @@ TEST_F(LoopTest, TasksAreDoneInTheOrderOfEachSenderAndDestroyedOnce) {
     std::thread other([&] { send(1); });
     send(0);
     other.join();
-    EXPECT_TRUE(test::comesTrue([&] { return last[0] + last[1] == 2 * TASKS - 2; }));
+    EXPECT_TRUE(comesTrue([&] { return last[0] + last[1] == 2 * TASKS - 2; }));
     EXPECT_EQ(0, wrong);
-    EXPECT_TRUE(test::comesTrue([&] { return token.use_count() == 1; }));
+    EXPECT_TRUE(comesTrue([&] { return token.use_count() == 1; }));
 }
 
 TEST_F(LoopTest, WhatIsFullLeavesTheTaskWithItsSender) {
@@ -135,13 +138,13 @@ TEST_F(LoopTest, WhatIsFullLeavesTheTaskWithItsSender) {
 TEST_F(LoopTest, ACallOvertakesAndBringsItsAnswer) {
     hold();
     loop->post([this] { order.push_back(2); });
-    auto answer = test::inThread([this] {
+    auto answer = inThread([this] {
         return loop->call([this] {
             order.push_back(1);
             return std::make_unique<long>(5);
         });
     });
-    EXPECT_TRUE(test::comesTrue([this] { return loop->thread().queuedEntriesForTesting() == 2; }));
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().queuedEntriesForTesting() == 2; }));
     released.open();
     EXPECT_EQ(5, **answer.get());
     EXPECT_TRUE(*loop->call([this] { return loop->call([this] { order.push_back(3); }); }));
@@ -209,15 +212,16 @@ TEST_F(LoopTest, ACancelThatRacesWithTheExpiryDecides) {
 
 TEST_F(LoopTest, AWatchIsCalledAsLongAsThereIsSomething) {
     Pair pair;
-    test::Counter readable;
-    test::Counter writable;
-    TaskHandle const reading = loop->watch(pair.ends[0], Loop::READABLE, [&](unsigned events) {
+    Counter readable;
+    Counter writable;
+    TaskHandle reading;
+    auto const look = [&](unsigned events) {
         EXPECT_EQ(Loop::READABLE, events);
         readable.add();
-        if (readable.count() > 2) {  // until then it leaves the byte there
-            pair.read(0);
+        if (readable.count() > 2 && !pair.read(0)) {  // until then it leaves the byte there
+            EXPECT_TRUE(reading.cancel());
         }
-    });
+    };
     TaskHandle writing;
     auto const cancelAtOnce = [&](unsigned events) {
         EXPECT_EQ(Loop::WRITABLE, events);
@@ -225,29 +229,19 @@ TEST_F(LoopTest, AWatchIsCalledAsLongAsThereIsSomething) {
         EXPECT_EQ(std::optional<bool>(true), loop->call([&] { return writing.cancel(); }));
     };
     loop->call([&] {
+        reading = loop->watch(pair.ends[0], Loop::READABLE, look);
         writing = loop->watch(pair.ends[1], Loop::READABLE | Loop::WRITABLE, cancelAtOnce);
     });
     pair.write(1);
-    EXPECT_TRUE(readable.waitFor(3));
-    EXPECT_TRUE(writable.waitFor(1));
+    EXPECT_TRUE(readable.waitFor(3) && writable.waitFor(1));
     settle();
     EXPECT_EQ(3u, readable.count());
     EXPECT_EQ(1u, writable.count());
     EXPECT_FALSE(writing.cancel());
-
-    TaskHandle ended;
-    test::Counter ends;
-    auto const cancelIt = [&] {
-        char byte;
-        EXPECT_EQ(0, read(pair.ends[0], &byte, 1));
-        ended.cancel();
-        ends.add();
-    };
-    EXPECT_TRUE(reading.cancel());
-    loop->call([&] { ended = loop->watch(pair.ends[0], Loop::READABLE, cancelIt); });
     pair.close(1);
-    EXPECT_TRUE(ends.waitFor(1));
+    EXPECT_TRUE(readable.waitFor(4));
     settle();
+    EXPECT_EQ(4u, readable.count());
 }
 
 TEST_F(LoopTest, ADescriptorIsWatchedOnceAndByItsRegistration) {
@@ -260,7 +254,7 @@ TEST_F(LoopTest, ADescriptorIsWatchedOnceAndByItsRegistration) {
     EXPECT_TRUE(first);
     EXPECT_FALSE(loop->watch(fd, Loop::WRITABLE, [] {}));
     EXPECT_TRUE(first.cancel());
-    test::Counter calls;
+    Counter calls;
     TaskHandle const second = loop->watch(fd, Loop::READABLE, [&] {
         pair.read(0);
         calls.add();
@@ -275,8 +269,8 @@ TEST_F(LoopTest, ADescriptorIsWatchedOnceAndByItsRegistration) {
 TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {
     Pair pair;
     Pair other;
-    test::Counter closed;
-    test::Counter bytes;
+    Counter closed;
+    Counter bytes;
     TaskHandle const watched =
         loop->watch(pair.ends[0], Loop::READABLE, [&, one = token](unsigned events) {
             EXPECT_EQ(Loop::CLOSED, events);
@@ -297,7 +291,7 @@ TEST_F(LoopTest, AClosedDescriptorIsReportedOnceAndDropped) {
     settle();
     EXPECT_EQ(1u, closed.count());
     EXPECT_EQ(1u, log.count("is closed"));
-    EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
+    EXPECT_TRUE(comesTrue([this] { return token.use_count() == 1; }));
     EXPECT_FALSE(watched.cancel());
 }
 
@@ -319,7 +313,7 @@ TEST_F(LoopTest, NothingStarvesAnythingElse) {
     loop->post([&] { again(); });
     ScopedTask const always = loop->every(1ns, [&] { ++due; });
     ScopedTask const full = loop->watch(pair.ends[0], Loop::READABLE, [&] { ++ready; });
-    EXPECT_TRUE(test::comesTrue([&] { return posted > 1000 && due > 1000 && ready > 1000; }));
+    EXPECT_TRUE(comesTrue([&] { return posted > 1000 && due > 1000 && ready > 1000; }));
     settle();
     isOver = true;
     loop->stop(Rest::RUN);
@@ -336,8 +330,8 @@ TEST_P(LoopStopTest, RunsTheRestOrDropsIt) {
     }
     loop->postAfter(1h, [one = token] {});
     loop->every(1h, [one = token] {});
-    auto stopped = test::inThread([this] { return loop->stop(GetParam(), 1h); });
-    EXPECT_TRUE(test::comesTrue([this] { return loop->thread().hasRequestedStop(); }));
+    auto stopped = inThread([this] { return loop->stop(GetParam(), 1h); });
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
     EXPECT_FALSE(loop->post([] {}) || loop->postAfter(0s, [] {}) || loop->call([] {}));
     released.open();
     StopResult const result = stopped.get();
@@ -390,7 +384,7 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         };
         way(own, std::move(destroy), pair.ends[0]);
         EXPECT_TRUE(destroyed.wait());
-        EXPECT_TRUE(test::comesTrue([this] { return token.use_count() == 1; }));
+        EXPECT_TRUE(comesTrue([this] { return token.use_count() == 1; }));
         EXPECT_FALSE(handle->cancel());
     }
 }
@@ -408,8 +402,8 @@ TEST_F(LoopTest, ADestructorMayCallTheLoop) {
     loop->post(task());
     TaskHandle const takenBack = loop->postAfter(1h, task());
     loop->postAfter(1h, task());
-    auto const stopped = test::inThread([this] { return loop->stop(Rest::DROP).result; });
-    EXPECT_TRUE(test::comesTrue([this] { return loop->thread().hasRequestedStop(); }));
+    auto const stopped = inThread([this] { return loop->stop(Rest::DROP).result; });
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
     EXPECT_TRUE(takenBack.cancel());
     released.open();
     stopped.wait();
@@ -433,12 +427,10 @@ TEST_F(LoopTest, AMoveConstructorMayNotAskTheLoop) {
 }
 
 TEST_F(LoopTest, ItIsAMessageDrivenThread) {
-    test::Station station;
+    Station station;
     LoopOptions with = options();
     with.name = "harbour";
     with.listener = &station;
-    with.mostMessages = 4;
-    with.messageSize = 8;
     with.aliveTime = 1h;
     auto const both = Loop::make(with);
     EXPECT_TRUE(*both->call([] {
@@ -446,10 +438,10 @@ TEST_F(LoopTest, ItIsAMessageDrivenThread) {
         return manager()->isRegisteredWatchdog(id) &&
                std::string("harbour") == manager()->getName(id);
     }));
-    EXPECT_EQ(1, both->sendMsgSync(test::NumberMsg(0x8003, 2)));
+    EXPECT_EQ(1, both->sendMsgSync(NumberMsg(0x8003, 2)));
     auto const note = [&] { order.push_back(static_cast<long>(station.heard().size())); };
     both->post(note);
-    both->postMsg(test::NumberMsg(0x8002, 1));
+    both->postMsg(NumberMsg(0x8002, 1));
     both->post(note);
     both->stop(Rest::RUN);
     EXPECT_EQ((Numbers{1, 2}), order);
@@ -457,16 +449,12 @@ TEST_F(LoopTest, ItIsAMessageDrivenThread) {
 
 TEST_F(LoopTest, HandlersByTypeAnswerAndATaskThatEndsItsLoopIsNotDropped) {
     using SquareMsg = StructMsg<0x8400, int, int>;
-    LoopOptions with = options();
-    with.mostMessages = 4;
-    with.messageSize = sizeof(int);
-    auto const asked = Loop::make(with);
-    EXPECT_TRUE(asked->on<SquareMsg>([](int side) { return side * side; }));
-    EXPECT_FALSE(asked->on<SquareMsg>([](int side) { return side; }));
-    EXPECT_EQ(9, asked->ask<SquareMsg>(3));
+    EXPECT_TRUE(loop->on<SquareMsg>([](int side) { return side * side; }));
+    EXPECT_FALSE(loop->on<SquareMsg>([](int side) { return side; }));
+    EXPECT_EQ(9, loop->ask<SquareMsg>(3));
     unsigned long dropped = 1;
-    asked->post([&] { dropped = asked->stop(Rest::RUN).dropped; });
-    asked->stop(Rest::RUN);
+    loop->post([&] { dropped = loop->stop(Rest::RUN).dropped; });
+    loop->stop(Rest::RUN);
     EXPECT_EQ(0u, dropped);
 }
 
@@ -478,8 +466,8 @@ TEST_F(LoopTest, AForkedChildHasNoLoop) {
         EXPECT_FALSE(loop->watch(pair.ends[0], Loop::READABLE, [] {}));
         EXPECT_EQ(WAIT_FAILED, loop->stop(Rest::RUN).result);
     };
-    EXPECT_EQ(std::optional<bool>(true), loop->call([&] { return test::inChild(deny); }));
-    EXPECT_TRUE(test::inChild([&] {
+    EXPECT_EQ(std::optional<bool>(true), loop->call([&] { return inChild(deny); }));
+    EXPECT_TRUE(inChild([&] {
         deny();
         EXPECT_FALSE(loop->call([] {}));
         loop.reset();
@@ -490,19 +478,19 @@ TEST_F(LoopTest, WithoutDescriptorsOrKernelTimersThereIsNone) {
     // A sanitizer that meets a class for the first time needs a descriptor itself.
     EXPECT_NE(nullptr, Loop::make(options()));
     {
-        test::NoDescriptors const none;
+        NoDescriptors const none;
         EXPECT_EQ(nullptr, Loop::make(options()));
     }
     EXPECT_TRUE(log.has("Loop(loop) cannot begin"));
     {
-        test::NoPendingSignals const none;
+        NoPendingSignals const none;
         EXPECT_EQ(nullptr, Loop::make(options()));
         EXPECT_NE(nullptr, Loop::make(options(64, 0)));
     }
 }
 
 // By a clock that the test moves.
-class LoopTimeTest : public test::ManualTimeTest {
+class LoopTimeTest : public ManualTimeTest {
 protected:
     void TearDown() override {
         loop.reset();
@@ -540,7 +528,7 @@ TEST_F(LoopTimeTest, DelayedTasksComeInTheOrderInWhichTheyAreDue) {
 TEST_F(LoopTimeTest, EveryKeepsToItsGridAndTellsWhatWasMissed) {
     using Call = std::pair<long, unsigned long>;
     std::vector<Call> calls;
-    test::Hold released;
+    Hold released;
     ScopedTask const task = loop->every(20ms, [&](unsigned long missed) {
         calls.emplace_back(clock.now() / 1ms, missed);
         released.wait();
@@ -557,8 +545,8 @@ TEST_F(LoopTimeTest, NoTaskBeginsOnceTheTimeForTheRestIsOver) {
     for (int i = 0; i < 60; ++i) {
         loop->post([] { Thread::sleep(10); });
     }
-    auto stopped = test::inThread([this] { return loop->stop(Rest::RUN, 35ms).result; });
-    EXPECT_TRUE(test::comesTrue([this] { return loop->thread().hasRequestedStop(); }));
+    auto stopped = inThread([this] { return loop->stop(Rest::RUN, 35ms).result; });
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
     pass(1000);
     EXPECT_NE(WAIT_FAILED, stopped.get());
     EXPECT_EQ(56u, loop->stop(Rest::DROP).dropped);

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <future>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,18 +22,10 @@ namespace utl {
 namespace {
 
 using std::chrono::milliseconds;
-using test::FREE_RUNNING;
-using test::HOUR;
-using test::REARMED;
-using test::RunningStation;
-using test::Worker;
+using namespace test;
 
-constexpr long A = 0x8002;
-constexpr long EXPIRY = TimerMsg::ID;
-
-class ManualClockTest : public test::ManualTimeTest {};
-
-class KernelClockTest : public test::KernelTimeTest {};
+using ManualClockTest = ManualTimeTest;
+using KernelClockTest = KernelTimeTest;
 
 TEST_F(ManualClockTest, LetsOneThingAfterTheOtherHappenInTheOrderOfArming) {
     RunningStation first;
@@ -129,7 +120,7 @@ TEST_F(ManualClockTest, DoesNotHoldInTheChildOfAFork) {
         own.advance(milliseconds(5));
         _exit(hasRunOut && isLate && own && own.now() == milliseconds(5) ? 0 : 1);
     }
-    EXPECT_EQ(0, test::exitCodeOf(child));
+    EXPECT_EQ(0, exitCodeOf(child));
 }
 
 TEST_F(KernelClockTest, IsRefusedWhileThereIsAThreadManager) {

@@ -24,8 +24,7 @@
 namespace utl {
 namespace {
 
-using test::inThread;
-using test::Worker;
+using namespace test;
 
 int niceValue() {
     return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
@@ -37,7 +36,7 @@ ThreadPriority withNiceValue(int value) {
     return priority;
 }
 
-class ThreadTest : public test::ManagerTest {};
+class ThreadTest : public ManagerTest {};
 
 TEST(ThreadPriorityTest, HasANiceValueForEachLabelAndALabelForMoreOfThem) {
     int const ofLabel[] = {100, -4, -2, -1, 0, 1, 2, 3, 100};
@@ -76,8 +75,8 @@ TEST_F(ThreadTest, PassesItsStagesInOrder) {
 }
 
 TEST_F(ThreadTest, WaitsForWhatComesAndForNothingThatCannotCome) {
-    test::Gate mayGoOn;
-    test::Gate mayEnd;
+    Gate mayGoOn;
+    Gate mayEnd;
     Worker worker("unasked", [&] { return mayEnd.wait() ? 0 : -1; });
     worker.onPreExecute = [&] { mayGoOn.wait(); };
     for (int stage : {-1, 2, 3, 4}) {
@@ -100,7 +99,7 @@ TEST_F(ThreadTest, WaitsForWhatComesAndForNothingThatCannotCome) {
         EXPECT_EQ(WAIT_FAILED, asked.get());  // of a thread that nobody asked
         EXPECT_FALSE(worker.hasDone(Thread::EXECUTED));
     };
-    test::replaceNextLine([] { whilePrinting(); });
+    replaceNextLine([] { whilePrinting(); });
     manager()->printThreadInfoReg(3);
     EXPECT_TRUE(worker.comesToAnEnd());
     EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0));
@@ -121,7 +120,7 @@ TEST_F(ThreadTest, NobodyWaitsForItself) {
 }
 
 TEST_F(ThreadTest, StopWaitsUntilAStartIsComplete) {
-    test::Gate isStarting;
+    Gate isStarting;
     Worker worker;
     worker.onPreExecute = [&] {
         isStarting.open();
@@ -151,7 +150,7 @@ TEST_F(ThreadTest, DestroyingARunningThreadWaitsForItsEnd) {
         std::atomic<bool> hasEnded{false};
         int execute() override {
             thread->waitTo(Thread::STOP_REQUESTED, 0);
-            return hasEnded = test::comesTrue([] { return test::isAsleep(getpid()); });
+            return hasEnded = comesTrue([] { return isAsleep(getpid()); });
         }
     } patient;
     {
@@ -180,9 +179,9 @@ TEST_F(ThreadTest, AThreadMayDestroyItsOwnObject) {
         thread->onExecute = step(1);
         thread->onPostExecute = step(2);
         EXPECT_EQ(0, round % 2 == 0 ? thread->start() : thread->startAndWait(0));
-        EXPECT_TRUE(test::comesTrue([&] { return id != 0; }));
+        EXPECT_TRUE(comesTrue([&] { return id != 0; }));
         // Nobody is left who could take it out of the registry.
-        EXPECT_TRUE(test::comesTrue([&] { return !manager()->isThreadExist(id); }));
+        EXPECT_TRUE(comesTrue([&] { return !manager()->isThreadExist(id); }));
     }
 }
 
@@ -206,7 +205,7 @@ TEST_F(ThreadTest, EndedOnesGiveBackTheirStacksAndDestroyedOnesTheirEntries) {
             EXPECT_TRUE(worker.runsToItsEnd());
             EXPECT_TRUE(manager()->isThreadExist(worker.getId()));
         }
-        EXPECT_TRUE(test::comesTrue([&] { return addressSpace() < before + COUNT * STACK / 2; }));
+        EXPECT_TRUE(comesTrue([&] { return addressSpace() < before + COUNT * STACK / 2; }));
     }
 }
 
@@ -218,8 +217,8 @@ TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     EXPECT_EQ(0, first.startRegistered(60000, nullptr));
     EXPECT_TRUE(manager()->isRegisteredWatchdog(first.getId()));
 
-    test::LogCapture log;
-    test::Gate hasRun;
+    LogCapture log;
+    Gate hasRun;
     Worker refused("refused");
     refused.onPreExecute = [&] { hasRun.open(); };
     EXPECT_EQ(-1, refused.startAndWait(0));
@@ -228,18 +227,19 @@ TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     EXPECT_TRUE(comesToThreads(2));
     EXPECT_FALSE(hasRun.isOpen());
 
-    auto const open = [](void* gate) { static_cast<test::Gate*>(gate)->open(); };
+    auto const open = [](void* gate) { static_cast<Gate*>(gate)->open(); };
     EXPECT_EQ(0, manager()->entry(open, &hasRun, 0, 0, nullptr, "bare", ThreadPriority::NORMAL, 0));
     EXPECT_TRUE(hasRun.wait());  // a function is not held back
 
     EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third"));
+    EXPECT_TRUE(log.has("<UTIL> ERR: entryCaller() Error Thread Register           ID:"));
     EXPECT_EQ(REACHED, first.stop(1, 0));
     EXPECT_TRUE(first.leaveManagement());
     EXPECT_EQ(REACHED, refused.startAndWait(0));
 }
 
 TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
-    test::LogCapture log;
+    LogCapture log;
     int const own = niceValue();
     Worker worker;
     worker.onPreExecute = [&] {
