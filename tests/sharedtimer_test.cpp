@@ -418,24 +418,5 @@ TEST_F(KernelSharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
     EXPECT_EQ(descriptors, openDescriptors());
 }
 
-#ifndef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
-struct Ticker : Timer {
-    explicit Ticker(Listener* heard)
-        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"), listener(heard) {}
-
-    void onTime(int timerId) override { listener->onTime(timerId); }
-
-    Listener* const listener;
-};
-
-TEST_F(KernelSharedTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
-    Listener listener;
-    for (unsigned i = 1; i <= 30; ++i) {
-        Ticker ticker(&listener);
-        EXPECT_TRUE(ticker.start(WAIT) && listener.calls.waitFor(i));
-    }
-}
-#endif
-
 }  // namespace
 }  // namespace utl
