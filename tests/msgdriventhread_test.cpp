@@ -443,10 +443,11 @@ struct LingeringThread : MsgDrivenThread {
 
 TEST_F(MsgDrivenThreadTest, WithoutAPipeOrAWholeWordInItTheThreadEndsAndWhatIsAskedOfIt) {
     RunningStation withHalfAWord;
-    EXPECT_EQ(4, write(withHalfAWord.writeEnd, "half", 4));
+    int const writeEnd = nextWriteEnd();
+    LingeringThread lingering(8, 4, "lingering", 0);
+    EXPECT_EQ(8, write(withHalfAWord.writeEnd, "half", 4) + write(writeEnd, "half", 4));
     std::optional<NoDescriptors> limit(std::in_place);
     Station withoutPipe;
-    LingeringThread lingering(8, 4, "lingering", 0);
     limit.reset();
     EXPECT_TRUE(withoutPipe->sendMsgAsync(SimpleMsg(A)) && withoutPipe.start() == 0);
     EXPECT_EQ(0, lingering.start(&withoutPipe, StartOptions()));
