@@ -6,8 +6,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <memory>
 #include <new>
 #include <thread>
 
@@ -16,7 +14,6 @@
 #include "UtlStructMsg.h"
 #include "UtlThreadManager.h"
 
-#include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/Process.h"
 #include "support/Sanitizer.h"
@@ -120,24 +117,6 @@ TEST_F(AllocationTest, MessagesTakeNoMemory) {
     thread.stop(1, 0);
 }
 
-// False when the thread got all the memory it asked for before that request came.
-bool livesWithout(int request) {
-    Counting listener;
-    grantsBeforeFailure = request;
-    MsgDrivenThread thread(16, 10, "poor", 2);
-    int const started = start(thread, &listener);
-    bool const hasFailed = grantsBeforeFailure.exchange(-1) < 0;
-
-    int const delivered = thread.postMsg(ID) + thread.sendMsgSync(ID);
-    EXPECT_TRUE(test::comesTrue([&] { return listener.count == delivered; })) << request;
-    thread.eraseMsg(OTHER);
-    thread.killTimer(thread.setTimer(HOUR, 0, 0, 0), 0);
-    thread.stop(1, 0);
-    EXPECT_TRUE(delivered == 0 || (delivered == 2 && started == 0)) << request;
-    EXPECT_TRUE(hasFailed || delivered == 2) << request;
-    return hasFailed;
-}
-
 TEST_F(AllocationTest, TasksTakeNoMemory) {
     int ends[2];
     ASSERT_EQ(0, pipe(ends));
@@ -200,16 +179,27 @@ TEST_F(AllocationTest, ARecordThatGotNoneHoldsNothingOrWhatItHeld) {
     EXPECT_EQ(4u, (assigned = record).maxSize());
 }
 
+// False when the thread got all the memory it asked for before that request came.
+bool livesWithout(int request) {
+    Counting listener;
+    grantsBeforeFailure = request;
+    MsgDrivenThread thread(16, 10, "poor", 2);
+    int const started = start(thread, &listener);
+    bool const hasFailed = grantsBeforeFailure.exchange(-1) < 0;
+
+    int const delivered = thread.postMsg(ID) + thread.sendMsgSync(ID);
+    EXPECT_TRUE(test::comesTrue([&] { return listener.count == delivered; })) << request;
+    thread.eraseMsg(OTHER);
+    thread.killTimer(thread.setTimer(HOUR, 0, 0, 0), 0);
+    thread.stop(1, 0);
+    EXPECT_TRUE(delivered == 0 || (delivered == 2 && started == 0)) << request;
+    EXPECT_TRUE(hasFailed || delivered == 2) << request;
+    return hasFailed;
+}
+
 TEST_F(AllocationTest, AThreadThatGotTooLittleRefusesAndEnds) {
     test::LogCapture const log;
-    bool hasFailed = true;
-    for (int request = 0; hasFailed; ++request) {
-        auto const ended = std::make_shared<test::Gate>();
-        std::thread([ended, request, &hasFailed] {
-            hasFailed = livesWithout(request);
-            ended->open();
-        }).detach();
-        ASSERT_TRUE(ended->wait()) << "hangs without the memory of request " << request;
+    for (int request = 0; livesWithout(request); ++request) {
     }
 }
 

@@ -16,7 +16,7 @@
 namespace utl {
 namespace {
 
-using test::Crowd;
+using namespace test;
 
 constexpr int EXIT_CODE = 3;
 
@@ -39,7 +39,7 @@ void useTheLibraryInStaticDestructors() {
             manager->printThreadInfoReg(2);
             manager->printWatchdogInfo(2);
             require(neverDestroyed().station->sendMsgSync(Crowd::MSG_ID) == 1);
-            test::Worker late("late", [] { return 0; });
+            Worker late("late", [] { return 0; });
             require(late.runsToItsEnd() && late.leaveManagement());
         }
     } lastWords;
@@ -53,17 +53,17 @@ void destroyTheManagerUnderThem() {
 class ExitTest : public ::testing::TestWithParam<void (*)()> {};
 
 TEST_P(ExitTest, EndsAsItWasToldTo) {
-    test::LogCapture const log;
+    LogCapture const log;
     for (int round = 0; round < 3; ++round) {
         std::fflush(stdout);
         pid_t const child = fork();
         if (child == 0) {
-            test::endWhenStuck();
+            endWhenStuck();
             GetParam()();
             neverDestroyed();
             std::exit(EXIT_CODE);
         }
-        EXPECT_EQ(EXIT_CODE, test::exitCodeOf(child));
+        EXPECT_EQ(EXIT_CODE, exitCodeOf(child));
     }
 }
 

@@ -49,10 +49,10 @@ extern "C" int __lsan_is_turned_off() {
 namespace utl {
 namespace {
 
-using test::Worker;
+using namespace test;
 
-constexpr long MSG_ID = test::Crowd::MSG_ID;
-constexpr unsigned long LONG_ALIVE = test::Crowd::LONG_ALIVE;
+constexpr long MSG_ID = Crowd::MSG_ID;
+constexpr unsigned long LONG_ALIVE = Crowd::LONG_ALIVE;
 
 struct Listener : TimerListener {
     explicit Listener(std::function<void()> action) : onExpiry(std::move(action)) {}
@@ -74,20 +74,18 @@ struct BusyParent {
           }) {
         crowd.station->setTimer(1, 0, 0, 1);
         timers.start(timers.addTimer(&listener, 1, 0, 1), 0);
-        timer.start(0);
         expiries.waitFor(5);
     }
 
-    test::Counter expiries;
+    Counter expiries;
     Listener listener{[this] { expiries.add(); }};
     SharedTimer timers{1, LONG_ALIVE, nullptr, 2, "shared"};
-    Timer timer{&listener, 1, 0, 0, nullptr, 0, 1, "timer"};
-    test::Crowd crowd;
+    Crowd crowd;
 };
 
 // In a child.
 void expectNothingRuns(BusyParent& busy) {
-    test::Station& station = busy.crowd.station;
+    Station& station = busy.crowd.station;
     EXPECT_FALSE(station->isRunning());
     EXPECT_EQ(0, station->postMsg(MSG_ID) + station->hasMsg(MSG_ID));
     EXPECT_EQ(0, station->sendMsgSync(MSG_ID) + station->sendMsgAsync(SimpleMsg(MSG_ID)));
@@ -95,7 +93,6 @@ void expectNothingRuns(BusyParent& busy) {
     EXPECT_EQ(WAIT_FAILED, station->waitTo(Thread::EXECUTED, 0));
     EXPECT_EQ(-1, busy.timers.addTimer(nullptr, 1, 0, 0));
     EXPECT_FALSE(busy.timers.start(1, 0) || busy.timers.stop(1, 0));
-    EXPECT_FALSE(busy.timer.isRunning() || busy.timer.stop(0));
     for (Worker& worker : busy.crowd.workers) {
         EXPECT_FALSE(worker.isRunning() || worker.leaveManagement());
         EXPECT_EQ(-1, worker.stop(1, 0));
@@ -103,7 +100,7 @@ void expectNothingRuns(BusyParent& busy) {
 }
 
 // The same, with a thread that the parent has not started.
-void expectLibraryIsUsable(std::string const& path, test::Station& station) {
+void expectLibraryIsUsable(std::string const& path, Station& station) {
     EXPECT_EQ(0, compareStrNoCase("one text", "ONE TEXT", ALL));
     applog(1, 2, "a child");
     Time time;
@@ -124,24 +121,24 @@ void expectLibraryIsUsable(std::string const& path, test::Station& station) {
         EXPECT_TRUE(manager->startWatchdog(0));
         station->stop(1, 0);
         ThreadManager::destroy();
-        EXPECT_EQ(0u, test::kernelTimers());
+        EXPECT_EQ(0u, kernelTimers());
     }
 }
 
-class ForkTest : public test::ManagerTest {
+class ForkTest : public ManagerTest {
 protected:
-    test::Scratch scratch;
-    test::LogCapture log;
+    Scratch scratch;
+    LogCapture log;
 };
 
 TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
     std::string const path = scratch("child");
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "forks"));
-    test::Station station;
+    Station station;
     auto busy = std::make_unique<BusyParent>(scratch("crowd"));
     for (int i = 0; i < 60; ++i) {
-        ASSERT_TRUE(test::inChild([&] {
-            test::endWhenStuck();
+        ASSERT_TRUE(inChild([&] {
+            endWhenStuck();
             if (i % 2 == 0) {
                 expectNothingRuns(*busy);
                 busy.reset();
@@ -165,52 +162,58 @@ protected:
 
 TEST_F(ForkInACallTest, AChildOfALoopsThreadLeavesWhatIsQueuedToTheParent) {
     constexpr int MESSAGES = 20;
-    test::RunningStation station(MESSAGES + 2);
+    RunningStation station(MESSAGES + 2);
     std::atomic<pid_t> child{0};
     station.on(MSG_ID, [&] {
         if (getpid() != parent) {
             _exit(1);
         }
     });
-    station.on(test::Station::HOLD, [&] {
+    station.on(Station::HOLD, [&] {
         station.hold();
         child = fork();
     });
-    EXPECT_TRUE(station->postMsg(test::Station::HOLD) && station.entered.wait());
+    EXPECT_TRUE(station->postMsg(Station::HOLD) && station.entered.wait());
     for (int i = 0; i < MESSAGES; ++i) {
         EXPECT_EQ(1, station->postMsg(MSG_ID));
     }
     station.released.open();
     EXPECT_TRUE(station.waitFor(MSG_ID, MESSAGES));
-    EXPECT_EQ(0, test::exitCodeOf(child)) << "it has delivered a message";
+    EXPECT_EQ(0, exitCodeOf(child)) << "it has delivered a message";
     EXPECT_EQ(1, station->sendMsgSync(0x8003));
 }
 
 TEST_F(ForkInACallTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {
-    test::Counter children;
+    Counter children;
     auto const forkForTheEndOf = [&](auto& object) {
         return [&] {
             pid_t const child = fork();
             if (child == 0) {
-                test::endWhenStuck();
+                endWhenStuck();
                 object.reset();
             } else {
-                EXPECT_EQ(0, test::exitCodeOf(child));
+                EXPECT_EQ(0, exitCodeOf(child));
                 children.add();
             }
             return 0;
         };
     };
-    std::optional<test::RunningStation> station(std::in_place);
+    std::optional<RunningStation> station(std::in_place);
     station->on(MSG_ID, forkForTheEndOf(station));
     std::optional<Timer> timer;
     Listener listener{forkForTheEndOf(timer)};
-    timer.emplace(&listener, 1, 0, 0, nullptr, 1, 0, "timer");
+    timer.emplace(&listener, 1, 0, 0, nullptr, 40, 0, "timer");
     std::optional<Worker> worker(std::in_place, "worker", forkForTheEndOf(worker));
 
     EXPECT_EQ(1, station->thread.postMsg(MSG_ID));
     EXPECT_TRUE(timer->start(0) && worker->start() == 0);
-    EXPECT_TRUE(children.waitFor(3));
+    auto const holdItsLockAgainAndAgain = [&] {
+        for (int i = 0; i % 1000 != 0 || children.count() < 42; ++i) {
+            timer->getInterval();
+        }
+    };
+    auto const another = inThread(holdItsLockAgainAndAgain);
+    holdItsLockAgainAndAgain();
 }
 
 }  // namespace

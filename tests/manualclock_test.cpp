@@ -6,15 +6,11 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <future>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "UtlEvent.h"
-#include "UtlLoop.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
@@ -26,18 +22,10 @@ namespace utl {
 namespace {
 
 using std::chrono::milliseconds;
-using test::FREE_RUNNING;
-using test::HOUR;
-using test::REARMED;
-using test::RunningStation;
-using test::Worker;
+using namespace test;
 
-constexpr long A = 0x8002;
-constexpr long EXPIRY = TimerMsg::ID;
-
-class ManualClockTest : public test::ManualTimeTest {};
-
-class KernelClockTest : public test::KernelTimeTest {};
+using ManualClockTest = ManualTimeTest;
+using KernelClockTest = KernelTimeTest;
 
 TEST_F(ManualClockTest, LetsOneThingAfterTheOtherHappenInTheOrderOfArming) {
     RunningStation first;
@@ -132,28 +120,7 @@ TEST_F(ManualClockTest, DoesNotHoldInTheChildOfAFork) {
         own.advance(milliseconds(5));
         _exit(hasRunOut && isLate && own && own.now() == milliseconds(5) ? 0 : 1);
     }
-    EXPECT_EQ(0, test::exitCodeOf(child));
-}
-
-// Whatever a loop sleeps in: read(), or poll() while it watches something.
-TEST_F(ManualClockTest, DelayedTasksOfALoopGoByIt) {
-    std::unique_ptr<Loop> const loop = Loop::make(LoopOptions());
-    ASSERT_NE(nullptr, loop);
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    for (bool const isWatching : {false, true}) {
-        ScopedTask const watch =
-            isWatching ? loop->watch(ends[0], Loop::READABLE, [] {}) : TaskHandle();
-        std::string order;
-        ScopedTask const every = loop->every(milliseconds(20), [&] { order += 'e'; });
-        EXPECT_TRUE(loop->postAfter(milliseconds(50), [&] { order += 'a'; }));
-        pass(49);
-        EXPECT_EQ("ee", order);
-        pass(51);
-        EXPECT_EQ("eeaeee", order);
-    }
-    close(ends[0]);
-    close(ends[1]);
+    EXPECT_EQ(0, exitCodeOf(child));
 }
 
 TEST_F(KernelClockTest, IsRefusedWhileThereIsAThreadManager) {

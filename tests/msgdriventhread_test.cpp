@@ -24,23 +24,14 @@
 namespace utl {
 namespace {
 
-using test::HeldStation;
-using test::inThread;
-using test::NumberMsg;
-using test::RunningStation;
-using test::Station;
+using namespace test;
 using Ids = Station::Ids;
 
 constexpr long HOLD = Station::HOLD;
-constexpr long A = 0x8002;
-constexpr long B = 0x8003;
-constexpr long SYNC = 0x8004;
-constexpr long LAST = 0x9000;
-constexpr unsigned long HOUR = 3600000;
 
-class MsgDrivenThreadTest : public test::ManagerTest {
+class MsgDrivenThreadTest : public ManagerTest {
 protected:
-    test::LogCapture log;
+    LogCapture log;
 };
 
 TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
@@ -63,6 +54,7 @@ TEST_F(MsgDrivenThreadTest, RefusesWhatDoesNotFitItsLife) {
     EXPECT_EQ(-1, station.start());
     EXPECT_EQ(1, station->sendMsgSync(A));
     EXPECT_EQ((Ids{-1, -1, 0}), inside);
+    EXPECT_FALSE(log.has("Refused")) << "as a circle of waits";
     EXPECT_TRUE(station.waitFor(B));
 
     EXPECT_EQ(0, station->stop(1, 0));
@@ -117,7 +109,7 @@ TEST_F(MsgDrivenThreadTest, AFullControlQueueRefusesEverythingAndLeavesNothingBe
 
     // There is room again, but the entry of the timer that could not be posted blocks its id.
     station.released.open();
-    EXPECT_TRUE(test::comesTrue([&] { return station->queuedEntriesForTesting() == 0; }));
+    EXPECT_TRUE(comesTrue([&] { return station->queuedEntriesForTesting() == 0; }));
     EXPECT_EQ(-1, station->setTimer(HOUR, 1, 0, 0));
     EXPECT_EQ(1, station->sendMsgSync(SYNC));
     EXPECT_EQ(ROOM + 1, station->setTimer(HOUR, 0, 0, 0));
@@ -153,7 +145,7 @@ TEST_F(MsgDrivenThreadTest, AMessageWithALowIdStaysUntilALaterOneDropsIt) {
     EXPECT_TRUE(log.has("DataQueueMsgId:0xfffffffb CtlMsgId:0x00008002"));
 }
 
-using StatisticsTest = test::ManualTimeTest;
+using StatisticsTest = ManualTimeTest;
 
 TEST_F(StatisticsTest, AThreadKnowsWhatItHadToDo) {
     HeldStation station(2);
@@ -189,7 +181,7 @@ TEST_F(MsgDrivenThreadTest, AStopDeliversWhatWasAcceptedOrSaysWhatItDropped) {
             EXPECT_EQ(1, station->postMsg(A));
         }
         auto stopped = inThread([&] { return station->stop(rest, std::chrono::hours(1)); });
-        EXPECT_TRUE(test::comesTrue([&] { return station->hasRequestedStop(); }));
+        EXPECT_TRUE(comesTrue([&] { return station->hasRequestedStop(); }));
         EXPECT_EQ(0, station->postMsg(B) + station->sendMsgAsync(SimpleMsg(B)));
         station.released.open();
         StopResult const result = stopped.get();
@@ -250,8 +242,8 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
     RunningStation a;
     RunningStation b;
     std::atomic<int> posted{0};
-    test::Gate isInA;
-    test::Gate isInB;
+    Gate isInA;
+    Gate isInB;
     a.on(SYNC, [&] { isInA.open(), isInB.wait(), posted += b->postMsg(LAST); });
     b.on(SYNC, [&] { isInB.open(), isInA.wait(), posted += a->postMsg(LAST); });
     auto sent = inThread([&] { return a->sendMsgSync(SYNC); });
@@ -259,6 +251,14 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
     EXPECT_EQ(1, sent.get());
     EXPECT_EQ(1, posted);
     EXPECT_EQ(1u, log.count(refusal));
+
+    // Once answered, nobody is in the way of a call back, although he may not run yet.
+    a.on(HOLD, [&] { EXPECT_EQ(1, b->sendMsgSync(HOLD)); });
+    b.on(HOLD, [&] { EXPECT_EQ(1, b->postMsg(0x9001)); });
+    b.on(0x9001, [&] { EXPECT_EQ(1, a->sendMsgSync(0x9001)); });
+    for (int i = 1; i <= 20; ++i) {
+        ASSERT_TRUE(a->postMsg(HOLD) && a.waitFor(0x9001, i));
+    }
 
     std::future<int> found;
     a.on(A, [&] { EXPECT_EQ(1, b->sendMsgSync(B)); });
@@ -271,6 +271,7 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
         found = inThread([&] { return a->hasMsg(B); });
         EXPECT_TRUE(a.awaitEntries(3));
         EXPECT_EQ(TIMED_OUT, a->stop(1, 20));
+        EXPECT_EQ(0, a->postMsg(LAST));
         EXPECT_EQ(WAIT_FAILED, a->stop(1, 0));
     });
     EXPECT_EQ(1, a->postMsg(A));
@@ -305,7 +306,7 @@ TEST_F(MsgDrivenThreadTest, AMessageAsksForNothingWhileItIsStoredOrRestored) {
 
 TEST_F(MsgDrivenThreadTest, AListenerMayDestroyTheThreadThatOthersWaitFor) {
     std::optional<RunningStation> station(std::in_place);
-    test::Gate isGone;
+    Gate isGone;
     station->on(A, [&] {
         station.reset();
         isGone.open();
@@ -390,9 +391,21 @@ TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPip
 
 TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne) {
     RunningStation station;
-    EXPECT_EQ(1, station->sendMsgSync(B));
-    EXPECT_TRUE(test::comesTrue([&] { return test::isAsleep(station->getId()); }));
+    auto const fallsAsleep = [&] { return isAsleep(station->getId()); };
     int const kept = dup(station.writeEnd);
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    while (write(ends[1], "word", 4) == 4) {
+    }
+    EXPECT_EQ(1, station->sendMsgSync(B));
+    EXPECT_TRUE(comesTrue(fallsAsleep));
+    dup2(ends[1], station.writeEnd);
+    EXPECT_EQ(1, station->postMsg(LAST)) << "who finds the pipe full need not write";
+    EXPECT_EQ(8, write(kept, "one word", 8));
+    EXPECT_TRUE(station.waitFor(LAST) && comesTrue(fallsAsleep));
+    close(ends[0]);
+    close(ends[1]);
+
     replaceByFull(station.writeEnd);
     EXPECT_EQ(0, station->hasMsg(A) + station->sendMsgSync(SYNC) + station->eraseMsg(A));
     EXPECT_EQ(0, station->postMsg(A));
@@ -403,7 +416,7 @@ TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne)
     // The refused entries stay queued, but take nobody's wake-up.
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, 0));
     EXPECT_EQ(0, station->stop(1, 0));
-    EXPECT_EQ(Ids{B}, station.ids());
+    EXPECT_EQ((Ids{B, LAST}), station.ids());
 }
 
 TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
@@ -412,7 +425,7 @@ TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
     sigaction(SIGUSR1, &interrupting, nullptr);
     RunningStation station;
     // A signal that comes before the thread reads interrupts nothing.
-    EXPECT_TRUE(test::comesTrue([&] {
+    EXPECT_TRUE(comesTrue([&] {
         syscall(SYS_tgkill, getpid(), station->getId(), SIGUSR1);
         return log.has("Error. read Ret:4294967295 errno:4=EINTR Retry read\r\n");
     }));
@@ -421,16 +434,30 @@ TEST_F(MsgDrivenThreadTest, AnInterruptedReadIsRepeated) {
     std::signal(SIGUSR1, SIG_DFL);
 }
 
+// Its thread works on when its loop has ended.
+struct LingeringThread : MsgDrivenThread {
+    using MsgDrivenThread::MsgDrivenThread;
+    void postExecute() override { accepted = postMsg(A); }
+    int accepted = -1;
+};
+
 TEST_F(MsgDrivenThreadTest, WithoutAPipeOrAWholeWordInItTheThreadEndsAndWhatIsAskedOfIt) {
     RunningStation withHalfAWord;
-    EXPECT_EQ(4, write(withHalfAWord.writeEnd, "half", 4));
-    std::optional<test::NoDescriptors> limit(std::in_place);
-    RunningStation withoutPipe;
+    int const writeEnd = nextWriteEnd();
+    LingeringThread lingering(8, 4, "lingering", 0);
+    EXPECT_EQ(8, write(withHalfAWord.writeEnd, "half", 4) + write(writeEnd, "half", 4));
+    std::optional<NoDescriptors> limit(std::in_place);
+    Station withoutPipe;
     limit.reset();
-    for (Station* station : {&withHalfAWord, &withoutPipe}) {
+    EXPECT_TRUE(withoutPipe->sendMsgAsync(SimpleMsg(A)) && withoutPipe.start() == 0);
+    EXPECT_EQ(0, lingering.start(&withoutPipe, StartOptions()));
+    EXPECT_EQ(REACHED, lingering.waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(0, lingering.accepted);
+    for (Station* station : std::initializer_list<Station*>{&withHalfAWord, &withoutPipe}) {
         EXPECT_EQ(REACHED, station->thread.waitTo(Thread::EXECUTED, 0));
         EXPECT_EQ(0, station->thread.sendMsgSync(SYNC) + station->thread.hasMsg(HOLD));
         EXPECT_EQ(0, station->thread.eraseMsg(A));
+        EXPECT_EQ(Ids{}, station->ids());
     }
     EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. read Ret:4 errno:0 "
                             "!!Break msg loop!!\r\n"));
@@ -442,7 +469,7 @@ TEST_F(MsgDrivenThreadTest, IsWatchedWhileItWorksAndNotWhileItWaits) {
     station.on(A, [] { EXPECT_TRUE(manager()->isWatchingWatchdog(0)); });
     ASSERT_EQ(0, station.start(1));
     EXPECT_EQ(1, station->sendMsgSync(A));
-    EXPECT_TRUE(test::comesTrue([&] { return !manager()->isWatchingWatchdog(station->getId()); }));
+    EXPECT_TRUE(comesTrue([&] { return !manager()->isWatchingWatchdog(station->getId()); }));
     manager()->printWatchdogInfo(1);
     EXPECT_TRUE(log.has("(UtlMsgDrivenThread, execute:879:0)"));
 }

@@ -25,10 +25,7 @@ namespace utl {
 namespace {
 
 using std::chrono::milliseconds;
-using test::FREE_RUNNING;
-using test::HOUR;
-using test::inThread;
-using test::REARMED;
+using namespace test;
 
 constexpr int WAIT = 0;
 constexpr int NO_WAIT = 1;
@@ -44,7 +41,7 @@ public:
         calls.add();
     }
 
-    test::Counter calls;
+    Counter calls;
 
 private:
     std::function<void(int)> const mAction;
@@ -52,20 +49,14 @@ private:
 
 // A listener that stays in its first call until it is released.
 struct Holder : Listener {
-    Holder()
-        : Listener([this](int) {
-              entered.open();
-              released.wait();
-          }) {}
-
-    test::Gate entered;
-    test::Hold released;
+    Holder() : Listener([this](int) { released.wait(); }) {}
+    Hold released;
 };
 
-class KernelSharedTimerTest : public test::KernelTimeTest {};
+class KernelSharedTimerTest : public KernelTimeTest {};
 
 // With a handful of timers.
-class SharedTimerTest : public test::ManualTimeTest {
+class SharedTimerTest : public ManualTimeTest {
 protected:
     void TearDown() override {
         timers.destroy();
@@ -92,13 +83,21 @@ protected:
     int runHeld(Holder& holder, int freeRunning = FREE_RUNNING) {
         int const id = run(&holder, 5, 0, freeRunning);
         pass(5);
-        EXPECT_TRUE(holder.entered.isOpen());
         return id;
     }
 
     // Until so many requests wait for the thread, which is held.
     bool comeTo(unsigned long requests) const {
-        return test::comesTrue([=] { return timers.queuedEntriesForTesting() == requests; });
+        return comesTrue([=] { return timers.queuedEntriesForTesting() == requests; });
+    }
+
+    // What `call` returns, which asks for something while the thread is held.
+    template <typename Call>
+    bool answerTo(Call call, Hold& held) {
+        auto answer = inThread(call);
+        EXPECT_TRUE(comeTo(1));
+        held.open();
+        return answer.get();
     }
 
     SharedTimer timers{0, 0, nullptr, 5, "shared"};
@@ -115,7 +114,7 @@ TEST_F(SharedTimerTest, ACallThatTakesLongDelaysWhatDoesNotRunFreeOrIsChanged) {
          {Beat{REARMED, 0, {300, 1050, 1350}}, Beat{REARMED, 60, {300, 810, 870}},
           Beat{FREE_RUNNING, 0, {300, 750, 900}}, Beat{FREE_RUNNING, 60, {300, 810, 870}}}) {
         std::vector<unsigned> calls;
-        test::Hold released;
+        Hold released;
         auto const begin = clock.now();
         Listener listener([&](int) {
             calls.push_back(static_cast<unsigned>((clock.now() - begin) / milliseconds(1)));
@@ -193,29 +192,29 @@ TEST_F(SharedTimerTest, AFullQueueRefusesAndLosesNoTimer) {
     EXPECT_TRUE(timers.isRunning(id));
 }
 
-TEST_F(SharedTimerTest, TheEndStopsWhatIsToBeStoppedAndStartsNothing) {
-    for (bool const isStart : {true, false}) {
-        Holder holder;
-        SharedTimer ending(0, 0, nullptr, 2, "shared");
-        int const held = ending.addTimer(&holder, 1, 1, REARMED);
-        int const other = ending.addTimer(nullptr, HOUR, 0, REARMED);
-        EXPECT_TRUE(isStart || ending.start(other, WAIT));
-        EXPECT_TRUE(ending.start(held, WAIT));
-        pass(1);
-        auto asked = inThread(
-            [&] { return isStart ? ending.start(other, WAIT) : ending.stop(other, WAIT); });
-        EXPECT_TRUE(test::comesTrue([&] { return ending.queuedEntriesForTesting() == 1; }));
-        auto ended = inThread([&] { return ending.destroy(); });
-        EXPECT_TRUE(test::comesTrue([&] { return ending.queuedEntriesForTesting() == 2; }));
-        holder.released.open();
-        EXPECT_EQ(!isStart, asked.get());
-        EXPECT_TRUE(ended.get());
-    }
+// The parameter: whether somebody waits for a start, or for a stop.
+class SharedTimerEndTest : public SharedTimerTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(SharedTimerEndTest, StopsWhatIsToBeStoppedAndStartsNothing) {
+    bool const isStart = GetParam();
+    Holder holder;
+    int const other = isStart ? add() : run(nullptr, HOUR);
+    runHeld(holder);
+    auto asked =
+        inThread([=] { return isStart ? timers.start(other, WAIT) : timers.stop(other, WAIT); });
+    EXPECT_TRUE(comeTo(1));
+    auto ended = inThread([this] { return timers.destroy(); });
+    EXPECT_TRUE(comeTo(2));
+    holder.released.open();
+    EXPECT_EQ(!isStart, asked.get());
+    EXPECT_TRUE(ended.get());
 }
+
+INSTANTIATE_TEST_SUITE_P(OfTimers, SharedTimerEndTest, ::testing::Bool());
 
 TEST_F(SharedTimerTest, AStopWaitsForTheListenerThatIsAtWork) {
     for (bool const erases : {false, true}) {
-        test::Hold mayLeave;
+        Hold mayLeave;
         std::atomic<bool> hasLeft{false};
         Listener listener([&](int id) {
             EXPECT_TRUE(erases ? timers.eraseTimer(id, WAIT) : timers.stop(id, WAIT));
@@ -224,17 +223,15 @@ TEST_F(SharedTimerTest, AStopWaitsForTheListenerThatIsAtWork) {
         });
         int const id = run(&listener, 1);
         pass(1);
-        auto stopped = inThread([&] {
+        auto const stop = [&] {
             return (erases ? timers.eraseTimer(id, WAIT) : timers.stop(id, WAIT)) && hasLeft;
-        });
-        EXPECT_TRUE(comeTo(1));
-        mayLeave.open();
-        EXPECT_TRUE(stopped.get());
+        };
+        EXPECT_TRUE(answerTo(stop, mayLeave));
     }
 }
 
 TEST_F(SharedTimerTest, WhatAListenerAsksForOutlastsWhatWasQueuedBefore) {
-    test::Hold released;
+    Hold released;
     int const other = run(nullptr, HOUR);
     Listener listener([&](int id) {
         released.wait();
@@ -302,22 +299,20 @@ TEST_F(SharedTimerTest, ItsThreadMayBeWatched) {
     SharedTimer watched(1, HOUR, nullptr, 1, "shared");
     watched.start(watched.addTimer(&listener, 1, 1, REARMED), WAIT);
     pass(1);
-    auto const isWatched = [&] { return ThreadManager::get()->isWatchingWatchdog(threadId); };
+    auto const isWatched = [&] { return manager()->isWatchingWatchdog(threadId); };
     EXPECT_FALSE(isWatched());  // it waits for work
     EXPECT_TRUE(watched.setThreadWatchdogAliveTime(HOUR + 1) && watched.startThreadWatchdog());
     EXPECT_TRUE(isWatched());
-    ThreadManager::get()->printWatchdogInfo(1);
+    manager()->printWatchdogInfo(1);
     EXPECT_TRUE(log.has(std::to_string(HOUR + 1)));
     EXPECT_TRUE(log.has("(jni/source/UtlSharedTimer, execute:412:0)"));
     EXPECT_TRUE(watched.stopThreadWatchdog());
-    EXPECT_FALSE(isWatched());
-    EXPECT_FALSE(timers.startThreadWatchdog() || timers.stopThreadWatchdog() ||
-                 timers.setThreadWatchdogAliveTime(HOUR));
+    EXPECT_FALSE(isWatched() || timers.startThreadWatchdog());
 }
 
 TEST_F(SharedTimerTest, WaitsThatWouldCloseACircleAreRefused) {
     constexpr long ID = 0x8002;
-    test::RunningStation station;
+    RunningStation station;
     Listener listener([&](int) { EXPECT_EQ(1, station->sendMsgSync(ID)); });
     int const other = add();
     int const id = run(&listener, 1, 1);
@@ -352,17 +347,17 @@ TEST_F(SharedTimerTest, ATimerCallsItsListenerAsOftenAsAskedForEachStart) {
 TEST_F(SharedTimerTest, ATimerMayBeDestroyedInItsOwnCall) {
     std::unique_ptr<Timer> timer;
     Listener listener([&](int) { timer.reset(); });
-    unsigned const threads = test::threads();
+    unsigned const before = threads();
     timer = std::make_unique<Timer>(&listener, 1, 0, 0, nullptr, 0, FREE_RUNNING, "timer");
     EXPECT_TRUE(timer->start(WAIT));
     pass(10);
     EXPECT_EQ(1u, listener.calls.count());
-    EXPECT_TRUE(test::comesTrue([&] { return test::threads() == threads; }));
+    EXPECT_TRUE(comesTrue([&] { return threads() == before; }));
 }
 
 TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
     int const other = run(nullptr, HOUR);
-    test::Hold isWaitedFor;
+    Hold isWaitedFor;
     Listener listener([&](int id) {
         isWaitedFor.wait();
         if (listener.calls.count() < 4) {
@@ -380,17 +375,14 @@ TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
     });
     run(&listener, 1, 1);
     pass(1);
-    auto waiting = inThread([&] { return timers.stop(other, WAIT); });
-    EXPECT_TRUE(comeTo(1));
-    isWaitedFor.open();
-    EXPECT_TRUE(waiting.get());
+    EXPECT_TRUE(answerTo([&] { return timers.stop(other, WAIT); }, isWaitedFor));
     pass(10);
     EXPECT_EQ(5u, listener.calls.count());
 }
 
 TEST_F(KernelSharedTimerTest, WithoutAPipeThereAreNoTimers) {
     SharedTimer const withPipe(0, 0, nullptr, 1, "shared");
-    std::optional<test::NoDescriptors> limit(std::in_place);
+    std::optional<NoDescriptors> limit(std::in_place);
     SharedTimer timers(0, 0, nullptr, 1, "shared");
     limit.reset();
     EXPECT_TRUE(log.has("<UTIL> ERR: SharedTimerThread(shared) pipe errno:24\r\n"));
@@ -400,11 +392,11 @@ TEST_F(KernelSharedTimerTest, WithoutAPipeThereAreNoTimers) {
 
 TEST_F(KernelSharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
     ThreadManager::get();
-    unsigned const descriptors = test::openDescriptors();
+    unsigned const descriptors = openDescriptors();
     for (int round = 0; round < 30; ++round) {
         Listener listener;
         SharedTimer timers(1, HOUR, nullptr, 4, "shared");
-        test::Counter cycles;
+        Counter cycles;
         std::vector<std::future<void>> callers;
         for (int i = 0; i < 3; ++i) {
             int const id = timers.addTimer(&listener, 1, 0, FREE_RUNNING);
@@ -423,27 +415,8 @@ TEST_F(KernelSharedTimerTest, WhoeverWaitsIsReleasedWhenTheThreadEnds) {
         EXPECT_EQ(-1, timers.addTimer(&listener, 1, 0, REARMED));
         EXPECT_EQ(1u, test::kernelTimers());  // the watchdog's
     }
-    EXPECT_EQ(descriptors, test::openDescriptors());
+    EXPECT_EQ(descriptors, openDescriptors());
 }
-
-#ifndef __SANITIZE_THREAD__  // which rightly calls it a race of the derived class
-struct Ticker : Timer {
-    explicit Ticker(Listener* heard)
-        : Timer(1, 0, 0, nullptr, 0, FREE_RUNNING, "ticker"), listener(heard) {}
-
-    void onTime(int timerId) override { listener->onTime(timerId); }
-
-    Listener* const listener;
-};
-
-TEST_F(KernelSharedTimerTest, ARunningTimerMayBeDestroyedEvenIfItsClassForgetsTo) {
-    Listener listener;
-    for (unsigned i = 1; i <= 30; ++i) {
-        Ticker ticker(&listener);
-        EXPECT_TRUE(ticker.start(WAIT) && listener.calls.waitFor(i));
-    }
-}
-#endif
 
 }  // namespace
 }  // namespace utl

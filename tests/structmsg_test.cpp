@@ -19,7 +19,7 @@
 namespace utl {
 namespace {
 
-using test::NumberMsg;
+using namespace test;
 
 using DoubleMsg = StructMsg<0x8402, std::int32_t, std::int32_t>;
 using WideMsg = StructMsg<0x8402, std::int64_t>;
@@ -36,7 +36,7 @@ TEST(StructMsgTest, RefusesAnotherIdAndTooSmallARecordAndStaysAsItWas) {
     }
 }
 
-class MsgHandlersTest : public test::ManagerTest {
+class MsgHandlersTest : public ManagerTest {
 protected:
     int receive(Msg const& msg, unsigned long size = 8) {
         ThreadRawMsg record(size);
@@ -44,7 +44,7 @@ protected:
         return handlers.receiveMsg(1, record);
     }
 
-    test::LogCapture log;
+    LogCapture log;
     MsgHandlers handlers;
     std::vector<int> heard;
 };

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,8 +24,7 @@
 namespace utl {
 namespace {
 
-using test::inThread;
-using test::Worker;
+using namespace test;
 
 int niceValue() {
     return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
@@ -37,7 +36,7 @@ ThreadPriority withNiceValue(int value) {
     return priority;
 }
 
-class ThreadTest : public test::ManagerTest {};
+class ThreadTest : public ManagerTest {};
 
 TEST(ThreadPriorityTest, HasANiceValueForEachLabelAndALabelForMoreOfThem) {
     int const ofLabel[] = {100, -4, -2, -1, 0, 1, 2, 3, 100};
@@ -76,8 +75,8 @@ TEST_F(ThreadTest, PassesItsStagesInOrder) {
 }
 
 TEST_F(ThreadTest, WaitsForWhatComesAndForNothingThatCannotCome) {
-    test::Gate mayGoOn;
-    test::Gate mayEnd;
+    Gate mayGoOn;
+    Gate mayEnd;
     Worker worker("unasked", [&] { return mayEnd.wait() ? 0 : -1; });
     worker.onPreExecute = [&] { mayGoOn.wait(); };
     for (int stage : {-1, 2, 3, 4}) {
@@ -93,15 +92,17 @@ TEST_F(ThreadTest, WaitsForWhatComesAndForNothingThatCannotCome) {
     EXPECT_EQ(REACHED, begun.get());
     EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::EXECUTED, 1));
     EXPECT_EQ(TIMED_OUT, worker.waitTo(Thread::STOP_REQUESTED, 1));
-    mayEnd.open();
-    EXPECT_EQ(WAIT_FAILED, asked.get());  // of a thread that nobody asked
+    // It has not ended before it has left the registry, which is locked while it is printed.
+    static std::function<void()> whilePrinting;
+    whilePrinting = [&] {
+        mayEnd.open();
+        EXPECT_EQ(WAIT_FAILED, asked.get());  // of a thread that nobody asked
+        EXPECT_FALSE(worker.hasDone(Thread::EXECUTED));
+    };
+    replaceNextLine([] { whilePrinting(); });
+    manager()->printThreadInfoReg(3);
+    EXPECT_TRUE(worker.comesToAnEnd());
     EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::STOP_REQUESTED, 0));
-}
-
-TEST_F(ThreadTest, SleepsAsLongAsItIsToldTo) {
-    auto const begin = std::chrono::steady_clock::now();
-    Thread::sleep(1010);
-    EXPECT_LE(std::chrono::milliseconds(1010), std::chrono::steady_clock::now() - begin);
 }
 
 TEST_F(ThreadTest, NobodyWaitsForItself) {
@@ -110,7 +111,7 @@ TEST_F(ThreadTest, NobodyWaitsForItself) {
         EXPECT_EQ(-1, worker.start());
         EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::PRE_EXECUTED, 0));
         EXPECT_EQ(WAIT_FAILED, worker.waitTo(Thread::EXECUTED, 0));
-        EXPECT_EQ(WAIT_FAILED, ThreadManager::get()->waitToStop(gettid(), 0));
+        EXPECT_EQ(WAIT_FAILED, manager()->waitToStop(gettid(), 0));
         EXPECT_EQ(0, worker.stop(0, 0));
         EXPECT_EQ(-1, worker.stop(1, 0));
     };
@@ -119,7 +120,7 @@ TEST_F(ThreadTest, NobodyWaitsForItself) {
 }
 
 TEST_F(ThreadTest, StopWaitsUntilAStartIsComplete) {
-    test::Gate isStarting;
+    Gate isStarting;
     Worker worker;
     worker.onPreExecute = [&] {
         isStarting.open();
@@ -143,22 +144,13 @@ TEST_F(ThreadTest, StartsAndStopsMayRace) {
     }
 }
 
-TEST_F(ThreadTest, HasNothingToDoWithoutACommand) {
-    unsigned long result = 0;
-    Thread idle("idle", nullptr);
-    EXPECT_EQ(0, idle.start(0, 0, nullptr, 0, 0, ThreadPriority::NORMAL, 0));
-    EXPECT_EQ(REACHED, idle.waitTo(Thread::EXECUTED, 0));
-    EXPECT_TRUE(idle.getResult(&result) && result == NONE);
-}
-
 TEST_F(ThreadTest, DestroyingARunningThreadWaitsForItsEnd) {
     struct Patient : Command {
         Thread* thread = nullptr;
-        bool hasEnded = false;
+        std::atomic<bool> hasEnded{false};
         int execute() override {
             thread->waitTo(Thread::STOP_REQUESTED, 0);
-            Thread::sleep(10);
-            return hasEnded = true;
+            return hasEnded = comesTrue([] { return isAsleep(getpid()); });
         }
     } patient;
     {
@@ -187,9 +179,9 @@ TEST_F(ThreadTest, AThreadMayDestroyItsOwnObject) {
         thread->onExecute = step(1);
         thread->onPostExecute = step(2);
         EXPECT_EQ(0, round % 2 == 0 ? thread->start() : thread->startAndWait(0));
-        EXPECT_TRUE(test::comesTrue([&] { return id != 0; }));
+        EXPECT_TRUE(comesTrue([&] { return id != 0; }));
         // Nobody is left who could take it out of the registry.
-        EXPECT_TRUE(test::comesTrue([&] { return !ThreadManager::get()->isThreadExist(id); }));
+        EXPECT_TRUE(comesTrue([&] { return !manager()->isThreadExist(id); }));
     }
 }
 
@@ -203,17 +195,17 @@ unsigned long addressSpace() {
 TEST_F(ThreadTest, EndedOnesGiveBackTheirStacksAndDestroyedOnesTheirEntries) {
     constexpr int COUNT = 50;
     constexpr unsigned long STACK = 8ul << 20;
-    ThreadManager::get();
+    manager();
     mallopt(M_ARENA_MAX, 1);  // or the allocator takes more for threads that start at one time
     unsigned long const before = addressSpace();
     for (int round = 0; round < 6; ++round) {
         std::vector<std::unique_ptr<Worker>> ended;
         for (int i = 0; i < COUNT; ++i) {
-            ended.push_back(std::make_unique<Worker>("ended", [] { return 0; }));
-            EXPECT_TRUE(ended.back()->runsToItsEnd());
-            EXPECT_TRUE(ThreadManager::get()->isThreadExist(ended.back()->getId()));
+            Worker& worker = *ended.emplace_back(new Worker("ended", [] { return 0; }));
+            EXPECT_TRUE(worker.runsToItsEnd());
+            EXPECT_TRUE(manager()->isThreadExist(worker.getId()));
         }
-        EXPECT_TRUE(test::comesTrue([&] { return addressSpace() < before + COUNT * STACK / 2; }));
+        EXPECT_TRUE(comesTrue([&] { return addressSpace() < before + COUNT * STACK / 2; }));
     }
 }
 
@@ -225,8 +217,8 @@ TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     EXPECT_EQ(0, first.startRegistered(60000, nullptr));
     EXPECT_TRUE(manager()->isRegisteredWatchdog(first.getId()));
 
-    test::LogCapture log;
-    test::Gate hasRun;
+    LogCapture log;
+    Gate hasRun;
     Worker refused("refused");
     refused.onPreExecute = [&] { hasRun.open(); };
     EXPECT_EQ(-1, refused.startAndWait(0));
@@ -235,18 +227,19 @@ TEST_F(ThreadTest, OneThatCannotBeRegisteredNeverRuns) {
     EXPECT_TRUE(comesToThreads(2));
     EXPECT_FALSE(hasRun.isOpen());
 
-    auto const open = [](void* gate) { static_cast<test::Gate*>(gate)->open(); };
+    auto const open = [](void* gate) { static_cast<Gate*>(gate)->open(); };
     EXPECT_EQ(0, manager()->entry(open, &hasRun, 0, 0, nullptr, "bare", ThreadPriority::NORMAL, 0));
     EXPECT_TRUE(hasRun.wait());  // a function is not held back
 
     EXPECT_EQ(0, manager()->entryCaller(0, 0, nullptr, "third"));
+    EXPECT_TRUE(log.has("<UTIL> ERR: entryCaller() Error Thread Register           ID:"));
     EXPECT_EQ(REACHED, first.stop(1, 0));
     EXPECT_TRUE(first.leaveManagement());
     EXPECT_EQ(REACHED, refused.startAndWait(0));
 }
 
 TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
-    test::LogCapture log;
+    LogCapture log;
     int const own = niceValue();
     Worker worker;
     worker.onPreExecute = [&] {
@@ -276,15 +269,18 @@ TEST_F(ThreadTest, APriorityIsTheThreadsOwnAndOnlyItChangesIt) {
 TEST_F(ThreadTest, OneThatDoesNotRunRefusesAndLeavesTheCallerAlone) {
     ASSERT_NE(0, manager()->entryCaller(1, 60000, nullptr, "caller"));
     ASSERT_TRUE(manager()->startWatchdog(0));
-    Worker fresh;
-    Worker finished("finished", [] { return 0; });
-    EXPECT_TRUE(finished.runsToItsEnd());
-    for (Worker* worker : {&fresh, &finished}) {
+    Thread fresh("fresh", nullptr);
+    Thread finished("finished", nullptr);  // without a command there is nothing to do
+    unsigned long result = 0;
+    EXPECT_EQ(0, finished.start(StartOptions()));
+    EXPECT_EQ(REACHED, finished.waitTo(Thread::EXECUTED, 0));
+    EXPECT_TRUE(finished.getResult(&result) && result == NONE);
+    for (Thread* thread : {&fresh, &finished}) {
         ThreadPriority priority(ThreadPriority::NORMAL);
-        EXPECT_FALSE(worker->setPriority(priority) || worker->getPriority(&priority));
-        EXPECT_FALSE(worker->keepAliveWatchdog(StatementInfo::INVALID));
-        EXPECT_FALSE(worker->setWatchdogAliveTime(1));
-        EXPECT_FALSE(worker->startWatchdog() || worker->stopWatchdog());
+        EXPECT_FALSE(thread->setPriority(priority) || thread->getPriority(&priority));
+        EXPECT_FALSE(thread->keepAliveWatchdog(StatementInfo::INVALID));
+        EXPECT_FALSE(thread->setWatchdogAliveTime(1));
+        EXPECT_FALSE(thread->startWatchdog() || thread->stopWatchdog());
     }
     EXPECT_FALSE(fresh.leaveManagement());
     EXPECT_TRUE(manager()->isThreadExist(gettid()) && manager()->isWatchingWatchdog(0));
@@ -306,9 +302,9 @@ TEST_F(ThreadTest, AFinishedOneStaysFinishedWhenItsIdIsGivenAway) {
     }
     EXPECT_TRUE(finished.hasDone(Thread::EXECUTED) && !finished.isRunning());
     EXPECT_EQ(-1, finished.stop(1, 0));
+    EXPECT_EQ(REACHED, heir->stop(1, 0));
     EXPECT_FALSE(finished.leaveManagement());
     EXPECT_STREQ("heir", manager()->findName(id));
-    EXPECT_EQ(REACHED, heir->stop(1, 0));
 }
 
 }  // namespace

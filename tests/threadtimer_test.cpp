@@ -1,60 +1,28 @@
 // The timers of a message-driven thread.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/syscall.h>
 
-#include <atomic>
-#include <cerrno>
 #include <climits>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
 #include "UtlMsgDrivenThread.h"
-#include "UtlThreadManager.h"
 
 #include "support/MessageStation.h"
 #include "support/TimeTest.h"
 
-namespace {
-
-std::atomic<bool> isSigactionRefused{false};
-
-}  // namespace
-
-extern "C" int sigaction(int signal, struct sigaction const* action,
-                         struct sigaction* previous) noexcept {
-    if (isSigactionRefused) {
-        errno = EINVAL;
-        return -1;
-    }
-    using Function = int (*)(int, struct sigaction const*, struct sigaction*);
-    static auto const real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigaction"));
-    return real(signal, action, previous);
-}
-
 namespace utl {
 namespace {
 
-using test::FREE_RUNNING;
-using test::HeldStation;
-using test::HOUR;
-using test::inThread;
-using test::REARMED;
-using test::RunningStation;
-using test::Station;
+using namespace test;
 
 constexpr long HOLD = Station::HOLD;
-constexpr long A = 0x8002;
-constexpr long LAST = 0x8003;
-constexpr long EXPIRY = TimerMsg::ID;
 
 std::vector<int> timersOf(Station& station) {
-    return test::kernelTimersOf(station->getId());
+    return kernelTimersOf(station->getId());
 }
 
 // Of the calling thread, whose sleep it ends.
@@ -62,22 +30,11 @@ void awaitExpiry() {
     Thread::sleep(HOUR);
 }
 
-class KernelThreadTimerTest : public test::KernelTimeTest {};
+class KernelThreadTimerTest : public KernelTimeTest {};
 
-class ThreadTimerTest : public test::ManualTimeTest {};
+class ThreadTimerTest : public ManualTimeTest {};
 
-TEST_F(ThreadTimerTest, ExpiresAsOftenAsAskedAndIsGone) {
-    RunningStation station;
-    EXPECT_EQ(1, station->setTimer(20, 0, 3, REARMED));
-    pass(59);
-    EXPECT_EQ(2, station.count(EXPIRY));
-    EXPECT_EQ(1u, timersOf(station).size());
-    pass(HOUR);
-    EXPECT_EQ(3, station.count(EXPIRY));
-    EXPECT_TRUE(timersOf(station).empty());
-}
-
-TEST_F(ThreadTimerTest, TheNextIntervalBeginsWhenTheExpiryWasHandled) {
+TEST_F(ThreadTimerTest, ExpiresAsOftenAsAskedAndEachTimeAnIntervalAfterItWasHandled) {
     RunningStation station;
     station.on(EXPIRY, [&] { station.hold(); });
     EXPECT_EQ(1, station->setTimer(30, 0, 2, REARMED));
@@ -85,8 +42,12 @@ TEST_F(ThreadTimerTest, TheNextIntervalBeginsWhenTheExpiryWasHandled) {
     station.released.open();
     pass(29);
     EXPECT_EQ(1, station.count(EXPIRY));
+    EXPECT_EQ(1u, timersOf(station).size());
     pass(1);
     EXPECT_EQ(2, station.count(EXPIRY));
+    pass(HOUR);
+    EXPECT_EQ(2, station.count(EXPIRY));
+    EXPECT_TRUE(timersOf(station).empty());
 }
 
 // The parameter: whether they run free.
@@ -297,7 +258,7 @@ TEST_F(KernelThreadTimerTest, WithoutASignalToQueueThereIsNoNewTimerAndTheOthers
     RunningStation station;
     EXPECT_EQ(1, station->setTimer(1, 0, 0, REARMED));
     {
-        test::NoPendingSignals const limit;
+        NoPendingSignals const limit;
         EXPECT_EQ(-1, station->setTimer(1, 0, 0, REARMED));
         long const heard = station.count(EXPIRY);
         EXPECT_TRUE(station.waitFor(EXPIRY, heard + 10));
@@ -320,22 +281,6 @@ TEST_F(KernelThreadTimerTest, ExpiresWhateverSignalsItsMakerBlocksAndInterruptsN
         EXPECT_EQ(0, poll(nullptr, 0, 4));
     }
     EXPECT_TRUE(blocked.waitFor(EXPIRY, 50));
-}
-
-TEST_F(KernelThreadTimerTest, WithoutAHandlerNoTimerIsArmed) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has installed none
-    auto const refusesTimers = [] {
-        test::LogCapture const captured;
-        isSigactionRefused = true;
-        RunningStation station;
-        bool const isRefused = station->setTimer(1, 0, 0, REARMED) == -1;
-        bool const isLogged = captured.has("MsgDrivenThread sigaction  errno:22\r\n");
-        isSigactionRefused = false;
-        bool const isMadeGood = station->setTimer(1, 0, 0, REARMED) == 2 && station.waitFor(EXPIRY);
-        ThreadManager::destroy();
-        return isRefused && isMadeGood && isLogged ? 0 : 1;
-    };
-    EXPECT_EXIT(std::_Exit(refusesTimers()), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(KernelThreadTimerTest, ASignalThatSomebodySendsIsNoExpiry) {

@@ -21,6 +21,13 @@
 
 namespace test {
 
+// Messages that tests send.
+constexpr long A = 0x8002;
+constexpr long B = 0x8003;
+constexpr long SYNC = 0x8004;
+constexpr long LAST = 0x9000;
+constexpr long EXPIRY = utl::TimerMsg::ID;
+
 // A message that carries a number.
 class NumberMsg : public utl::Msg {
 public:
@@ -33,14 +40,14 @@ protected:
     void restoreDataFrom(utl::MsgDataBroker& broker) override { broker.get(&number); }
 };
 
-// The descriptors that the next pipe will have.
-inline std::pair<int, int> nextPipe() {
+// The descriptor that one writes to the next pipe with.
+inline int nextWriteEnd() {
     int ends[2] = {-1, -1};
     if (pipe(ends) == 0) {
         close(ends[0]);
         close(ends[1]);
     }
-    return {ends[0], ends[1]};
+    return ends[1];
 }
 
 class Station : public utl::ThreadMsgListener {
@@ -151,14 +158,12 @@ private:
         return 0;
     }
 
-    std::pair<int, int> const mPipe = nextPipe();
     std::map<long, std::function<void()>> mActions;
     mutable std::mutex mMutex;
     std::vector<std::pair<long, int>> mHeard;
 
 public:
-    int const readEnd = mPipe.first;
-    int const writeEnd = mPipe.second;
+    int const writeEnd = nextWriteEnd();
     utl::MsgDrivenThread thread;  // the last to be made and the first to go
 };
 
