@@ -84,15 +84,15 @@ public:
 
     UtlLoop() {
         utl::LoopOptions options;
-        options.mostTasks = ROOM;
-        options.mostTimers = DELAYED;
+        options.maxTaskCount = ROOM;
+        options.maxTimerCount = DELAYED;
         mLoop = utl::Loop::make(options);
     }
 
     // With what a task has room for beside the pointer.
     bool post(Payload const& payload) {
         struct Content {
-            unsigned char bytes[utl::MOST_TASK_BYTES - sizeof(void*)];
+            unsigned char bytes[utl::MAX_TASK_BYTES - sizeof(void*)];
         } content;
         std::memcpy(content.bytes, payload.bytes.data(), sizeof content.bytes);
         return mLoop->post([this, content] {

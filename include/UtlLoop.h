@@ -52,15 +52,15 @@ struct LoopOptions {
     ThreadPriority priority = ThreadPriority::NORMAL;
 
     // At once; what is being called counts too.
-    unsigned long mostTasks = 256;       // posted, and not yet done
-    unsigned long mostTimers = 64;       // that wait for their time
-    unsigned long mostDescriptors = 16;  // that are watched
+    unsigned long maxTaskCount = 256;       // posted, and not yet done
+    unsigned long maxTimerCount = 64;       // that wait for their time
+    unsigned long maxDescriptorCount = 16;  // that are watched
 
     // For messages. A `listener` gets them as that of a MsgDrivenThread does, and must live as long
     // as the loop; without one they go to what is given to Loop::on().
     ThreadMsgListener* listener = nullptr;
-    unsigned long mostMessages = 0;
-    unsigned long messageSize = 0;
+    unsigned long maxMsgCount = 0;
+    unsigned long maxMsgSize = 0;
 
     // With one the thread is registered with the watchdog and reports by itself; the listener may
     // be null, and must live as long as the loop.

@@ -56,11 +56,11 @@ struct LoopStatistics {
     static constexpr long NOTHING = -1;
     static constexpr long TASK = 0;  // of a Loop; a timer's message has its own id, 1
 
-    unsigned long waiting = 0;      // what is queued now: messages, tasks, expiries and requests
-    unsigned long mostWaiting = 0;  // as many as ever were at once
-    unsigned long posted = 0;       // messages and tasks that were accepted
-    unsigned long refused = 0;      // that were not, for want of room
-    unsigned long handled = 0;      // that were begun, delayed tasks as well
+    unsigned long waiting = 0;     // what is queued now: messages, tasks, expiries and requests
+    unsigned long maxWaiting = 0;  // as many as ever were at once
+    unsigned long posted = 0;      // messages and tasks that were accepted
+    unsigned long refused = 0;     // that were not, for want of room
+    unsigned long handled = 0;     // that were begun, delayed tasks as well
     unsigned long longestWaitMs = 0;
     unsigned long longestHandlerMs = 0;
     long longestHandlerId = NOTHING;  // the id of the message that took it

@@ -24,7 +24,7 @@ namespace utl {
 class LoopTasks;
 
 // As large as the callable of a task may be.
-constexpr std::size_t MOST_TASK_BYTES = 64;
+constexpr std::size_t MAX_TASK_BYTES = 64;
 
 // How a loop deals with the callables of one type. For the loop.
 struct TaskType {
@@ -41,7 +41,7 @@ struct TaskTypeOf {
     static_assert(IS_TOLD || std::is_invocable_v<Callable&>,
                   "A task is called without an argument, or by every() and watch() with a number.");
     static_assert(
-        sizeof(Callable) <= MOST_TASK_BYTES,
+        sizeof(Callable) <= MAX_TASK_BYTES,
         "A task has 64 bytes at the most: let it hold a pointer, or a std::unique_ptr, to "
         "what is larger.");
     static_assert(alignof(Callable) <= alignof(std::max_align_t),

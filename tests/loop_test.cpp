@@ -31,12 +31,12 @@ using namespace std::chrono_literals;
 using namespace test;
 using Numbers = std::vector<long>;
 
-LoopOptions options(unsigned long mostTasks = 64, unsigned long mostTimers = 64) {
+LoopOptions options(unsigned long maxTaskCount = 64, unsigned long maxTimerCount = 64) {
     LoopOptions options;
-    options.mostTasks = mostTasks;
-    options.mostTimers = mostTimers;
-    options.mostMessages = 4;
-    options.messageSize = 8;
+    options.maxTaskCount = maxTaskCount;
+    options.maxTimerCount = maxTimerCount;
+    options.maxMsgCount = 4;
+    options.maxMsgSize = 8;
     return options;
 }
 

@@ -165,7 +165,7 @@ TEST_F(StatisticsTest, AThreadKnowsWhatItHadToDo) {
     clock.settle();
     LoopStatistics const rested = station->statistics();
     EXPECT_EQ(0u, rested.waiting);
-    EXPECT_EQ(2u, rested.mostWaiting);
+    EXPECT_EQ(2u, rested.maxWaiting);
     EXPECT_EQ(3u, rested.handled);
     EXPECT_EQ(50u, rested.longestWaitMs);
     EXPECT_EQ(50u, rested.longestHandlerMs);

@@ -199,7 +199,7 @@ int main(int argc, char** argv) {
 
     utl::LoopOptions options;
     options.name = "echo";
-    options.mostDescriptors = MOST_CLIENTS + 2;  // the listener's, and one that is watched anew
+    options.maxDescriptorCount = MOST_CLIENTS + 2;  // the listener's, and one that is watched anew
     std::unique_ptr<utl::Loop> const loop = utl::Loop::make(options);
     if (loop == nullptr) {
         return 1;  // the log tells why

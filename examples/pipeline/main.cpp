@@ -72,8 +72,8 @@ public:
         utl::LoopOptions options;
         options.name = "counter";
         options.listener = &mHandlers;
-        options.mostMessages = QUEUE_LENGTH;
-        options.messageSize = WordMsg::SIZE;
+        options.maxMsgCount = QUEUE_LENGTH;
+        options.maxMsgSize = WordMsg::SIZE;
         mLoop = utl::Loop::make(options);
     }
 
@@ -110,7 +110,7 @@ public:
     explicit Splitter(Counter& counter) : mCounter(counter) {
         utl::LoopOptions options;
         options.name = "splitter";
-        options.mostTasks = QUEUE_LENGTH;
+        options.maxTaskCount = QUEUE_LENGTH;
         mLoop = utl::Loop::make(options);
     }
 

@@ -4,7 +4,7 @@ namespace utl {
 
 struct Large {
     void operator()() {}
-    char bytes[MOST_TASK_BYTES + 1];
+    char bytes[MAX_TASK_BYTES + 1];
 };
 
 struct alignas(64) Strict {

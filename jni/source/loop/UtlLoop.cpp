@@ -44,7 +44,7 @@ int LoopThread::requestStop() {
 
 std::unique_ptr<Loop> Loop::make(LoopOptions const& options) {
     std::unique_ptr<LoopTasks, ExtensionRelease> const tasks(new (std::nothrow) LoopTasks(
-        options.mostTasks, options.mostTimers, options.mostDescriptors));
+        options.maxTaskCount, options.maxTimerCount, options.maxDescriptorCount));
     if (tasks == nullptr || !tasks->isWhole()) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "Loop(%s) has no memory", options.name);
         return nullptr;

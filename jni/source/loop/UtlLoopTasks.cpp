@@ -28,25 +28,26 @@ constexpr unsigned long MOST_MISSED = std::numeric_limits<unsigned long>::max();
 
 }  // namespace
 
-LoopTasks::LoopTasks(unsigned long mostTasks, unsigned long mostTimers,
-                     unsigned long mostDescriptors)
-    : mMostTasks(mostTasks),
-      mMostTimers(mostTimers),
-      mMostDescriptors(mostDescriptors),
-      mQueue(sizeof(TaskRoom), mostTasks),
-      mDelayed(mostTimers),
-      mWatching(mostDescriptors),
-      mDeadlines(mostTimers),
-      mWatches(mostDescriptors),
-      mPolled(mostDescriptors) {}
+LoopTasks::LoopTasks(unsigned long maxTaskCount, unsigned long maxTimerCount,
+                     unsigned long maxDescriptorCount)
+    : mMaxTaskCount(maxTaskCount),
+      mMaxTimerCount(maxTimerCount),
+      mMaxDescriptorCount(maxDescriptorCount),
+      mQueue(sizeof(TaskRoom), maxTaskCount),
+      mDelayed(maxTimerCount),
+      mWatching(maxDescriptorCount),
+      mDeadlines(maxTimerCount),
+      mWatches(maxDescriptorCount),
+      mPolled(maxDescriptorCount) {}
 
 LoopTasks::~LoopTasks() = default;
 
 // Nobody else knows of it yet.
 bool LoopTasks::isWhole() const UTL_NO_THREAD_SAFETY_ANALYSIS {
-    return mQueue.capacity() == mMostTasks && mDelayed.capacity() == mMostTimers &&
-           mWatching.capacity() == mMostDescriptors && (mMostTimers == 0 || mDeadlines.isMade()) &&
-           (mMostDescriptors == 0 || mWatches.isMade()) && mPolled.isMade();
+    return mQueue.capacity() == mMaxTaskCount && mDelayed.capacity() == mMaxTimerCount &&
+           mWatching.capacity() == mMaxDescriptorCount &&
+           (mMaxTimerCount == 0 || mDeadlines.isMade()) &&
+           (mMaxDescriptorCount == 0 || mWatches.isMade()) && mPolled.isMade();
 }
 
 void LoopTasks::release() {
@@ -147,7 +148,7 @@ TaskHandle LoopTasks::watch(TaskType const& type, void* callable, int descriptor
         if (!mHasEnded && mWatches.insert({descriptor, events, place, task->generation})) {
             task->descriptor = descriptor;
             changeWatchesLocked();
-            return handleLocked(mMostTimers + place, *task);
+            return handleLocked(mMaxTimerCount + place, *task);
         }
     }
     putBack(mWatching, *task);
@@ -158,9 +159,9 @@ bool LoopTasks::cancel(std::uint32_t place, std::uint32_t generation) {
     if (!isOfThisProcess()) {
         return false;
     }
-    bool const isDelayed = place < mMostTimers;
+    bool const isDelayed = place < mMaxTimerCount;
     TaskTable& table = isDelayed ? mDelayed : mWatching;
-    auto const index = static_cast<std::uint32_t>(isDelayed ? place : place - mMostTimers);
+    auto const index = static_cast<std::uint32_t>(isDelayed ? place : place - mMaxTimerCount);
     KeptTask& task = table[index];
     {
         platform::MutexGuard const guard(mMutex);
@@ -259,8 +260,8 @@ unsigned long LoopTasks::waitingCount() const {
 bool LoopTasks::enter(LoopControl& control) {
     mControl = &control;
     mProcess = platform::processNumber();
-    mKernelTimer = mMostTimers != 0 ? control.timers().add(TIMER) : NO_KERNEL_TIMER;
-    return mMostTimers == 0 || mKernelTimer != NO_KERNEL_TIMER;
+    mKernelTimer = mMaxTimerCount != 0 ? control.timers().add(TIMER) : NO_KERNEL_TIMER;
+    return mMaxTimerCount == 0 || mKernelTimer != NO_KERNEL_TIMER;
 }
 
 // What a task has forked goes on in the child as the thread of nobody's loop.

@@ -38,7 +38,8 @@ namespace utl {
 class LoopTasks final : public LoopExtension {
 public:
     // With one reference, the caller's. Without memory it is not made whole.
-    LoopTasks(unsigned long mostTasks, unsigned long mostTimers, unsigned long mostDescriptors);
+    LoopTasks(unsigned long maxTaskCount, unsigned long maxTimerCount,
+              unsigned long maxDescriptorCount);
     bool isWhole() const;
 
     void retain() override { mReferences.fetch_add(1, std::memory_order_relaxed); }
@@ -55,8 +56,8 @@ public:
     // Any thread, as long as there is a reference: what TaskHandle does.
     bool cancel(std::uint32_t place, std::uint32_t generation);
 
-    unsigned long entryCount() const override { return mMostTasks; }
-    unsigned long timerCount() const override { return mMostTimers != 0 ? 1 : 0; }
+    unsigned long entryCount() const override { return mMaxTaskCount; }
+    unsigned long timerCount() const override { return mMaxTimerCount != 0 ? 1 : 0; }
     unsigned long queuedCount() const override { return mQueue.count(); }
     unsigned long waitingCount() const override;
 
@@ -101,9 +102,9 @@ private:
     unsigned long dropTable(TaskTable& table) UTL_EXCLUDES(mMutex);
 
     std::atomic<unsigned> mReferences{1};
-    unsigned long const mMostTasks;
-    unsigned long const mMostTimers;
-    unsigned long const mMostDescriptors;
+    unsigned long const mMaxTaskCount;
+    unsigned long const mMaxTimerCount;
+    unsigned long const mMaxDescriptorCount;
 
     // Written as the loop begins, before anybody else knows of it.
     LoopControl* mControl = nullptr;

@@ -13,7 +13,7 @@ class LoopThread final : public MsgDrivenThread {
 public:
     // Takes a reference of its own to `tasks`.
     LoopThread(LoopOptions const& options, LoopTasks& tasks)
-        : MsgDrivenThread(options.messageSize, options.mostMessages, options.name, 0, &tasks),
+        : MsgDrivenThread(options.maxMsgSize, options.maxMsgCount, options.name, 0, &tasks),
           mTasks(tasks) {}
 
     // Here already: the thread looks at what class this is until it has ended.

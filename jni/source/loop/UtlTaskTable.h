@@ -30,7 +30,7 @@ struct TaskRoom {
     void run(unsigned long told) { type->run(bytes, told); }
     void destroy() { type->destroy(bytes); }
 
-    alignas(std::max_align_t) unsigned char bytes[MOST_TASK_BYTES];
+    alignas(std::max_align_t) unsigned char bytes[MAX_TASK_BYTES];
     TaskType const* type;
 };
 

@@ -343,7 +343,7 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
     }
     std::memcpy(slot, &entry, sizeof entry);
     mEntries.put();
-    if (mEntries.mostCount() > mFigures.mostWaiting()) {
+    if (mEntries.mostCount() > mFigures.maxWaiting()) {
         mFigures.noteWaitingLocked(mEntries.countAgain());
     }
     return isHeard ? Posting::DONE : Posting::UNHEARD;

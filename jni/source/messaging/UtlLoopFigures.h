@@ -24,10 +24,10 @@ public:
 
     void countPostedLocked() { add(&mPosted, 1); }
     void countTakenBackLocked() { add(&mPosted, -1UL); }
-    unsigned long mostWaiting() const { return mMostWaiting.load(std::memory_order_relaxed); }
+    unsigned long maxWaiting() const { return mMaxWaiting.load(std::memory_order_relaxed); }
     void noteWaitingLocked(unsigned long waiting) {
-        if (waiting > mostWaiting()) {
-            mMostWaiting.store(waiting, std::memory_order_relaxed);
+        if (waiting > maxWaiting()) {
+            mMaxWaiting.store(waiting, std::memory_order_relaxed);
         }
     }
 
@@ -39,7 +39,7 @@ public:
     LoopStatistics read(unsigned long waiting) const {
         LoopStatistics statistics;
         statistics.waiting = waiting;
-        statistics.mostWaiting = mostWaiting();
+        statistics.maxWaiting = maxWaiting();
         statistics.posted = mPosted.load(std::memory_order_relaxed);
         statistics.refused = mRefused.load(std::memory_order_relaxed);
         statistics.handled = handled();
@@ -91,7 +91,7 @@ private:
 
     CacheDistance mBeforeSending;
     std::atomic<unsigned long> mPosted{0};
-    std::atomic<unsigned long> mMostWaiting{0};
+    std::atomic<unsigned long> mMaxWaiting{0};
     std::atomic<unsigned long> mRefused{0};
     CacheDistance mBehindSending;
 };

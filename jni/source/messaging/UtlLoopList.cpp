@@ -76,7 +76,7 @@ void LoopList::print(LineOutput& output) {
     for (Row row; copyNext(&row);) {
         LoopStatistics const& done = row.statistics;
         output.print("%10d, %-32s, %10lu, %10lu, %10lu, %10lu, %10lu, %10lu, %10lu, 0x%08x, ",
-                     row.threadId, row.name.text(), done.waiting, done.mostWaiting, done.posted,
+                     row.threadId, row.name.text(), done.waiting, done.maxWaiting, done.posted,
                      done.refused, done.handled, done.longestWaitMs, done.longestHandlerMs,
                      static_cast<unsigned>(done.longestHandlerId));
     }
