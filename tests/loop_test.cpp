@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -134,6 +135,17 @@ TEST_F(LoopTest, WhatIsFullLeavesTheTaskWithItsSender) {
     EXPECT_FALSE(loop->postAfter(0s, std::move(task)));
     task();
     EXPECT_EQ(Numbers{7}, order);
+
+    int const writeEnd = nextWriteEnd();
+    auto const deaf = Loop::make(options());
+    EXPECT_TRUE(comesTrue([&] { return isAsleep(deaf->thread().getId()); }));
+    int const kept = dup(writeEnd);
+    replaceByFull(writeEnd);
+    EXPECT_FALSE(deaf->post(std::move(task)));
+    dup2(kept, writeEnd);
+    close(kept);
+    task();
+    EXPECT_EQ((Numbers{7, 7}), order);
     EXPECT_EQ(TIMED_OUT, loop->stop(Rest::DROP, -1s).result);  // the shortest limit, not none
 }
 
@@ -401,6 +413,10 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         [](Own& own, auto destroy, int) { own->postAfter(0s, destroy); },
         [](Own& own, auto destroy, int) { own->every(1ms, destroy); },
         [](Own& own, auto destroy, int fd) { own->watch(fd, Loop::WRITABLE, destroy); },
+        [](Own& own, auto destroy, int) {
+            own->on<StructMsg<A, int>>([destroy](int) { destroy(); });
+            own->postMsg(StructMsg<A, int>(0));
+        },
     };
     for (auto const& way : ways) {
         Pair pair;
@@ -420,6 +436,19 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         EXPECT_TRUE(comesTrue([this] { return token.use_count() == 1; }));
         EXPECT_FALSE(handle->cancel());
     }
+}
+
+TEST_F(LoopTest, ItsDestructorDropsTheRestWhateverItsTasksAskFor) {
+    Loop* const raw = loop.get();
+    raw->post([this, raw] {
+        held.open();
+        EXPECT_TRUE(comesTrue([raw] { return raw->thread().hasRequestedStop(); }));
+        EXPECT_FALSE(raw->post([] {}) || raw->call([] {}));
+        raw->stop(Rest::RUN);
+    });
+    raw->post([one = token] { ADD_FAILURE() << "is run"; });
+    held.wait();
+    loop.reset();
 }
 
 // Whoever destroys it, the destructor of a task may call the loop.
@@ -494,6 +523,7 @@ TEST_F(LoopTest, HandlersByTypeAnswerAndATaskThatEndsItsLoopIsNotDropped) {
 TEST_F(LoopTest, AForkedChildHasNoLoop) {
     Pair pair;
     TaskHandle const waiting = loop->postAfter(1h, [one = token] {});
+    loop->on<StructMsg<A, int>>([one = token](int) {});
     auto const deny = [&] {
         EXPECT_FALSE(loop->post([] {}) || loop->postAfter(0s, [] {}) || waiting.cancel());
         EXPECT_FALSE(loop->watch(pair.ends[0], Loop::READABLE, [] {}));
@@ -504,6 +534,7 @@ TEST_F(LoopTest, AForkedChildHasNoLoop) {
         deny();
         EXPECT_FALSE(loop->call([] {}));
         loop.reset();
+        EXPECT_EQ(3, token.use_count());
     }));
 }
 
@@ -520,6 +551,20 @@ TEST_F(LoopTest, WithoutDescriptorsOrKernelTimersThereIsNone) {
         EXPECT_EQ(nullptr, Loop::make(options()));
         EXPECT_NE(nullptr, Loop::make(options(64, 0)));
     }
+}
+
+TEST_F(LoopTest, ItLooksAtTheClockItselfWhereItsKernelTimerIsRefused) {
+    std::optional<int> const id = loop->call([] { return ThreadManager::getCallerId(); });
+    for (int const timer : kernelTimersOf(*id)) {
+        syscall(SYS_timer_delete, timer);
+    }
+    EXPECT_FALSE(loop->postAfter(1h, [] {}));
+    Gate thrice;
+    int times = 0;
+    auto const count = [&] { ++times == 3 ? thrice.open() : void(); };
+    loop->call([&] { loop->every(1ms, count); });
+    EXPECT_TRUE(thrice.wait());
+    EXPECT_EQ(1u, log.count("<UTIL> ERR: MsgDrivenThread(loop) timer_settime SysTimerId:0x"));
 }
 
 // By a clock that the test moves.

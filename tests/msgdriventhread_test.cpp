@@ -354,12 +354,6 @@ TEST_F(MsgDrivenThreadTest, AHandlersSearchNeverChangesAnotherThreadsAnswer) {
 }
 
 // What every write into it refuses, and every read finds at its end.
-void replaceByFull(int end) {
-    int const full = open("/dev/full", O_RDWR | O_CLOEXEC);
-    dup2(full, end);
-    close(full);
-}
-
 TEST_F(MsgDrivenThreadTest, NoRequestHangsOrIsToldALieWhenTheThreadStopsOrItsPipeBreaks) {
     for (int round = 0; round < 80; ++round) {
         RunningStation station;
@@ -409,11 +403,16 @@ TEST_F(MsgDrivenThreadTest, AWriteThatFailsRefusesTheRequestAndDelaysNoLaterOne)
     replaceByFull(station.writeEnd);
     EXPECT_EQ(0, station->hasMsg(A) + station->sendMsgSync(SYNC) + station->eraseMsg(A));
     EXPECT_EQ(0, station->postMsg(A));
-    dup2(kept, station.writeEnd);
-    close(kept);
     EXPECT_EQ(4u, log.count("<UTIL> ERR: MsgDrivenThread(station) Error. write Ret:4294967295 "
                             "errno:28\r\n"));
     // The refused entries stay queued, but take nobody's wake-up.
+    while (!log.has("Overflow ThreadCtlMsgQueue")) {
+        EXPECT_EQ(0, station->hasMsg(A));
+    }
+    dup2(kept, station.writeEnd);
+    close(kept);
+    EXPECT_EQ(0, station->hasMsg(A)) << "there is no room, but the loop wakes for it";
+    EXPECT_TRUE(comesTrue([&] { return station->queuedEntriesForTesting() == 0; }));
     EXPECT_EQ(1, station->setTimer(HOUR, 0, 0, 0));
     EXPECT_EQ(0, station->stop(1, 0));
     EXPECT_EQ((Ids{B, LAST}), station.ids());

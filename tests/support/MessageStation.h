@@ -4,6 +4,7 @@
 #ifndef UTL_TESTS_MESSAGE_STATION_H
 #define UTL_TESTS_MESSAGE_STATION_H
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,6 +49,13 @@ inline int nextWriteEnd() {
         close(ends[1]);
     }
     return ends[1];
+}
+
+// From now on nothing can be written to it.
+inline void replaceByFull(int end) {
+    int const full = open("/dev/full", O_RDWR | O_CLOEXEC);
+    dup2(full, end);
+    close(full);
 }
 
 class Station : public utl::ThreadMsgListener {

@@ -105,7 +105,10 @@ int MsgDrivenThread::Loop::requestStop() {
 
 void MsgDrivenThread::Loop::close(Rest rest, std::uint64_t until) {
     closeIfOpen();
-    mRunsUntil.store(rest == Rest::RUN ? until : 0);
+    std::uint64_t seen = mRunsUntil.load();
+    while (seen != DROPPED &&
+           !mRunsUntil.compare_exchange_weak(seen, rest == Rest::RUN ? until : DROPPED)) {
+    }
 }
 
 void MsgDrivenThread::Loop::closeIfOpen() {
@@ -359,7 +362,7 @@ bool MsgDrivenThread::Loop::isOver() const {
 // Whether, although a stop was asked for, what was accepted is handled before.
 bool MsgDrivenThread::Loop::isWorkingOff() const {
     std::uint64_t const until = mRunsUntil.load();
-    if (until == 0 || mControl->count() == 0) {
+    if (until == LEFT || until == DROPPED || mControl->count() == 0) {
         return false;
     }
     bool const isLeft =

@@ -43,7 +43,8 @@ public:
     int requestStop();
 
     // From now on nothing is accepted; with Rest::RUN what was accepted is handled before the loop
-    // stops, but no message begins after `until` in nanoseconds.
+    // stops, but no message begins after `until` in nanoseconds; unless somebody asks for
+    // Rest::DROP.
     void close(Rest rest, std::uint64_t until);
     void closeIfOpen();
 
@@ -80,6 +81,10 @@ public:
 private:
     enum class Step { NEXT, STOPPED, BROKEN };
     enum class Queuing { DONE, TOO_LARGE, NO_ROOM, NO_CTL_ROOM, UNHEARD };
+
+    // Of what is queued when the loop stops, instead of a moment until which it is handled.
+    static constexpr std::uint64_t LEFT = 0;
+    static constexpr std::uint64_t DROPPED = 1;  // for good
 
     // What another thread asks for; the argument is an id, or the address of a Call.
     enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER, CALL };
@@ -155,7 +160,7 @@ private:
     int mNextUserTimerId UTL_GUARDED_BY(mControl->mutex()) = 1;
 
     // Of a stop; what it was when somebody closed.
-    std::atomic<std::uint64_t> mRunsUntil{0};  // 0: what is queued is left
+    std::atomic<std::uint64_t> mRunsUntil{LEFT};
     std::atomic<unsigned long> mHandledBefore{0};
 
     // What a request comes with, and what it is answered with: the asking thread's while it has the
