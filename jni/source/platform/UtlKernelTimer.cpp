@@ -39,8 +39,8 @@ constexpr long SET_TIME = sizeof(time_t) == 8 ? SYS_timer_settime64 : SYS_timer_
 constexpr long SET_TIME = SYS_timer_settime;
 #endif
 
-bool setTime(int kernelId, itimerspec const& schedule) {
-    return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+bool setTime(int kernelId, itimerspec const& schedule, int flags = 0) {
+    return syscall(SET_TIME, kernelId, flags, &schedule, nullptr) == 0;
 }
 
 // What the kernel refuses is left to it.
@@ -128,15 +128,14 @@ bool armTimerAt(int kernelId, std::uint64_t moment) {
     if (time != nullptr && time->armTimer(kernelId, moment, 0)) {
         return setTime(kernelId, {});
     }
-    constexpr std::uint64_t SECOND = 1000000000;
     constexpr std::uint64_t LAST_SECOND = std::numeric_limits<std::int32_t>::max();
     itimerspec schedule = {};
-    schedule.it_value.tv_sec = static_cast<time_t>(std::min(moment / SECOND, LAST_SECOND));
-    schedule.it_value.tv_nsec = static_cast<long>(moment % SECOND);
+    schedule.it_value.tv_sec = static_cast<time_t>(std::min(moment / NANOSECONDS_PER_SECOND, LAST_SECOND));
+    schedule.it_value.tv_nsec = static_cast<long>(moment % NANOSECONDS_PER_SECOND);
     if (moment == 0) {
         schedule.it_value.tv_nsec = 1;  // 0 would keep it still
     }
-    return syscall(SET_TIME, kernelId, TIMER_ABSTIME, &schedule, nullptr) == 0;
+    return setTime(kernelId, schedule, TIMER_ABSTIME);
 }
 
 bool deleteTimer(int kernelId) {

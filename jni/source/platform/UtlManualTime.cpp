@@ -21,8 +21,6 @@ namespace platform {
 
 namespace {
 
-constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1000 * NANOSECONDS_PER_MILLISECOND;
-
 // Numbers each use, here and in the processes that this one is a child of: who was counted in one
 // is not counted in another.
 unsigned uses = 0;
