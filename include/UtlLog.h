@@ -64,7 +64,7 @@ struct LogRecord {
     int type;
     int level;                  // LEVEL_ERROR to LEVEL_DEBUG
     std::string_view tag;       // what setLogTag() has set; "UtlMemory" for the heap accounting
-    std::string_view typeName;  // as it was registered
+    std::string_view typeName;  // as it was registered; empty for rawlog()
     std::string_view text;      // without name, prefix and line end
 };
 

@@ -120,11 +120,11 @@ TEST(LogSinkDeathTest, EachMessageIsALineOnStandardErrorUntilTheProcessHasEnded)
                     shown("debug ",
                           "name \u00E9,\\\\xC2\\\\x9B,\\\\xE3\\\\x81,\\\\xED\\\\xA0\\\\x80,"
                           "\\\\xF4\\\\x90\\\\x80\\\\x80,100%s") +
-                    shown("detail", "name 0{252}\\.\\.\\.") +
+                    shown("detail", "0{252}\\.\\.\\.") +
                     shown("detail", "<UTIL> MsgDrivenThread sigaction  success:[0-9]+") +
                     shown("info  ", "by a thread", "\u65E5\u672C\u8A9E\u540D\u524D") +
-                    shown("detail", "<UTIL> exit handler") +
-                    shown("detail", "<UTIL> static destructor") + '$');
+                    shown("detail", "<UTIL> exit handler") + shown("detail", "static destructor") +
+                    '$');
 }
 
 // What standard error may be besides a pipe: each is made as pipe() makes one.
@@ -421,7 +421,7 @@ TEST(LogSinkTest, LibraryTellsDetailsOnceItIsAskedTo) {
             rawlog(-2, utl::LEVEL_INFORMATION, "shown");
             ask();
             rawlog(-2, utl::LEVEL_DETAIL, "shown too");
-            expectNext(reader, line("info  ", "<UTIL> shown") + line("detail", "<UTIL> shown too"));
+            expectNext(reader, line("info  ", "shown") + line("detail", "shown too"));
             EXPECT_EQ(0u, lostLogLines());
         }));
     }
