@@ -33,7 +33,8 @@
 // The next line that gets through is preceded by one that ends in "lines lost: " and their number.
 //
 // A sink, and an __android_log_print of the program's own, is called with the log locked: it must
-// call nothing of this library, wait for nobody who logs and return.
+// wait for nobody who logs, return, and call nothing of this library. A sink may log, though, but
+// into no File.
 
 #ifndef UTL_LOG_H
 #define UTL_LOG_H
