@@ -22,7 +22,8 @@
 //
 // Lines go to the program's sink (setLogSink), or else through the function __android_log_print:
 // Android's, or on Linux the library's, unless the program defines it itself. That one prints each
-// message as one line on standard error, control characters and what is no UTF-8 made visible:
+// message as one line on standard error, control characters and what is no UTF-8 made visible, and
+// the dumps of the heap accounting as the lines that they have:
 //
 //     2026-03-01 12:30:05.250 error  harbour(4711) [net loop] <NET> connect to pier failed
 //

@@ -27,6 +27,7 @@
 
 #include "UtlFile.h"
 #include "UtlLog.h"
+#include "UtlMemory.h"
 
 #include "support/FakeClock.h"
 #include "support/Gate.h"
@@ -188,9 +189,9 @@ void expectNext(int reader, std::string const& expected) {
     EXPECT_EQ(expected, std::regex_replace(text, std::regex(TIME), SOME_TIME));
 }
 
-std::string line(std::string const& level, std::string const& text) {
-    return SOME_TIME + (' ' + level) + " (" + std::to_string(getpid()) + ") [logsink_test] " +
-           text + '\n';
+std::string line(std::string const& level, std::string const& text, std::string const& tag = "") {
+    return SOME_TIME + (' ' + level + ' ' + tag) + '(' + std::to_string(getpid()) +
+           ") [logsink_test] " + text + '\n';
 }
 
 // Runs `work` with the reading end, in a process whose standard error this is.
@@ -425,6 +426,14 @@ TEST(LogSinkTest, LibraryTellsDetailsOnceItIsAskedTo) {
             EXPECT_EQ(0u, lostLogLines());
         }));
     }
+}
+
+TEST(LogSinkTest, DumpsOfTheHeapAreTheLinesThatTheyHave) {
+    EXPECT_TRUE(withStandardError(pipe, [&](int reader) {
+        utl::Memory::get()->printMessage(1, -1, "head\n  column\t%s\n", "\x1B");
+        expectNext(reader, line("info  ", "head", "UtlMemory") +
+                               line("info  ", "  column\\t\\x1B", "UtlMemory"));
+    }));
 }
 
 }  // namespace

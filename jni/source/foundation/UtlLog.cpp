@@ -134,7 +134,7 @@ bool LogLine::admit(int type, int level, char const* format) {
     if (nameLength == NONE || format == nullptr) {
         return false;
     }
-    mOutput = {type, clamped, nullptr, mText, {mText, nameLength, mText, true}};
+    mOutput = {type, clamped, nullptr, mText, {mText, nameLength, mText}};
     return true;
 }
 
