@@ -22,7 +22,8 @@
 //
 // Lines go to the program's sink (setLogSink), or else through the function __android_log_print:
 // Android's, or on Linux the library's, unless the program defines it itself. That one prints each
-// message as one line on standard error, control characters and what is no UTF-8 made visible:
+// message as one line on standard error, control characters and what is no UTF-8 made visible, and
+// the dumps of the heap accounting as the lines that they have:
 //
 //     2026-03-01 12:30:05.250 error  harbour(4711) [net loop] <NET> connect to pier failed
 //
@@ -33,7 +34,8 @@
 // The next line that gets through is preceded by one that ends in "lines lost: " and their number.
 //
 // A sink, and an __android_log_print of the program's own, is called with the log locked: it must
-// call nothing of this library, wait for nobody who logs and return.
+// wait for nobody who logs, return, and call nothing of this library. A sink may log, though, but
+// into no File.
 
 #ifndef UTL_LOG_H
 #define UTL_LOG_H
@@ -64,7 +66,7 @@ struct LogRecord {
     int type;
     int level;                  // LEVEL_ERROR to LEVEL_DEBUG
     std::string_view tag;       // what setLogTag() has set; "UtlMemory" for the heap accounting
-    std::string_view typeName;  // as it was registered
+    std::string_view typeName;  // as it was registered; empty for rawlog()
     std::string_view text;      // without name, prefix and line end
 };
 

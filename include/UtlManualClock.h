@@ -60,7 +60,7 @@ public:
     // Whether it has taken the kernel's place.
     explicit operator bool() const { return mTime != nullptr; }
 
-    // How far it was moved.
+    // How far it was moved. After almost 292 years it stands still.
     std::chrono::nanoseconds now() const;
 
     // Moves it on, from one thing that is due to the next: at the moment of each the timer expires

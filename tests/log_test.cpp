@@ -209,6 +209,7 @@ TEST_F(LogTest, OwnSinkIsGivenWhatLinesAreMadeOf) {
     setLogSink(keepRecord, &records);
     applog(TYPE, utl::LEVEL_ERROR, "%s\n", "an error");
     rawlog(UNREGISTERED_TYPE, utl::LEVEL_INFORMATION, "raw\r\n");
+    rawlog(TYPE, utl::LEVEL_DETAIL, "no name");
     applog(utl::LIBRARY_LOG, utl::LEVEL_DETAIL, "%0300d", 0);
     utl::Memory::get()->printMessage(1, -1, "heap\n");
     EXPECT_EQ(lost + 1, lostLogLines());
@@ -219,10 +220,10 @@ TEST_F(LogTest, OwnSinkIsGivenWhatLinesAreMadeOf) {
     }));
     setLogSink(nullptr, nullptr);
     applog(TYPE, 3, "as before");
-    EXPECT_EQ((Lines{"130 1 TAG <T> |an error", "99 2 TAG |raw",
+    EXPECT_EQ((Lines{"130 1 TAG <T> |an error", "99 2 TAG |raw", "130 3 TAG |no name",
                      "-2 3 TAG <UTIL> |" + std::string(238, '0') + "...", "-2 2 UtlMemory |heap"}),
               records);
-    EXPECT_EQ(4u, log.count("by the sink"));
+    EXPECT_EQ(5u, log.count("by the sink"));
     EXPECT_EQ("<T> DTL: as before\r\n", log.all().back().text);
 }
 

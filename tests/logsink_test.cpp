@@ -27,6 +27,7 @@
 
 #include "UtlFile.h"
 #include "UtlLog.h"
+#include "UtlMemory.h"
 
 #include "support/FakeClock.h"
 #include "support/Gate.h"
@@ -120,11 +121,11 @@ TEST(LogSinkDeathTest, EachMessageIsALineOnStandardErrorUntilTheProcessHasEnded)
                     shown("debug ",
                           "name \u00E9,\\\\xC2\\\\x9B,\\\\xE3\\\\x81,\\\\xED\\\\xA0\\\\x80,"
                           "\\\\xF4\\\\x90\\\\x80\\\\x80,100%s") +
-                    shown("detail", "name 0{252}\\.\\.\\.") +
+                    shown("detail", "0{252}\\.\\.\\.") +
                     shown("detail", "<UTIL> MsgDrivenThread sigaction  success:[0-9]+") +
                     shown("info  ", "by a thread", "\u65E5\u672C\u8A9E\u540D\u524D") +
-                    shown("detail", "<UTIL> exit handler") +
-                    shown("detail", "<UTIL> static destructor") + '$');
+                    shown("detail", "<UTIL> exit handler") + shown("detail", "static destructor") +
+                    '$');
 }
 
 // What standard error may be besides a pipe: each is made as pipe() makes one.
@@ -188,9 +189,9 @@ void expectNext(int reader, std::string const& expected) {
     EXPECT_EQ(expected, std::regex_replace(text, std::regex(TIME), SOME_TIME));
 }
 
-std::string line(std::string const& level, std::string const& text) {
-    return SOME_TIME + (' ' + level) + " (" + std::to_string(getpid()) + ") [logsink_test] " +
-           text + '\n';
+std::string line(std::string const& level, std::string const& text, std::string const& tag = "") {
+    return SOME_TIME + (' ' + level + ' ' + tag) + '(' + std::to_string(getpid()) +
+           ") [logsink_test] " + text + '\n';
 }
 
 // Runs `work` with the reading end, in a process whose standard error this is.
@@ -421,10 +422,18 @@ TEST(LogSinkTest, LibraryTellsDetailsOnceItIsAskedTo) {
             rawlog(-2, utl::LEVEL_INFORMATION, "shown");
             ask();
             rawlog(-2, utl::LEVEL_DETAIL, "shown too");
-            expectNext(reader, line("info  ", "<UTIL> shown") + line("detail", "<UTIL> shown too"));
+            expectNext(reader, line("info  ", "shown") + line("detail", "shown too"));
             EXPECT_EQ(0u, lostLogLines());
         }));
     }
+}
+
+TEST(LogSinkTest, DumpsOfTheHeapAreTheLinesThatTheyHave) {
+    EXPECT_TRUE(withStandardError(pipe, [&](int reader) {
+        utl::Memory::get()->printMessage(1, -1, "head\n  column\t%s\n", "\x1B");
+        expectNext(reader, line("info  ", "head", "UtlMemory") +
+                               line("info  ", "  column\\t\\x1B", "UtlMemory"));
+    }));
 }
 
 }  // namespace

@@ -5,12 +5,16 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "UtlEvent.h"
+#include "UtlLoop.h"
 #include "UtlThreadManager.h"
 #include "UtlTimepiece.h"
 
@@ -22,6 +26,7 @@ namespace utl {
 namespace {
 
 using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 using namespace test;
 
 using ManualClockTest = ManualTimeTest;
@@ -150,6 +155,53 @@ TEST_F(KernelClockTest, WhatOutlastsAManualClockIsReleasedOrStandsStill) {
     EXPECT_TRUE(unlimited.comesToAnEnd());
     EXPECT_EQ(0, station.count(EXPIRY));
     EXPECT_TRUE(station->setTimer(1, 0, 1, REARMED) == 2 && station.waitFor(EXPIRY));
+}
+
+// What it posts is due, or done, while the clock looks for the next thing that is.
+TEST_F(ManualClockTest, AThreadOfTheProgramMayPostWhileItMoves) {
+    std::unique_ptr<Loop> const loop = Loop::make(LoopOptions());
+    ASSERT_NE(nullptr, loop);
+    std::atomic<unsigned> posted{0};
+    std::thread poster([&] {
+        for (; posted < 5000; ++posted) {
+            loop->call([] {});
+            loop->postAfter(std::chrono::microseconds(posted % 50), [] {});
+        }
+    });
+    while (posted < 5000) {
+        clock.advance(std::chrono::microseconds(20));
+    }
+    poster.join();
+    EXPECT_EQ(0u, log.count("Waiting"));
+}
+
+TEST_F(ManualClockTest, AWatchedDescriptorThatIsClosedHoldsNobodyUp) {
+    std::unique_ptr<Loop> const loop = Loop::make(LoopOptions());
+    int ends[2];
+    ASSERT_TRUE(loop != nullptr && pipe(ends) == 0);
+    unsigned seen = 0;
+    ScopedTask const watch =
+        loop->watch(ends[0], Loop::READABLE, [&](unsigned events) { seen += events; });
+    clock.settle();
+    close(ends[0]);
+    pass(HOUR);
+    EXPECT_TRUE(loop->post([] {}));  // the loop looks once more
+    clock.settle();
+    EXPECT_EQ(+Loop::CLOSED, seen);
+    close(ends[1]);
+}
+
+TEST_F(ManualClockTest, StandsStillAtTheEndOfTime) {
+    clock.advance(nanoseconds::max());
+    nanoseconds const last = clock.now();
+    EXPECT_LT(std::chrono::hours(24 * 365 * 291), last);
+    RunningStation station;
+    EXPECT_EQ(1, station->setTimer(1, 0, 1, REARMED));
+    pass(1);
+    clock.jump(milliseconds(1));
+    EXPECT_FALSE(clock.advanceToNext());
+    EXPECT_EQ(last, clock.now());
+    EXPECT_EQ(0, station.count(EXPIRY));
 }
 
 }  // namespace

@@ -153,6 +153,15 @@ class Header:
         self.members.append(Member(path, name, kind, path[-1].access))
 
 
+def uses(other, member, header):
+    """Whether the code in `other` uses a private member that `header` declares. Other classes have
+    nested ones of the same name: outside the header that counts with its owner's alone."""
+    owner = member.path[-1].name
+    if member.kind == "class" and other is not header:
+        return re.search(rf"\b{owner}::{member.name}\b", other.code)
+    return re.search(rf"\b{owner}\b", other.text) and re.search(rf"\b{member.name}\b", other.code)
+
+
 def patterns():
     headers = [Header(path) for path in sorted((ROOT / "include").glob("*.h"))]
     for header in headers:
@@ -163,10 +172,7 @@ def patterns():
             key = (*[scope.name for scope in member.path], member.name)
             if member.access != "private" or key in others:
                 continue
-            owner = member.path[-1].name
-            is_used = any(re.search(rf"\b{member.name}\b", other.code) for other in headers
-                          if re.search(rf"\b{owner}\b", other.text))
-            if not is_used:
+            if not any(uses(other, member, header) for other in headers):
                 private[member.pattern()] = None
         yield from private
 

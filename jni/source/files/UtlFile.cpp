@@ -160,6 +160,7 @@ int File::open(int mode, int access) {
         return 0;
     }
     mOpenedForWrite = access != READ;
+    mForks = LineBuffer::followForks();  // a child that is made from here on shares the position
     if (access == READ) {
         return mode != EMPTY && isThere && hold(openLocked(path, O_RDONLY, LOCK_SH), mode);
     }
@@ -175,7 +176,6 @@ int File::hold(int descriptor, int mode) {
         return 0;
     }
     mOwesDirectorySync = mOwesDirectorySync || mOpenedForWrite != 0;
-    mForks = LineBuffer::followForks();
     return 1;
 }
 

@@ -134,7 +134,7 @@ bool LogLine::admit(int type, int level, char const* format) {
     if (nameLength == NONE || format == nullptr) {
         return false;
     }
-    mOutput = {type, clamped, nullptr, mText, {mText, nameLength, mText, true}};
+    mOutput = {type, clamped, nullptr, mText, {mText, nameLength, mText}};
     return true;
 }
 
@@ -157,7 +157,8 @@ void LogLine::compose(char const* format, va_list arguments) {
 }
 
 void LogLine::composeRaw(char const* format, va_list arguments) {
-    char* const text = mText + mOutput.message.nameLength + 1;
+    mOutput.message.nameLength = 0;
+    char* const text = mText + 1;
     mOutput.line = mOutput.message.text = text;
     int const length = vsnprintf(text, SIZE, format, arguments);
     if (length < 0 || static_cast<unsigned long>(length) >= SIZE) {

@@ -50,7 +50,8 @@ private:
     static constexpr unsigned long SIZE = 256;
 
     LogOutput mOutput;
-    // The type's name and what comes behind it, or behind a 0, which is the text of a raw line.
+    // The type's name and what comes behind it. The text of a raw line leaves one byte before it,
+    // for the end of no name.
     char mText[LOG_NAME_SIZE + SIZE];
 };
 

@@ -40,7 +40,7 @@ void DumpOutput::printList(char const* format, va_list arguments) {
     if (mIsLogged) {
         char noName[] = "";
         LogOutput output = {
-            LIBRARY_LOG, LEVEL_INFORMATION, LOG_TAG, message, {noName, 0, message, true}};
+            LIBRARY_LOG, LEVEL_INFORMATION, LOG_TAG, message, {noName, 0, message, true, true}};
         writeToLog(output);
     }
     if (mDescriptor != Descriptor::NO_DESCRIPTOR &&

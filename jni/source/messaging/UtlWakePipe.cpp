@@ -2,6 +2,8 @@
 
 #include <errno.h>
 
+#include <cstddef>
+
 #include "platform/UtlFileSystem.h"
 
 namespace utl {

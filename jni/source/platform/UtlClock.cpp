@@ -35,7 +35,7 @@ bool readKernelNanoseconds(std::uint64_t* now) {
     if (clock_gettime(CLOCK_MONOTONIC, &time) != 0) {
         return false;
     }
-    *now = static_cast<std::uint64_t>(time.tv_sec) * 1000000000u +
+    *now = static_cast<std::uint64_t>(time.tv_sec) * NANOSECONDS_PER_SECOND +
            static_cast<std::uint64_t>(time.tv_nsec);
     return true;
 }

@@ -12,6 +12,7 @@ namespace platform {
 constexpr std::uint32_t NO_TICK = 0xFFFFFFFFu;
 
 constexpr std::uint64_t NANOSECONDS_PER_MILLISECOND = 1000000;
+constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1000 * NANOSECONDS_PER_MILLISECOND;
 
 // Nanoseconds on the monotonic clock. Async-signal-safe. False with errno when it cannot be read.
 bool readMonotonicNanoseconds(std::uint64_t* now);

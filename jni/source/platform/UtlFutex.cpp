@@ -17,8 +17,6 @@ namespace platform {
 
 namespace {
 
-constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1000000000;
-
 constexpr std::uint32_t ALL_CHANNELS = UINT32_MAX;
 constexpr int EVERYBODY = INT32_MAX;
 

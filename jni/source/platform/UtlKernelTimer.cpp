@@ -39,18 +39,24 @@ constexpr long SET_TIME = sizeof(time_t) == 8 ? SYS_timer_settime64 : SYS_timer_
 constexpr long SET_TIME = SYS_timer_settime;
 #endif
 
-bool setTime(int kernelId, itimerspec const& schedule) {
-    return syscall(SET_TIME, kernelId, 0, &schedule, nullptr) == 0;
+bool setTime(int kernelId, itimerspec const& schedule, int flags = 0) {
+    return syscall(SET_TIME, kernelId, flags, &schedule, nullptr) == 0;
+}
+
+// The kernel forgets what the timer did before first: the new moment may be let expire as soon as
+// it is known, and that signal must arrive.
+bool armManually(ManualTime& time, int kernelId, std::uint64_t moment, std::uint64_t interval) {
+    return setTime(kernelId, {}) && time.armTimer(kernelId, moment, interval);
 }
 
 // What the kernel refuses is left to it.
 bool armManually(ManualTime& time, int kernelId, std::int32_t intervalMs) {
     if (intervalMs <= 0) {
-        return intervalMs == 0 && time.armTimer(kernelId, NO_LIMIT, 0);
+        return intervalMs == 0 && armManually(time, kernelId, NO_LIMIT, 0);
     }
     std::uint64_t const interval =
         static_cast<std::uint64_t>(intervalMs) * NANOSECONDS_PER_MILLISECOND;
-    return time.armTimer(kernelId, time.now() + interval, interval);
+    return armManually(time, kernelId, time.now() + interval, interval);
 }
 
 bool deleteInKernel(int kernelId) {
@@ -108,7 +114,7 @@ int createTimer(int signal, int value) {
 bool armTimer(int kernelId, std::int32_t intervalMs) {
     ManualTime* const time = ManualTime::inUse();
     if (time != nullptr && armManually(*time, kernelId, intervalMs)) {
-        return setTime(kernelId, {});
+        return true;
     }
     itimerspec schedule;
     schedule.it_interval.tv_sec = intervalMs / 1000;
@@ -125,18 +131,18 @@ bool expireTimerNow(int kernelId) {
 
 bool armTimerAt(int kernelId, std::uint64_t moment) {
     ManualTime* const time = ManualTime::inUse();
-    if (time != nullptr && time->armTimer(kernelId, moment, 0)) {
-        return setTime(kernelId, {});
+    if (time != nullptr && armManually(*time, kernelId, moment, 0)) {
+        return true;
     }
-    constexpr std::uint64_t SECOND = 1000000000;
     constexpr std::uint64_t LAST_SECOND = std::numeric_limits<std::int32_t>::max();
     itimerspec schedule = {};
-    schedule.it_value.tv_sec = static_cast<time_t>(std::min(moment / SECOND, LAST_SECOND));
-    schedule.it_value.tv_nsec = static_cast<long>(moment % SECOND);
+    schedule.it_value.tv_sec =
+        static_cast<time_t>(std::min(moment / NANOSECONDS_PER_SECOND, LAST_SECOND));
+    schedule.it_value.tv_nsec = static_cast<long>(moment % NANOSECONDS_PER_SECOND);
     if (moment == 0) {
         schedule.it_value.tv_nsec = 1;  // 0 would keep it still
     }
-    return syscall(SET_TIME, kernelId, TIMER_ABSTIME, &schedule, nullptr) == 0;
+    return setTime(kernelId, schedule, TIMER_ABSTIME);
 }
 
 bool deleteTimer(int kernelId) {

@@ -34,13 +34,14 @@ void shutSignalOut(int signal);
 int createTimer(int signal, int value);
 
 // Lets the timer expire every `intervalMs` milliseconds, first after one interval, whatever it did
-// before. 0 keeps it still; the kernel refuses a negative one. False with errno. Async-signal-safe.
+// before. 0 keeps it still; the kernel refuses a negative one. False with errno.
 bool armTimer(int kernelId, std::int32_t intervalMs);
 
 // Lets the timer expire once, at `moment` on the monotonic clock in nanoseconds, or at once if that
 // is over, whatever it did before. A moment that the kernel's type cannot hold becomes an earlier
 // one. False with errno.
 bool armTimerAt(int kernelId, std::uint64_t moment);
+
 // Lets it expire at once, and not again. False with errno.
 bool expireTimerNow(int kernelId);
 

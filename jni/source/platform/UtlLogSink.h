@@ -33,8 +33,9 @@ constexpr int LOG_PRIORITY_WARN = 5;
 struct LogMessage {
     char* typeName;  // not ended by 0
     unsigned long nameLength;
-    char* text;    // with the line end
-    bool isShown;  // false: for Android's log only
+    char* text;             // with the line end
+    bool isShown = true;    // false: for Android's log only
+    bool hasLines = false;  // line feeds inside begin another one
 };
 inline constexpr char LINE_FORMAT[] = "%s";
 

@@ -77,20 +77,48 @@ bool reportLostLines(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
     return true;
 }
 
-// Names are registered with a blank at their end or without.
-void appendMessage(LogText& line, LogMessage const& message) {
-    std::string_view const registered(message.typeName, message.nameLength);
-    std::string_view const name = registered.substr(0, registered.find_last_not_of(' ') + 1);
+// How many bytes got through, or -1.
+int writeLine(int priority, char const* tag, std::string_view name, std::string_view text)
+    UTL_REQUIRES(utl::platform::logSinkLock) {
+    if (!reportLostLines(tag)) {
+        ++output.lostLines;
+        return -1;
+    }
+    LogText line(priority, tag, output.process);
     line.append(name);
     line.append(name.empty() ? "" : " ");
-    line.append(utl::platform::withoutLineEnd(message.text));
+    line.append(text);
+    line.end();
+    if (!writeWhole(line.text())) {
+        ++output.lostLines;
+        return -1;
+    }
+    return static_cast<int>(line.text().size());
+}
+
+// Names are registered with a blank at their end or without. What comes behind a line that is lost
+// is not tried.
+int writeMessage(int priority, char const* tag, LogMessage const& message)
+    UTL_REQUIRES(utl::platform::logSinkLock) {
+    std::string_view const registered(message.typeName, message.nameLength);
+    std::string_view const name = registered.substr(0, registered.find_last_not_of(' ') + 1);
+    std::string_view text = utl::platform::withoutLineEnd(message.text);
+    std::size_t feed;
+    while (message.hasLines && (feed = text.find('\n')) != text.npos) {
+        if (writeLine(priority, tag, name, text.substr(0, feed)) == -1) {
+            return -1;
+        }
+        text.remove_prefix(feed + 1);
+    }
+    return writeLine(priority, tag, name, text);
 }
 
 // Of somebody else who logs.
-void appendFormatted(LogText& line, char const* format, va_list arguments) {
+int writeFormatted(int priority, char const* tag, char const* format, va_list arguments)
+    UTL_REQUIRES(utl::platform::logSinkLock) {
     char text[1024] = "";
     vsnprintf(text, sizeof text, format, arguments);
-    line.append(utl::platform::withoutLineEnd(text));
+    return writeLine(priority, tag, "", utl::platform::withoutLineEnd(text));
 }
 
 int write(int priority, char const* tag, LogMessage const* message, char const* format,
@@ -102,22 +130,8 @@ int write(int priority, char const* tag, LogMessage const* message, char const* 
         output.process = process;
         output.lostLines = 0;
     }
-    if (!reportLostLines(tag)) {
-        ++output.lostLines;
-        return -1;
-    }
-    LogText line(priority, tag, process);
-    if (message != nullptr) {
-        appendMessage(line, *message);
-    } else {
-        appendFormatted(line, format, arguments);
-    }
-    line.end();
-    if (!writeWhole(line.text())) {
-        ++output.lostLines;
-        return -1;
-    }
-    return static_cast<int>(line.text().size());
+    return message != nullptr ? writeMessage(priority, tag, *message)
+                              : writeFormatted(priority, tag, format, arguments);
 }
 
 }  // namespace

@@ -14,14 +14,13 @@
 #include "platform/UtlFork.h"
 #include "platform/UtlKernelThread.h"
 #include "platform/UtlKernelTimer.h"
+#include "platform/UtlPipe.h"
 #include "platform/UtlThreadLocal.h"
 
 namespace utl {
 namespace platform {
 
 namespace {
-
-constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1000 * NANOSECONDS_PER_MILLISECOND;
 
 // Numbers each use, here and in the processes that this one is a child of: who was counted in one
 // is not counted in another.
@@ -83,7 +82,8 @@ struct ManualTime::DescriptorWait {
     bool isOver() const {
         for (nfds_t i = 0; i < count; ++i) {
             pollfd asked = {descriptors[i].fd, descriptors[i].events, 0};
-            if (poll(&asked, 1, 0) != 0) {
+            // Of one that was closed the wait itself hears nothing: it holds the file.
+            if (pollDescriptors(&asked, 1, 0) > 0 && (asked.revents & POLLNVAL) == 0) {
                 return true;
             }
         }
@@ -154,9 +154,12 @@ int ManualTime::awaitRest(int patienceS) {
     clock_gettime(CLOCK_REALTIME, &end);
     end.tv_sec += patienceS;
     Lock lock(*this);
-    while (atWorkLocked() != 0 && lock.awaitUntil(&mWorkChanged, end)) {
+    int atWork;
+    bool isInTime = true;
+    while ((atWork = atWorkLocked()) != 0 && isInTime) {
+        isInTime = lock.awaitUntil(&mWorkChanged, end);
     }
-    return atWorkLocked();
+    return atWork;
 }
 
 bool ManualTime::step(std::uint64_t target) {
@@ -184,10 +187,6 @@ bool ManualTime::step(std::uint64_t target) {
     awaitHandler();
     endSleepOf(threadId, last);
     return true;
-}
-
-void ManualTime::jump(std::uint64_t nanoseconds) {
-    mNow.store(now() + nanoseconds);
 }
 
 std::uint64_t ManualTime::nextDue() const {
@@ -226,7 +225,12 @@ void ManualTime::sleep(std::uint64_t nanoseconds) {
     waitLocked(&lock, nullptr, 0, now() + nanoseconds);
 }
 
+// Who finds something at once stays at work; also one that is closed, which nobody else can tell.
 int ManualTime::awaitDescriptors(pollfd* descriptors, nfds_t count) {
+    int ready = pollDescriptors(descriptors, count, 0);
+    if (ready != 0) {
+        return ready;
+    }
     DescriptorWait wait;
     wait.descriptors = descriptors;
     wait.count = count;
@@ -236,10 +240,7 @@ int ManualTime::awaitDescriptors(pollfd* descriptors, nfds_t count) {
         push(&mDescriptorWaits, &wait);
         changeWorkLocked(wait.use, -1);
     }
-    int ready;
-    do {
-        ready = poll(descriptors, count, -1);
-    } while (ready == -1 && errno == EINTR);
+    ready = pollDescriptors(descriptors, count, -1);
     ErrnoGuard const guard;
     Lock const lock(*this);
     drop(&mDescriptorWaits, &wait);

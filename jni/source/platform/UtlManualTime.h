@@ -52,8 +52,8 @@ public:
     // `target`.
     bool step(std::uint64_t target);
 
-    // When nobody is: goes on, and lets nothing happen.
-    void jump(std::uint64_t nanoseconds);
+    // When nobody is: goes on to `moment`, and lets nothing happen.
+    void jump(std::uint64_t moment) { mNow.store(moment); }
 
     // The next moment at which something is due, or NO_LIMIT.
     std::uint64_t nextDue() const;

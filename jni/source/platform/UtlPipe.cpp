@@ -26,15 +26,19 @@ bool openPipe(PipeEnds* ends) {
     return true;
 }
 
+int pollDescriptors(pollfd* descriptors, nfds_t count, int timeoutMs) {
+    int ready;
+    do {
+        ready = poll(descriptors, count, timeoutMs);
+    } while (ready == -1 && errno == EINTR);
+    return ready;
+}
+
 int awaitDescriptors(pollfd* descriptors, nfds_t count) {
     if (ManualTime* const time = ManualTime::inUse()) {
         return time->awaitDescriptors(descriptors, count);
     }
-    int ready;
-    do {
-        ready = poll(descriptors, count, -1);
-    } while (ready == -1 && errno == EINTR);
-    return ready;
+    return pollDescriptors(descriptors, count, -1);
 }
 
 int lookAtDescriptors(pollfd* descriptors, nfds_t count, int limitMs) {

@@ -17,7 +17,10 @@ struct PipeEnds {
 // with errno, and nothing open.
 bool openPipe(PipeEnds* ends);
 
-// poll() without a limit, which goes on after a signal.
+// poll() which goes on after a signal: with a timeout of 0, or of -1 for no limit.
+int pollDescriptors(pollfd* descriptors, nfds_t count, int timeoutMs);
+
+// The same without a limit, which a ManualClock knows of.
 int awaitDescriptors(pollfd* descriptors, nfds_t count);
 
 // poll() for so many milliseconds of the kernel's time, or until a signal.

@@ -1,5 +1,6 @@
 #include "UtlManualClock.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "UtlLog.h"
@@ -18,6 +19,9 @@ using std::chrono::nanoseconds;
 // Longer than a listener works.
 constexpr int PATIENCE_S = 10;
 
+// What is due any length of time after it still has a number of its own.
+constexpr std::uint64_t LAST_MOMENT = INT64_MAX;
+
 // The watchdog's timer, and those of the threads, would go on by the kernel's clock.
 ManualTime* takeOver() {
     bool const isFirst = ThreadManager::getIfCreated() == nullptr;
@@ -33,6 +37,10 @@ void awaitRest(ManualTime& time) {
     while (int const atWork = time.awaitRest(PATIENCE_S)) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "ManualClock Waiting. Threads at work:%d", atWork);
     }
+}
+
+std::uint64_t momentAfter(ManualTime const& time, nanoseconds duration) {
+    return std::min(time.now() + static_cast<std::uint64_t>(duration.count()), LAST_MOMENT);
 }
 
 void advanceTo(ManualTime& time, std::uint64_t target) {
@@ -62,7 +70,7 @@ void ManualClock::settle() {
 
 void ManualClock::advance(nanoseconds duration) {
     if (isMovable() && duration.count() >= 0) {
-        advanceTo(*mTime, mTime->now() + static_cast<std::uint64_t>(duration.count()));
+        advanceTo(*mTime, momentAfter(*mTime, duration));
     }
 }
 
@@ -72,7 +80,7 @@ bool ManualClock::advanceToNext() {
     }
     awaitRest(*mTime);
     std::uint64_t const next = mTime->nextDue();
-    if (next == platform::NO_LIMIT) {
+    if (next > LAST_MOMENT) {
         return false;
     }
     advanceTo(*mTime, next);
@@ -82,7 +90,7 @@ bool ManualClock::advanceToNext() {
 void ManualClock::jump(nanoseconds duration) {
     if (isMovable() && duration.count() >= 0) {
         awaitRest(*mTime);
-        mTime->jump(static_cast<std::uint64_t>(duration.count()));
+        mTime->jump(momentAfter(*mTime, duration));
     }
 }
 
