@@ -312,7 +312,8 @@ bool LoopTasks::executeTurn() {
     return mLooksForDue || mPolled.hasReady();
 }
 
-// False when nothing is due; the kernel timer is armed for what comes next, then.
+// False when nothing is due; the kernel timer is armed for what comes next, then: with a little
+// more, where that is near, which spares tasks in a dense row an expiry each.
 bool LoopTasks::executeDue() {
     if (!mLooksForDue) {
         return false;
@@ -345,7 +346,7 @@ KeptTask* LoopTasks::takeDueLocked(unsigned long* missed) {
     if (due > mNow) {
         mLooksForDue = false;
         if (due < mArmedFor) {
-            armKernelTimerLocked(due);
+            armKernelTimerLocked(std::max(due, mNow + platform::sleepSlack()));
         }
         return nullptr;
     }

@@ -79,6 +79,11 @@ std::uint32_t kernelTick() {
     return readKernelTick(&tick) ? tick : NO_TICK;
 }
 
+std::uint64_t sleepSlack() {
+    constexpr std::uint64_t USUAL = 50000;
+    return ManualTime::inUse() != nullptr ? 0 : USUAL;
+}
+
 void sleepFor(unsigned long milliseconds) {
     if (ManualTime* const time = ManualTime::inUse()) {
         time->sleep(std::min<std::uint64_t>(milliseconds, LONGEST_SLEEP_MS) *

@@ -34,6 +34,11 @@ std::uint32_t coarseTick();
 bool readKernelNanoseconds(std::uint64_t* now);
 std::uint32_t kernelTick();
 
+// By how many nanoseconds a thread may sleep longer than it asked for: Linux gives every thread a
+// slack of 50 us unless it wants another (prctl(2), PR_SET_TIMERSLACK). None by a clock that is
+// moved by hand.
+std::uint64_t sleepSlack();
+
 // Blocks the calling thread for `milliseconds`, or until a signal handler has run.
 void sleepFor(unsigned long milliseconds);
 
