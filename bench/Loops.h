@@ -6,6 +6,7 @@
 
 #include <benchmark/benchmark.h>
 #include <poll.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,9 +16,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -465,10 +468,39 @@ void post(benchmark::State& state, long senders) {
     state.SetItemsProcessed(posted);
 }
 
+// While this lives the calling thread is on the first processor, and the others of the process, as
+// many as there are, are with it or on the last one. Left to the system, where a thread is woken
+// changes from run to run, and with it how long that takes: two microseconds or sixty.
+class Placement {
+public:
+    explicit Placement(bool isTogether) {
+        sched_getaffinity(0, sizeof mBefore, &mBefore);
+        long const last = sysconf(_SC_NPROCESSORS_ONLN) - 1;
+        for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            place(std::stoi(task.path().filename()), isTogether ? 0 : last);
+        }
+        place(0, 0);
+    }
+    ~Placement() { sched_setaffinity(0, sizeof mBefore, &mBefore); }
+    Placement(Placement const&) = delete;
+    Placement& operator=(Placement const&) = delete;
+
+private:
+    static void place(pid_t thread, long processor) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(static_cast<unsigned>(processor), &set);
+        sched_setaffinity(thread, sizeof set, &set);
+    }
+
+    cpu_set_t mBefore;
+};
+
 // One iteration is the median of many; the 99th of a hundred stands beside it.
 template <typename Measure>
-void latency(benchmark::State& state, Measure measure) {
+void latency(benchmark::State& state, bool isTogether, Measure measure) {
     constexpr int SAMPLES = 2000;
+    Placement const placement(isTogether);
     double late = 0;
     for (auto _ : state) {
         std::vector<std::int64_t> times;
@@ -483,14 +515,26 @@ void latency(benchmark::State& state, Measure measure) {
 }
 
 template <typename Loop>
-void roundTrip(benchmark::State& state) {
+void roundTrip(benchmark::State& state, bool isTogether) {
     Loop loop;
     typename Loop::Sender sender(loop);
-    latency(state, [&] {
+    latency(state, isTogether, [&] {
         std::int64_t const begin = now();
         sender.send();
         return now() - begin;
     });
+}
+
+// Registers `run` twice: between two processors, and on one.
+inline void registerLatency(std::string const& row, char const* contender,
+                            void (*run)(benchmark::State&, bool)) {
+    for (bool const isTogether : {false, true}) {
+        std::string const name = row + (isTogether ? ", one processor/" : "/") + contender;
+        benchmark::RegisterBenchmark(name.c_str(), run, isTogether)
+            ->UseManualTime()
+            ->Iterations(1)
+            ->Unit(benchmark::kMicrosecond);
+    }
 }
 
 }  // namespace bench

@@ -260,11 +260,11 @@ void delayMany(benchmark::State& state) {
 }
 
 template <typename Loop>
-void echo(benchmark::State& state) {
+void echo(benchmark::State& state, bool isTogether) {
     Echo echo;
     Loop loop;
     loop.echo(echo);
-    latency(state, [&] {
+    latency(state, isTogether, [&] {
         std::int64_t const begin = now();
         echo.ask();
         return now() - begin;
@@ -288,10 +288,7 @@ void registerPosting() {
 
 template <typename Loop>
 void registerCall() {
-    benchmark::RegisterBenchmark(row("call round trip", Loop::NAME).c_str(), roundTrip<Loop>)
-        ->UseManualTime()
-        ->Iterations(1)
-        ->Unit(benchmark::kMicrosecond);
+    registerLatency("loop/call round trip", Loop::NAME, roundTrip<Loop>);
 }
 
 template <typename Loop>
@@ -299,10 +296,7 @@ void registerOthers() {
     benchmark::RegisterBenchmark(row("10000 delayed posts", Loop::NAME).c_str(), delayMany<Loop>)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark(row("echo through watch", Loop::NAME).c_str(), echo<Loop>)
-        ->UseManualTime()
-        ->Iterations(1)
-        ->Unit(benchmark::kMicrosecond);
+    registerLatency("loop/echo through watch", Loop::NAME, echo<Loop>);
 }
 
 }  // namespace

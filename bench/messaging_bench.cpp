@@ -19,12 +19,12 @@ namespace {
 using namespace bench;
 
 template <typename Loop>
-void wakeUp(benchmark::State& state) {
+void wakeUp(benchmark::State& state, bool isTogether) {
     Loop loop;
     loop.measuresArrival = true;
     typename Loop::Sender sender(loop);
     long posted = 0;
-    latency(state, [&] {
+    latency(state, isTogether, [&] {
         std::this_thread::sleep_for(std::chrono::microseconds(60));  // the loop is asleep again
         std::int64_t const begin = now();
         sender.post();
@@ -73,20 +73,12 @@ void registerPosting() {
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond);
     }
-    benchmark::RegisterBenchmark((std::string("messaging/wake-up/") + Loop::NAME).c_str(),
-                                 wakeUp<Loop>)
-        ->UseManualTime()
-        ->Iterations(1)
-        ->Unit(benchmark::kMicrosecond);
+    registerLatency("messaging/wake-up", Loop::NAME, wakeUp<Loop>);
 }
 
 template <typename Loop>
 void registerRoundTrip() {
-    benchmark::RegisterBenchmark((std::string("messaging/synchronous send/") + Loop::NAME).c_str(),
-                                 roundTrip<Loop>)
-        ->UseManualTime()
-        ->Iterations(1)
-        ->Unit(benchmark::kMicrosecond);
+    registerLatency("messaging/synchronous send", Loop::NAME, roundTrip<Loop>);
 }
 
 }  // namespace
