@@ -34,7 +34,7 @@ public:
         std::atomic<std::uint32_t>& mInside;
     };
 
-    // For visits that never wait for the thread that calls this.
+    // One thread at a time. For visits that never wait for it.
     void awaitNone() {
         while ((mInside.load() & ~IS_AWAITED) != 0) {
             std::uint32_t const inside = mInside.fetch_or(IS_AWAITED) | IS_AWAITED;
@@ -42,9 +42,7 @@ public:
                 platform::sleepOnWord(mInside, inside);
             }
         }
-        if ((mInside.fetch_and(~IS_AWAITED) & IS_AWAITED) != 0) {
-            platform::wakeSleeper(&mInside);  // who awaits the same
-        }
+        mInside.fetch_and(~IS_AWAITED);
     }
 
     // When it is certain that nobody is inside, whatever the count says.

@@ -115,7 +115,8 @@ void LoopTasks::takeBackLocked(TaskRoom& room, void* callable) {
 
 TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t delay,
                             std::int64_t period) {
-    std::uint64_t const due = platform::monotonicNanoseconds() + static_cast<std::uint64_t>(delay);
+    std::uint64_t const now = platform::monotonicNanoseconds();
+    std::uint64_t const due = now + static_cast<std::uint64_t>(delay);
     KeptTask* const task = isTakingTasks() ? take(mDelayed, type, callable) : nullptr;
     if (task == nullptr) {
         return TaskHandle();
@@ -124,7 +125,7 @@ TaskHandle LoopTasks::delay(TaskType const& type, void* callable, std::int64_t d
     task->period = static_cast<std::uint64_t>(period);
     {
         platform::MutexGuard const guard(mMutex);
-        if (!mHasEnded && armLocked(due)) {
+        if (!mHasEnded && armLocked(due, now)) {
             mDeadlines.insert(due, mDelayed.placeOf(*task));
             mOnceCount += period == 0 ? 1 : 0;
             return handleLocked(mDelayed.placeOf(*task), *task);
@@ -228,8 +229,13 @@ void LoopTasks::endWatchLocked(KeptTask& task) {
     changeWatchesLocked();
 }
 
-// Whether the loop will look at the clock in time.
-bool LoopTasks::armLocked(std::uint64_t due) {
+// Whether the loop will look at the clock in time. Where it should have done that already, its
+// expiry is under way, or has been lost, and is made good.
+bool LoopTasks::armLocked(std::uint64_t due, std::uint64_t now) {
+    if (mArmedFor <= now) {
+        mArmedFor = NEVER;
+        due = mDeadlines.isEmpty() ? due : std::min(due, mDeadlines.first().due);
+    }
     if (due >= mArmedFor) {
         return true;
     }
@@ -249,6 +255,9 @@ bool LoopTasks::armKernelTimerLocked(std::uint64_t due) {
     }
     mIsTimerRefused.store(!isArmed);
     mArmedFor = isArmed ? due : NEVER;
+    if (!isArmed && !isLoopThread()) {
+        mControl->nudge();  // it has to look by itself
+    }
     return isArmed;
 }
 
@@ -345,6 +354,7 @@ KeptTask* LoopTasks::takeDueLocked(unsigned long* missed) {
     }
     if (due > mNow) {
         mLooksForDue = false;
+        mArmedFor = mArmedFor <= mNow ? NEVER : mArmedFor;  // that expiry has been lost
         if (due < mArmedFor) {
             armKernelTimerLocked(std::max(due, mNow + platform::sleepSlack()));
         }

@@ -87,7 +87,7 @@ private:
     TaskHandle handleLocked(unsigned long place, KeptTask& task) UTL_REQUIRES(mMutex);
     void changeWatchesLocked() UTL_REQUIRES(mMutex);
     void endWatchLocked(KeptTask& task) UTL_REQUIRES(mMutex);
-    bool armLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
+    bool armLocked(std::uint64_t due, std::uint64_t now) UTL_REQUIRES(mMutex);
     bool armKernelTimerLocked(std::uint64_t due) UTL_REQUIRES(mMutex);
 
     template <typename Code>

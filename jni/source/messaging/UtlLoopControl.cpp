@@ -109,9 +109,8 @@ bool LoopControl::Asking::await() {
     return mLoop.mIsServed;
 }
 
-// For a loop that is not awake. Whether there is a word, or a bell that will see to it.
-bool LoopControl::wakeLocked(Entry const& entry, Bell* bell) {
-    unsigned const sleep = mSleep.load(std::memory_order_relaxed);
+// For a loop that was found in this sleep. Whether there is a word, or a bell that will see to it.
+bool LoopControl::wakeLocked(unsigned sleep, Entry const& entry, Bell* bell) {
     if (bell != nullptr && !isRinging(sleep)) {
         bell->mLoop = this;
         bell->mWord = entry;
@@ -162,7 +161,7 @@ void LoopControl::leaveThread() {
 }
 
 void LoopControl::nudge() {
-    mPipe.wake({static_cast<std::int32_t>(CTL_SERVICE), -1});
+    write({static_cast<std::int32_t>(CTL_SERVICE), -1});
 }
 
 bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension* extension) {

@@ -286,7 +286,7 @@ private:
 
     bool isReallyAsked(Request* request) UTL_EXCLUDES(mMutex);
     static bool isRinging(unsigned sleep) { return sleep % 2 != 0; }
-    bool wakeLocked(Entry const& entry, Bell* bell) UTL_REQUIRES(mMutex);
+    bool wakeLocked(unsigned sleep, Entry const& entry, Bell* bell) UTL_REQUIRES(mMutex);
     bool wake(Bell const& bell);
     unsigned nextSleepLocked() UTL_REQUIRES(mMutex);
     bool write(Entry const& word);
@@ -333,8 +333,9 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
     unsigned char* const slot = mEntries.end();
     // First the word, but for that of a bell: nothing that the loop may have taken already needs to
     // be taken back. Where no word got into the pipe until the queue was full, one is tried still.
-    bool const isHeard = mSleep.load(std::memory_order_relaxed) == AWAKE ||
-                         wakeLocked(entry, slot != nullptr ? bell : nullptr);
+    unsigned const sleep = mSleep.load(std::memory_order_relaxed);
+    bool const isHeard =
+        sleep == AWAKE || wakeLocked(sleep, entry, slot != nullptr ? bell : nullptr);
     if (slot == nullptr) {
         return Posting::FULL;
     }
