@@ -29,7 +29,7 @@ void wakeUp(benchmark::State& state, bool isTogether) {
         std::int64_t const begin = now();
         sender.post();
         loop.await(++posted);
-        return loop.arrivedAt.load(std::memory_order_relaxed) - begin;
+        return loop.arrivedAt() - begin;
     });
 }
 

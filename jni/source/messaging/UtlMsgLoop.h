@@ -150,6 +150,7 @@ private:
     std::unique_ptr<LoopExtension, ExtensionRelease> const mExtension;
     std::unique_ptr<LoopControl> const mControl;
 
+    CacheDistance mBeforeSending;
     BorrowedRecord mSendMsg UTL_GUARDED_BY(mControl->mutex());
     // Of a message that finds no slot.
     ThreadRawMsg mRefusedMsg UTL_GUARDED_BY(mControl->mutex());
