@@ -342,7 +342,10 @@ LoopControl::Posting LoopControl::postLocked(Entry const& entry, Publish publish
     if (isHeard) {
         publish();
     }
-    std::memcpy(slot, &entry, sizeof entry);
+    // One by one, as they were made: read back as a whole they would be waited for, and with them
+    // all that was stored before.
+    std::memcpy(slot, &entry.id, sizeof entry.id);
+    std::memcpy(slot + sizeof entry.id, &entry.parameter, sizeof entry.parameter);
     mEntries.put();
     if (mEntries.mostCount() > mFigures.maxWaiting()) {
         mFigures.noteWaitingLocked(mEntries.countAgain());

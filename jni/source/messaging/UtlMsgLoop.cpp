@@ -166,8 +166,9 @@ MsgDrivenThread::Loop::Queuing MsgDrivenThread::Loop::queueLocked(Msg const& msg
                                                                   std::int32_t stamp,
                                                                   LoopControl::Bell* bell) {
     unsigned char* const slot = mDataQueue.end();
-    mSendMsg.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
-    if (!store(msg, &mSendMsg)) {
+    BorrowedRecord record;
+    record.attach(slot != nullptr ? slot : mRefusedMsg.buffer(), mSlotSize);
+    if (!store(msg, &record)) {
         return Queuing::TOO_LARGE;
     }
     if (slot == nullptr) {

@@ -151,7 +151,6 @@ private:
     std::unique_ptr<LoopControl> const mControl;
 
     CacheDistance mBeforeSending;
-    BorrowedRecord mSendMsg UTL_GUARDED_BY(mControl->mutex());
     // Of a message that finds no slot.
     ThreadRawMsg mRefusedMsg UTL_GUARDED_BY(mControl->mutex());
     std::atomic<unsigned> mOverflowedAt{~0u};  // what mDelivered was when one last found none
