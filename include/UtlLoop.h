@@ -17,7 +17,8 @@
 // in turn, so that none of them keeps another waiting; what one thread posts is done in its order.
 //
 // Tasks run on the loop's thread with no lock held and may do with the loop whatever they like,
-// destroy it too: it ends when they have returned. They must return: one that throws, or ends its
+// destroy it too: it ends when they have returned. Have them know it by reference: a unique_ptr is
+// empty already while the loop ends. They must return: one that throws, or ends its
 // thread, ends the process with a line that names the loop. A task is destroyed once: after it has
 // run, by who takes it back, or on the loop's thread when the loop ends. Its move constructor may
 // not ask anything of a loop.

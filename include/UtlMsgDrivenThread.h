@@ -51,7 +51,7 @@ struct StopResult {
 };
 
 // What a thread has had to do since it was made, and how it managed. Times in milliseconds, as the
-// kernel's tick lets them be seen: 1 to 10 at a time.
+// kernel's tick lets them be seen: 1 to 10 at a time. Counts go back to 0 behind their largest.
 struct LoopStatistics {
     static constexpr long NOTHING = -1;
     static constexpr long TASK = 0;  // of a Loop; a timer's message has its own id, 1
@@ -59,7 +59,7 @@ struct LoopStatistics {
     unsigned long waiting = 0;     // what is queued now: messages, tasks, expiries and requests
     unsigned long maxWaiting = 0;  // as many as ever were at once
     unsigned long posted = 0;      // messages and tasks that were accepted
-    unsigned long refused = 0;     // that were not, for want of room
+    unsigned long refused = 0;     // that were not: no room, too large, no word to the thread
     unsigned long handled = 0;     // that were begun, delayed tasks as well
     unsigned long longestWaitMs = 0;
     unsigned long longestHandlerMs = 0;
@@ -188,7 +188,7 @@ public:
 
     // Stops and forgets a timer; an expiry that is queued still arrives. With `noWait` 0 it blocks
     // until that is done. 0 when it is unknown, which on the thread itself counts as done.
-    int killTimer(int userId, int noWait);
+    int killTimer(int userId, int noWait = 0);
 
     // Always counted. Of a thread that has ended too; all of it 0 without memory.
     LoopStatistics statistics() const;

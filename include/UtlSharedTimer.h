@@ -1,9 +1,9 @@
 // A thread that runs any number of millisecond timers and calls their listeners, one after the
 // other, when they expire.
 //
-//     SharedTimer timers(0, 0, nullptr, 8, "timers");  // not watched, up to 8 timers
+//     SharedTimer timers("timers", 8);  // up to 8 timers
 //     int const id = timers.addTimer(&poller, 500ms);
-//     timers.start(id, 0);
+//     timers.start(id);
 //     ...
 //     timers.destroy();
 
@@ -55,6 +55,10 @@ public:
                 WatchdogTimerListener* watchdogListener, unsigned long maxTimerCount,
                 char const* threadName);
 
+    // The same, without the watchdog.
+    SharedTimer(char const* threadName, unsigned long maxTimerCount)
+        : SharedTimer(0, 0, nullptr, maxTimerCount, threadName) {}
+
     // As destroy(). A derived class that overrides onTime() calls destroy() in its own destructor.
     ~SharedTimer() override;
     SharedTimer(SharedTimer const&) = delete;
@@ -74,22 +78,22 @@ public:
 
     // True also for a timer that runs already. False for an unknown one, and when it cannot be
     // started.
-    bool start(int timerId, int noWait);
+    bool start(int timerId, int noWait = 0);
 
     // True also for a timer that does not run. With `noWait` 0 no call of its listener is under way
     // or begins afterwards. False for an unknown timer.
-    bool stop(int timerId, int noWait);
+    bool stop(int timerId, int noWait = 0);
 
     // Stops the timer if it runs, and starts it.
-    bool restart(int timerId, int noWait);
+    bool restart(int timerId, int noWait = 0);
 
     // All timers, in ascending order of their ids.
-    void startAll(int noWait);
-    void stopAll(int noWait);
-    void restartAll(int noWait);
+    void startAll(int noWait = 0);
+    void stopAll(int noWait = 0);
+    void restartAll(int noWait = 0);
 
     // Stops and forgets a timer. False for an unknown one.
-    bool eraseTimer(int timerId, int noWait);
+    bool eraseTimer(int timerId, int noWait = 0);
 
     // Takes effect at the timer's next expiry or start. False for an unknown one.
     bool setInterval(int timerId, unsigned long intervalMs);

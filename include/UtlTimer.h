@@ -6,7 +6,7 @@
 //
 //     Blinker blinker;
 //     Timer timer(&blinker, 500ms, "blinker");
-//     timer.start(0);
+//     timer.start();
 //     ...
 //     timer.destroy();
 
@@ -58,9 +58,9 @@ public:
     Timer& operator=(Timer const&) = delete;
 
     // As in SharedTimer, for this one timer.
-    bool start(int noWait);
-    bool stop(int noWait);
-    bool restart(int noWait);
+    bool start(int noWait = 0);
+    bool stop(int noWait = 0);
+    bool restart(int noWait = 0);
     bool setInterval(unsigned long intervalMs);
     bool setInterval(Duration interval) { return setInterval(interval.atLeastOne()); }
     unsigned long getInterval() const;

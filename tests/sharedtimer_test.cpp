@@ -383,7 +383,7 @@ TEST_F(SharedTimerTest, AListenerRulesItsTimersWhileOthersWaitForTheThread) {
 TEST_F(KernelSharedTimerTest, WithoutAPipeThereAreNoTimers) {
     SharedTimer const withPipe(0, 0, nullptr, 1, "shared");
     std::optional<NoDescriptors> limit(std::in_place);
-    SharedTimer timers(0, 0, nullptr, 1, "shared");
+    SharedTimer timers("shared", 1);
     limit.reset();
     EXPECT_TRUE(log.has("<UTIL> ERR: SharedTimerThread(shared) pipe errno:24\r\n"));
     EXPECT_EQ(-1, timers.addTimer(nullptr, 1, 0, REARMED));

@@ -129,14 +129,14 @@ void run(Options const& options, bool endsWhenDone, sigset_t const& endSignals, 
     Collector collector(inbox, shelf, report);
     Worker worker(collector.channel(), options.stalls);
     Reader reader(inbox, worker.channel());
-    utl::SharedTimer timers(0, 0, nullptr, 1, "look timer");
+    utl::SharedTimer timers("look timer", 1);
     inbox.onTime(0);
     if (!collector.listen() || !worker.listen() ||
         collector.thread().start(&collector, watched(FILE_ALIVE_TIME, alarm)) != 0 ||
         worker.thread().start(&worker, watched(Worker::ALIVE_TIME, alarm)) != 0 ||
         !collector.startProgress(worker.channel()) ||
         reader.thread().start(watched(FILE_ALIVE_TIME, alarm)) != 0 ||
-        !timers.start(timers.addTimer(&inbox, 100ms), 0)) {
+        !timers.start(timers.addTimer(&inbox, 100ms))) {
         report.fail("cannot start its threads; the log tells why");
     }
 

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "platform/UtlCancellation.h"
@@ -96,6 +97,10 @@ int writeLine(int priority, char const* tag, std::string_view name, std::string_
     return static_cast<int>(line.text().size());
 }
 
+unsigned countLines(std::string_view text) {
+    return static_cast<unsigned>(std::count(text.begin(), text.end(), '\n')) + 1;
+}
+
 // Names are registered with a blank at their end or without. What comes behind a line that is lost
 // is not tried.
 int writeMessage(int priority, char const* tag, LogMessage const& message)
@@ -105,10 +110,12 @@ int writeMessage(int priority, char const* tag, LogMessage const& message)
     std::string_view text = utl::platform::withoutLineEnd(message.text);
     std::size_t feed;
     while (message.hasLines && (feed = text.find('\n')) != text.npos) {
-        if (writeLine(priority, tag, name, text.substr(0, feed)) == -1) {
+        bool const isWritten = writeLine(priority, tag, name, text.substr(0, feed)) != -1;
+        text.remove_prefix(feed + 1);
+        if (!isWritten) {
+            output.lostLines += countLines(text);
             return -1;
         }
-        text.remove_prefix(feed + 1);
     }
     return writeLine(priority, tag, name, text);
 }
