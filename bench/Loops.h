@@ -292,6 +292,7 @@ public:
         uv_async_init(&mLoop, &mWake, [](uv_async_t* wake) {
             auto& self = *static_cast<Uv*>(wake->data);
             self.drain();
+            self.answer();
             if (self.mIsOver) {
                 uv_close(reinterpret_cast<uv_handle_t*>(wake), nullptr);
             }
@@ -308,7 +309,27 @@ public:
 
     bool post(Payload const& payload) { return mRing.put(payload) && uv_async_send(&mWake) == 0; }
 
+    void send(Payload const& payload) {
+        Question question{payload, {}};
+        mQuestion = &question;
+        uv_async_send(&mWake);
+        question.answer.get_future().wait();
+    }
+
 private:
+    struct Question {
+        Payload const& payload;
+        std::promise<void> answer;
+    };
+
+    void answer() {
+        if (Question* const question = mQuestion.exchange(nullptr)) {
+            handle(question->payload);
+            question->answer.set_value();
+        }
+    }
+
+    std::atomic<Question*> mQuestion{nullptr};
     uv_loop_t mLoop;
     uv_async_t mWake;
     std::atomic<bool> mIsOver{false};
@@ -391,10 +412,31 @@ public:
         return true;
     }
 
+    void send(Payload const& payload) {
+        Question question{*this, payload, {}};
+        invoke(
+            [](gpointer asked) {
+                auto& asking = *static_cast<Question*>(asked);
+                asking.loop.handle(asking.payload);
+                asking.answer.set_value();
+                return G_SOURCE_REMOVE;
+            },
+            &question);
+        question.answer.get_future().wait();
+    }
+
+protected:
+    GMainContext* context() const { return mContext; }
+
 private:
     struct Task {
         Glib& loop;
         Payload payload;
+    };
+    struct Question {
+        Glib& loop;
+        Payload const& payload;
+        std::promise<void> answer;
     };
 
     // A source of its own, so that what is posted is handled in order.

@@ -15,6 +15,10 @@
 #include <thread>
 #include <vector>
 
+#ifdef UTL_BENCH_GLIB
+#include <glib-unix.h>
+#endif
+
 #include "Loops.h"
 #include "UtlLog.h"
 #include "UtlLoop.h"
@@ -238,6 +242,46 @@ private:
 };
 #endif
 
+#ifdef UTL_BENCH_GLIB
+class GlibLoop : public Glib {
+public:
+    ~GlibLoop() {
+        if (mWatch != nullptr) {
+            g_source_destroy(mWatch);
+            g_source_unref(mWatch);
+        }
+    }
+
+    // From outside, which GLib allows.
+    void delayMany(Runs& runs) {
+        for (unsigned long i = 0; i < DELAYED; ++i) {
+            GSource* const source = g_timeout_source_new(static_cast<guint>(delayOf(i)));
+            g_source_set_callback(
+                source,
+                [](gpointer all) {
+                    static_cast<Runs*>(all)->add();
+                    return G_SOURCE_REMOVE;
+                },
+                &runs, nullptr);
+            g_source_attach(source, context());
+            g_source_unref(source);
+        }
+    }
+    void echo(Echo& echo) {
+        mWatch = g_unix_fd_source_new(echo.ends[0], G_IO_IN);
+        GUnixFDSourceFunc const answer = [](gint, GIOCondition, gpointer echoed) -> gboolean {
+            static_cast<Echo*>(echoed)->answer();
+            return G_SOURCE_CONTINUE;
+        };
+        g_source_set_callback(mWatch, G_SOURCE_FUNC(answer), &echo, nullptr);
+        g_source_attach(mWatch, context());
+    }
+
+private:
+    GSource* mWatch = nullptr;
+};
+#endif
+
 // ---- the rows
 
 std::int64_t processTime() {
@@ -309,6 +353,7 @@ int main(int argc, char** argv) {
     registerOthers<UtlLoop>();
 #ifdef UTL_BENCH_UV
     registerPosting<Uv>();
+    registerCall<Uv>();
     registerOthers<UvLoop>();
 #endif
 #ifdef UTL_BENCH_BOOST
@@ -318,6 +363,8 @@ int main(int argc, char** argv) {
 #endif
 #ifdef UTL_BENCH_GLIB
     registerPosting<Glib>();
+    registerCall<Glib>();
+    registerOthers<GlibLoop>();
 #endif
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
