@@ -99,9 +99,10 @@ public:
     }
 
     // Has the loop call `question` before all that is queued, blocks until it has, and returns what
-    // it returned: in a std::optional, or true where that is void. Empty, or false, when the loop
-    // was asked to stop, and, logged, when the wait would close a circle of loops that wait for
-    // each other: it was not called then. On the loop's own thread it is called at once.
+    // it returned: in a std::optional, or true where that is void. Also while the loop is stopping;
+    // empty, or false, when it has ended, none of its tasks being under way then. Empty, and
+    // logged, when the wait would close a circle of loops that wait for each other. It was not
+    // called then. On the loop's own thread it is called at once.
     template <typename Question>
     auto call(Question&& question);
 

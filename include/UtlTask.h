@@ -87,9 +87,10 @@ public:
     // No call of the task begins once this has returned, on whatever thread; one that the loop has
     // taken up is under way, though its first line may still be to come, and is not waited for, as
     // nobody else is: where that matters, cancel on the loop's thread, as in
-    // loop.call([&] { handle.cancel(); }). True: it was taken back. False: it has begun for the
-    // only time, was cancelled before, or the loop has ended. What was taken back is destroyed
-    // here, or, where a call is under way, when that returns.
+    // loop.call([&] { handle.cancel(); }): when that has returned, none is under way. True: it was
+    // taken back. False: it has begun for the only time, was cancelled before, or the loop has
+    // ended. What was taken back is destroyed here, or, where a call is under way, when that
+    // returns.
     bool cancel() const;
 
 private:

@@ -168,6 +168,26 @@ TEST_F(LoopTest, ACallOvertakesAndBringsItsAnswer) {
     EXPECT_FALSE(loop->call([] {}));
 }
 
+// Its entry is in the loop's hand by then.
+TEST_F(LoopTest, ACallMayEraseTheMessageWhoseTurnItIs) {
+    loop->on<StructMsg<A, int>>([this](int number) { order.push_back(number); });
+    loop->on<StructMsg<B, int>>([this](int number) { order.push_back(number); });
+    hold();
+    loop->postMsg(StructMsg<A, int>(1));
+    loop->postMsg(StructMsg<B, int>(2));
+    auto const erased = inThread([this] {
+        return loop->call([this] {
+            loop->thread().eraseMsg(A);
+            loop->postMsg(StructMsg<A, int>(3));
+        });
+    });
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().queuedEntriesForTesting() == 3; }));
+    released.open();
+    erased.wait();
+    EXPECT_EQ(0u, loop->stop(Rest::RUN).dropped);
+    EXPECT_EQ((Numbers{2, 3}), order);
+}
+
 TEST_F(LoopTest, WhatWasTakenBackIsGoneAndItsHandleMeansNothingElse) {
     std::optional<TaskHandle> handle = loop->postAfter(1h, [one = token] {});
     TaskHandle const copy = *handle;
@@ -377,10 +397,13 @@ TEST_P(LoopStopTest, RunsTheRestOrDropsIt) {
     loop->every(1h, [one = token] {});
     auto stopped = inThread([this] { return loop->stop(GetParam(), 1h); });
     EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
-    EXPECT_FALSE(loop->post([] {}) || loop->postAfter(0s, [] {}) || loop->call([] {}));
+    EXPECT_FALSE(loop->post([] {}) || loop->postAfter(0s, [] {}));
+    auto called = inThread([this] { return loop->call([] {}); });
+    EXPECT_TRUE(comesTrue([this] { return loop->thread().queuedEntriesForTesting() == 12; }));
     released.open();
     StopResult const result = stopped.get();
     unsigned long const run = GetParam() == Rest::RUN ? 10 : 0;
+    EXPECT_EQ(GetParam() == Rest::RUN, called.get());
     EXPECT_EQ(REACHED, result.result);
     EXPECT_EQ(run, ran);
     EXPECT_EQ(run, result.ran);
@@ -443,7 +466,8 @@ TEST_F(LoopTest, ItsDestructorDropsTheRestWhateverItsTasksAskFor) {
     raw->post([this, raw] {
         held.open();
         EXPECT_TRUE(comesTrue([raw] { return raw->thread().hasRequestedStop(); }));
-        EXPECT_FALSE(raw->post([] {}) || raw->call([] {}));
+        EXPECT_FALSE(raw->post([] {}));
+        EXPECT_TRUE(raw->call([] {}));
         raw->stop(Rest::RUN);
     });
     raw->post([one = token] { ADD_FAILURE() << "is run"; });
@@ -466,8 +490,8 @@ TEST_F(LoopTest, ADestructorMayCallTheLoop) {
     loop->postAfter(1h, task());
     auto const stopped = inThread([this] { return loop->stop(Rest::DROP).result; });
     EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
-    EXPECT_TRUE(takenBack.cancel());
     released.open();
+    takenBack.cancel();
     stopped.wait();
     EXPECT_EQ(9, refused);
 }

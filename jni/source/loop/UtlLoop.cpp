@@ -28,7 +28,7 @@ bool LoopThread::begin(LoopOptions const& options) {
 }
 
 bool LoopThread::call(void (*function)(void* context), void* context) {
-    return isServing() && !hasRequestedStop() && mLoop->call(function, context);
+    return isServing() && mLoop->call(function, context);
 }
 
 // The circle that the one may find makes the other wait for ever, but not without a word.

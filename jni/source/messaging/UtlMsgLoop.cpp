@@ -416,12 +416,14 @@ bool MsgDrivenThread::Loop::serveRequest(long ctlId) {
 }
 
 bool MsgDrivenThread::Loop::serve(LoopControl::Request const& request, long ctlId) {
+    mTurn = ctlId;
     switch (request.kind) {
         case SYNC:
         case QUESTION:
             return serveSync(request.kind == QUESTION, ctlId);
         case ERASE:
-            return serveErase(request.argument, ctlId);
+            serveErase(request.argument);
+            return mTurn == ctlId;
         case FIND: {
             platform::MutexGuard const guard(mControl->mutex());
             mControl->answerLocked(executeFindMsgLocked(request.argument, &mAnsweredMsg));
@@ -429,7 +431,7 @@ bool MsgDrivenThread::Loop::serve(LoopControl::Request const& request, long ctlI
         }
         case CALL:
             serveCall(*reinterpret_cast<Call const*>(request.argument));
-            return true;
+            return mTurn == ctlId;
         default:
             return true;  // of a timer: by its own entry
     }
@@ -480,11 +482,10 @@ void MsgDrivenThread::Loop::serveCall(Call const& call) {
     mControl->answerLocked(true);
 }
 
-bool MsgDrivenThread::Loop::serveErase(long target, long ctlId) {
+void MsgDrivenThread::Loop::serveErase(long target) {
     platform::MutexGuard const guard(mControl->mutex());
     executeEraseMsgLocked(target);
     mControl->answerLocked(true);
-    return ctlId != target && !(target == TimerMsg::ID && isTimerCtl(ctlId));
 }
 
 // No lock is held.
@@ -580,6 +581,9 @@ bool MsgDrivenThread::Loop::findTimeoutLocked(ThreadRawMsg* found) {
 }
 
 void MsgDrivenThread::Loop::executeEraseMsgLocked(long msgId) {
+    if (msgId == TimerMsg::ID ? isTimerCtl(mTurn) : msgId == mTurn) {
+        mTurn = NOBODYS;
+    }
     if (msgId == TimerMsg::ID) {
         eraseAllTimerLocked();  // deliberate: erasing expiries kills the timers that would send
                                 // more

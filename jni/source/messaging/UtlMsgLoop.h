@@ -90,6 +90,8 @@ private:
     enum Request { SYNC, QUESTION, ERASE, FIND, START_TIMER, STOP_TIMER, CALL };
     struct Call;
 
+    static constexpr long NOBODYS = -1;
+
     bool isLoopThread() const { return LoopControl::current() == mControl.get(); }
 
     static bool store(Msg const& msg, ThreadRawMsg* record);
@@ -121,7 +123,7 @@ private:
     void serveCall(Call const& call);
     bool serveSync(bool isQuestion, long ctlId);
     bool closeQuestion();
-    bool serveErase(long target, long ctlId);
+    void serveErase(long target);
     int dispatch(ThreadCtlMsg const& ctl);
     int executeReceiveMsg(long msgId);
     void deliver();
@@ -170,6 +172,7 @@ private:
 
     // The loop's.
     std::atomic<unsigned> mDelivered{0};  // data messages, wraps
+    long mTurn = NOBODYS;                 // of the entry in hand, until its message is erased
     std::unique_ptr<unsigned char[]> const mReceiveBuffer;
     BorrowedRecord mReceiveMsg;  // what the listener sees
     ThreadRawMsg mFoundMsg;      // what the listener has looked for itself
