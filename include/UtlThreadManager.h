@@ -227,7 +227,7 @@ private:
     static int startOnCurrent(StartRequest const& request);
     int start(StartRequest const& request);
     StartRecord* createThread(StartRequest const& request, ThreadEntry* entry);
-    bool registerStarted(int id, ThreadEntry const& entry) UTL_REQUIRES(mRegistryLock);
+    bool registerStartedLocked(int id, ThreadEntry const& entry) UTL_REQUIRES(mRegistryLock);
     void announce(int id, int watchdogMode, unsigned long aliveTimeMs,
                   WatchdogTimerListener* listener, char const* name);
     static void retryWatchdog();

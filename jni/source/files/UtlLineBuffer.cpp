@@ -17,7 +17,7 @@ LineBuffer* firstOn UTL_GUARDED_BY(listLock) = nullptr;
 }  // namespace
 
 unsigned LineBuffer::followForks() {
-    platform::beforeForks(settleAll);
+    platform::beforeForks(settleAllLocked);
     return platform::followForks() ? platform::forkCount() : 0;
 }
 
@@ -68,7 +68,7 @@ void LineBuffer::settle() {
 
 // The threads that use them go on without looking: what they add meanwhile they add when they see
 // that there was a fork.
-void LineBuffer::settleAll() UTL_REQUIRES(listLock) {
+void LineBuffer::settleAllLocked() UTL_REQUIRES(listLock) {
     for (LineBuffer* lines = firstOn; lines != nullptr; lines = lines->mNext) {
         if (!lines->isForked()) {
             lines->mSettledAt = lines->mAt.load(std::memory_order_relaxed);

@@ -66,7 +66,7 @@ private:
     static constexpr unsigned long FIRST_SIZE = 8192;  // for those who seek from line to line
     static constexpr unsigned long LARGEST_SIZE = 65536;
 
-    static void settleAll();
+    static void settleAllLocked();
 
     bool isForked() const { return mForks == 0 || mForks != platform::forkCount(); }
     bool moveToFront();

@@ -52,7 +52,7 @@ OpenedDirectory* OpenedDirectory::find(OpenedDirectory* from,
 }
 
 // A forked child has nobody in scopes: their threads go on in the parent, who puts the modes back.
-void OpenedDirectory::forgetParentProcess() UTL_REQUIRES(modeLock) {
+void OpenedDirectory::forgetParentProcessLocked() UTL_REQUIRES(modeLock) {
     if (scopesProcess != platform::processNumber()) {
         scopesProcess = platform::processNumber();
         firstScope = nullptr;
@@ -61,11 +61,11 @@ void OpenedDirectory::forgetParentProcess() UTL_REQUIRES(modeLock) {
 
 OpenedDirectory::OpenedDirectory(int descriptor) : mDescriptor(descriptor) {
     platform::StaticGuard const guard(modeLock);
-    forgetParentProcess();
-    mIsOpen = platform::descriptorStatus(descriptor, &mStatus) && openUp();
+    forgetParentProcessLocked();
+    mIsOpen = platform::descriptorStatus(descriptor, &mStatus) && openUpLocked();
 }
 
-bool OpenedDirectory::openUp() UTL_REQUIRES(modeLock) {
+bool OpenedDirectory::openUpLocked() UTL_REQUIRES(modeLock) {
     bool const isOpenToAll = (mStatus.st_mode & PERMISSIONS) == OPEN_TO_ALL;
     OpenedDirectory const* const other = find(firstScope, mStatus);
     if (isOpenToAll && other == nullptr) {
@@ -104,8 +104,9 @@ OpenedDirectory::~OpenedDirectory() {
 // For the scopes of one directory, `status`: the mode that comes back becomes `mode`, and `status`
 // gets the one that would have. The directory stays open for whoever works in it. False when there
 // is none.
-bool OpenedDirectory::replaceMode(platform::FileStatus* status, long mode) UTL_REQUIRES(modeLock) {
-    forgetParentProcess();
+bool OpenedDirectory::replaceModeLocked(platform::FileStatus* status, long mode)
+    UTL_REQUIRES(modeLock) {
+    forgetParentProcessLocked();
     OpenedDirectory* scope = find(firstScope, *status);
     if (scope == nullptr) {
         return false;
@@ -134,7 +135,7 @@ int OpenedDirectory::changeParent(char const* path, long mode, long* oldMode) {
     if (!platform::descriptorStatus(opened.get(), &status)) {
         return 0;
     }
-    bool const isInScope = replaceMode(&status, mode);
+    bool const isInScope = replaceModeLocked(&status, mode);
     if (oldMode != nullptr) {
         *oldMode = static_cast<long>(status.st_mode);
     }
@@ -149,7 +150,7 @@ bool OpenedDirectory::settle(int descriptor, unsigned mode) {
         platform::changeMode(descriptor, mode) != 0) {
         return false;
     }
-    replaceMode(&status, static_cast<long>(mode));
+    replaceModeLocked(&status, static_cast<long>(mode));
     return true;
 }
 

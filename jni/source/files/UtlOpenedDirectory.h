@@ -37,9 +37,9 @@ public:
 
 private:
     static OpenedDirectory* find(OpenedDirectory* from, platform::FileStatus const& directory);
-    static bool replaceMode(platform::FileStatus* status, long mode);
-    static void forgetParentProcess();
-    bool openUp();
+    static bool replaceModeLocked(platform::FileStatus* status, long mode);
+    static void forgetParentProcessLocked();
+    bool openUpLocked();
 
     int const mDescriptor;
     bool mIsOpen = false;

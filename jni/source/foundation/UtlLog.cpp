@@ -51,7 +51,7 @@ bool isInOwnSink UTL_GUARDED_BY(platform::logSinkLock) = false;
 std::atomic<unsigned long> lostLines{0};
 std::atomic<unsigned> losingProcess{0};  // a child begins anew
 
-void countLostLine() UTL_REQUIRES(platform::logSinkLock) {
+void countLostLineLocked() UTL_REQUIRES(platform::logSinkLock) {
     if (losingProcess.load(std::memory_order_relaxed) != platform::processNumber()) {
         lostLines.store(0, std::memory_order_relaxed);
         losingProcess.store(platform::processNumber(), std::memory_order_release);
@@ -72,7 +72,8 @@ private:
     char const mBefore;
 };
 
-bool writeToOwnSink(LogOutput const& output, char const* tag) UTL_REQUIRES(platform::logSinkLock) {
+bool writeToOwnSinkLocked(LogOutput const& output, char const* tag)
+    UTL_REQUIRES(platform::logSinkLock) {
     platform::LogMessage const& message = output.message;
     std::string_view const text = platform::withoutLineEnd(message.text);
     Ended const textEnd(message.text + text.size());
@@ -96,7 +97,7 @@ bool writeToOwnSink(LogOutput const& output, char const* tag) UTL_REQUIRES(platf
 }
 
 // Beside the line goes what it was made of, which the function's format has no place for.
-bool print(int priority, char const* tag, LogOutput const& output)
+bool printLocked(int priority, char const* tag, LogOutput const& output)
     UTL_REQUIRES(platform::logSinkLock) {
     int (*const unchecked)(int, char const*, char const*, ...) = __android_log_print;
     int result = 0;
@@ -106,15 +107,16 @@ bool print(int priority, char const* tag, LogOutput const& output)
     return result >= 0;
 }
 
-bool writeToSystemLog(LogOutput& output, char const* tag) UTL_REQUIRES(platform::logSinkLock) {
+bool writeToSystemLogLocked(LogOutput& output, char const* tag)
+    UTL_REQUIRES(platform::logSinkLock) {
     LevelOutput const& level = LEVELS[output.level];
     if (level.isSystemError && output.tag == nullptr) {
         output.message.isShown = false;
-        print(level.priority, SYSTEM_ERROR_TAG, output);
+        printLocked(level.priority, SYSTEM_ERROR_TAG, output);
     }
     output.message.isShown =
         output.type != LIBRARY_LOG || output.level < LEVEL_DETAIL || hasSetLibraryFilter();
-    return print(level.priority, tag, output);
+    return printLocked(level.priority, tag, output);
 }
 
 }  // namespace
@@ -123,8 +125,8 @@ void writeToLog(LogOutput& output) {
     platform::LogTurn const turn;
     char const* const tag = output.tag != nullptr ? output.tag : processTag;
     bool const isForOwnSink = ownSink != nullptr && !isInOwnSink;
-    if (!(isForOwnSink ? writeToOwnSink(output, tag) : writeToSystemLog(output, tag))) {
-        countLostLine();
+    if (!(isForOwnSink ? writeToOwnSinkLocked(output, tag) : writeToSystemLogLocked(output, tag))) {
+        countLostLineLocked();
     }
 }
 

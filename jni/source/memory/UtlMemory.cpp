@@ -67,14 +67,14 @@ std::uint32_t hashOf(char const* name) {
     return hash;
 }
 
-void countAllocation(unsigned long bytes) UTL_REQUIRES(tableLock) {
+void countAllocationLocked(unsigned long bytes) UTL_REQUIRES(tableLock) {
     processHeapInfo.UseBytes += bytes;
     processHeapInfo.MaxBytes = std::max(processHeapInfo.MaxBytes, processHeapInfo.UseBytes);
     processHeapInfo.UseCount += 1;
     processHeapInfo.MaxCount = std::max(processHeapInfo.MaxCount, processHeapInfo.UseCount);
 }
 
-void countRelease(unsigned long bytes) UTL_REQUIRES(tableLock) {
+void countReleaseLocked(unsigned long bytes) UTL_REQUIRES(tableLock) {
     processHeapInfo.UseBytes -= processHeapInfo.UseBytes != 0 ? bytes : 0;
     processHeapInfo.UseCount -= processHeapInfo.UseCount != 0 ? 1 : 0;
 }
@@ -86,7 +86,7 @@ bool record(Memory::DetailHeapInfo info) {
     bool const hasRoom = details.add(info);
     if (hasRoom) {
         ++nextSerial;
-        countAllocation(info.useBytes);
+        countAllocationLocked(info.useBytes);
     }
     return hasRoom;
 }
@@ -97,13 +97,13 @@ bool release(std::uintptr_t address) {
     Memory::DetailHeapInfo removed;
     bool const isKnown = details.remove(address, &removed);
     if (isKnown) {
-        countRelease(removed.useBytes);
+        countReleaseLocked(removed.useBytes);
     }
     return isKnown;
 }
 
 // The latest first: the kernel gives the ids of finished threads to others.
-Memory::ThreadNameInfo const* findThreadName(int threadId) UTL_REQUIRES(tableLock) {
+Memory::ThreadNameInfo const* findThreadNameLocked(int threadId) UTL_REQUIRES(tableLock) {
     for (unsigned long i = threadNameCount; i > 0; --i) {
         if (threadNames[i - 1].threadId == threadId) {
             return &threadNames[i - 1];
@@ -137,7 +137,7 @@ Memory::FileNameInfo copyFileName(unsigned long fileId) {
 
 Memory::ThreadNameInfo copyThreadName(int threadId) {
     platform::StaticGuard const guard(tableLock);
-    Memory::ThreadNameInfo const* const info = findThreadName(threadId);
+    Memory::ThreadNameInfo const* const info = findThreadNameLocked(threadId);
     return info != nullptr ? *info : Memory::ThreadNameInfo{};
 }
 
@@ -335,7 +335,7 @@ char const* Memory::getFileName(unsigned long fileId) const {
 
 char const* Memory::getThreadName(int threadId) const {
     platform::StaticGuard const guard(tableLock);
-    ThreadNameInfo const* const info = findThreadName(threadId);
+    ThreadNameInfo const* const info = findThreadNameLocked(threadId);
     return info != nullptr ? info->name : &EMPTY_CHAR;
 }
 

@@ -199,7 +199,13 @@ unsigned LoopControl::nextSleepLocked() {
 void LoopControl::finishHandler(long msgId) {
     unsigned long const took = mFigures.noteHandler(msgId);
     unsigned long const limit = mFigures.limit();
-    if (limit != 0 && took > limit) {
+    if (limit == 0 || took <= limit) {
+        return;
+    }
+    if (msgId == LoopStatistics::TASK) {
+        applog(LIBRARY_LOG, LEVEL_INFORMATION, "%s(%s) Slow. Task Time:%lums Limit:%lums", mLabel,
+               name(), took, limit);
+    } else {
         applog(LIBRARY_LOG, LEVEL_INFORMATION, "%s(%s) Slow. MsgId:0x%08x Time:%lums Limit:%lums",
                mLabel, name(), static_cast<unsigned>(msgId), took, limit);
     }

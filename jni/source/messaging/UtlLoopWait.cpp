@@ -18,7 +18,7 @@ LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
         platform::StaticGuard const guard(mLock);
         // Who is waited for is alive: the waiting thread is inside one of its operations.
         for (LoopControl const* loop = &awaited; loop != nullptr && !mIsRefused;
-             loop = next(*loop)) {
+             loop = nextLocked(*loop)) {
             mIsRefused = loop == mWaiter;
         }
         mOuter = mWaiter->mWaitsFor;
@@ -47,7 +47,7 @@ void LoopWait::end(LoopControl* waiter) {
 }
 
 // The one that its thread waits for.
-LoopControl const* LoopWait::next(LoopControl const& loop) {
+LoopControl const* LoopWait::nextLocked(LoopControl const& loop) {
     Edge const& edge = loop.mWaitsFor;
     bool const isOver = edge.turns != nullptr && edge.turns->load() != edge.turn;
     return isOver ? nullptr : edge.loop;

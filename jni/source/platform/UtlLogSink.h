@@ -52,12 +52,12 @@ class UTL_SCOPED_CAPABILITY LogTurn {
 public:
     LogTurn() UTL_ACQUIRE(logSinkLock) {
         if (logSinkLock.try_lock()) {
-            begin(false, NO_TICK);
+            beginLocked(false, NO_TICK);
             return;
         }
         std::uint32_t const now = kernelTick();
         logSinkLock.lock();
-        begin(true, now);
+        beginLocked(true, now);
     }
     ~LogTurn() UTL_RELEASE() {
         --sDepth;
@@ -68,7 +68,7 @@ public:
 
     // For how many milliseconds the caller, who has the turn, has been held up: since it asked for
     // the turn if others had it then, or else since this was first called.
-    static std::uint32_t heldUpFor() UTL_REQUIRES(logSinkLock) {
+    static std::uint32_t heldUpForLocked() UTL_REQUIRES(logSinkLock) {
         std::uint32_t const now = kernelTick();
         if (!sIsHeldUp) {
             sIsHeldUp = true;
@@ -78,7 +78,7 @@ public:
     }
 
 private:
-    static void begin(bool isHeldUp, std::uint32_t since) UTL_REQUIRES(logSinkLock) {
+    static void beginLocked(bool isHeldUp, std::uint32_t since) UTL_REQUIRES(logSinkLock) {
         if (sDepth++ == 0) {
             sIsHeldUp = isHeldUp;
             sHeldUpSince = since;

@@ -30,18 +30,18 @@ struct Output {
 };
 Output output UTL_GUARDED_BY(utl::platform::logSinkLock);
 
-bool awaitRoom() UTL_REQUIRES(utl::platform::logSinkLock) {
+bool awaitRoomLocked() UTL_REQUIRES(utl::platform::logSinkLock) {
     if (output.isStuck) {
         return false;
     }
-    std::uint32_t const heldUp = LogTurn::heldUpFor();
+    std::uint32_t const heldUp = LogTurn::heldUpForLocked();
     output.isStuck = heldUp >= LONGEST_HOLD_UP_MS ||
                      !utl::platform::awaitRoom(STDERR_FILENO, LONGEST_HOLD_UP_MS - heldUp);
     return !output.isStuck;
 }
 
 // Whether all of it got through in time.
-bool writeWhole(std::string_view text) UTL_REQUIRES(utl::platform::logSinkLock) {
+bool writeWholeLocked(std::string_view text) UTL_REQUIRES(utl::platform::logSinkLock) {
     std::size_t done = 0;
     while (done < text.size()) {
         ssize_t const written =
@@ -51,7 +51,8 @@ bool writeWhole(std::string_view text) UTL_REQUIRES(utl::platform::logSinkLock) 
             output.isStuck = false;
             continue;
         }
-        bool const mayGoOn = written == -1 && (errno == EINTR || (errno == EAGAIN && awaitRoom()));
+        bool const mayGoOn =
+            written == -1 && (errno == EINTR || (errno == EAGAIN && awaitRoomLocked()));
         if (!mayGoOn) {
             output.isMidLine = output.isMidLine || done > 0;
             return false;
@@ -62,7 +63,7 @@ bool writeWhole(std::string_view text) UTL_REQUIRES(utl::platform::logSinkLock) 
 }
 
 // True when there is nothing to report.
-bool reportLostLines(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
+bool reportLostLinesLocked(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
     if (output.lostLines == 0) {
         return true;
     }
@@ -71,7 +72,7 @@ bool reportLostLines(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
     LogText report(utl::platform::LOG_PRIORITY_WARN, tag, output.process);
     report.append(text);
     report.end();
-    if ((output.isMidLine && !writeWhole("\n")) || !writeWhole(report.text())) {
+    if ((output.isMidLine && !writeWholeLocked("\n")) || !writeWholeLocked(report.text())) {
         return false;
     }
     output.lostLines = 0;
@@ -79,9 +80,9 @@ bool reportLostLines(char const* tag) UTL_REQUIRES(utl::platform::logSinkLock) {
 }
 
 // How many bytes got through, or -1.
-int writeLine(int priority, char const* tag, std::string_view name, std::string_view text)
+int writeLineLocked(int priority, char const* tag, std::string_view name, std::string_view text)
     UTL_REQUIRES(utl::platform::logSinkLock) {
-    if (!reportLostLines(tag)) {
+    if (!reportLostLinesLocked(tag)) {
         ++output.lostLines;
         return -1;
     }
@@ -90,7 +91,7 @@ int writeLine(int priority, char const* tag, std::string_view name, std::string_
     line.append(name.empty() ? "" : " ");
     line.append(text);
     line.end();
-    if (!writeWhole(line.text())) {
+    if (!writeWholeLocked(line.text())) {
         ++output.lostLines;
         return -1;
     }
@@ -103,29 +104,29 @@ unsigned countLines(std::string_view text) {
 
 // Names are registered with a blank at their end or without. What comes behind a line that is lost
 // is not tried.
-int writeMessage(int priority, char const* tag, LogMessage const& message)
+int writeMessageLocked(int priority, char const* tag, LogMessage const& message)
     UTL_REQUIRES(utl::platform::logSinkLock) {
     std::string_view const registered(message.typeName, message.nameLength);
     std::string_view const name = registered.substr(0, registered.find_last_not_of(' ') + 1);
     std::string_view text = utl::platform::withoutLineEnd(message.text);
     std::size_t feed;
     while (message.hasLines && (feed = text.find('\n')) != text.npos) {
-        bool const isWritten = writeLine(priority, tag, name, text.substr(0, feed)) != -1;
+        bool const isWritten = writeLineLocked(priority, tag, name, text.substr(0, feed)) != -1;
         text.remove_prefix(feed + 1);
         if (!isWritten) {
             output.lostLines += countLines(text);
             return -1;
         }
     }
-    return writeLine(priority, tag, name, text);
+    return writeLineLocked(priority, tag, name, text);
 }
 
 // Of somebody else who logs.
-int writeFormatted(int priority, char const* tag, char const* format, va_list arguments)
+int writeFormattedLocked(int priority, char const* tag, char const* format, va_list arguments)
     UTL_REQUIRES(utl::platform::logSinkLock) {
     char text[1024] = "";
     vsnprintf(text, sizeof text, format, arguments);
-    return writeLine(priority, tag, "", utl::platform::withoutLineEnd(text));
+    return writeLineLocked(priority, tag, "", utl::platform::withoutLineEnd(text));
 }
 
 int write(int priority, char const* tag, LogMessage const* message, char const* format,
@@ -137,8 +138,8 @@ int write(int priority, char const* tag, LogMessage const* message, char const* 
         output.process = process;
         output.lostLines = 0;
     }
-    return message != nullptr ? writeMessage(priority, tag, *message)
-                              : writeFormatted(priority, tag, format, arguments);
+    return message != nullptr ? writeMessageLocked(priority, tag, *message)
+                              : writeFormattedLocked(priority, tag, format, arguments);
 }
 
 }  // namespace

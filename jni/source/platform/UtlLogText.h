@@ -36,7 +36,7 @@ public:
 
 private:
     void appendPlain(std::string_view text);
-    void appendTime() UTL_REQUIRES(logSinkLock);
+    void appendTimeLocked() UTL_REQUIRES(logSinkLock);
 
     char mText[2048];  // a pipe takes it as a whole; a message of the log fits in any case
     std::size_t mSize = 0;

@@ -52,7 +52,7 @@ constexpr std::int64_t DAYS_BEFORE_1970 = 719468;  // from the first of March in
 // How far local time is ahead of UTC. It changes at a quarter of an hour if at all, and is asked
 // for once in each: a line costs no look at the time zone, and a child of fork seldom meets the
 // lock that the C library has there, which another thread may have held.
-std::int64_t secondsAheadOfUtc(time_t now) UTL_REQUIRES(logSinkLock) {
+std::int64_t secondsAheadOfUtcLocked(time_t now) UTL_REQUIRES(logSinkLock) {
     constexpr time_t QUARTER = 900;
     static time_t quarter UTL_GUARDED_BY(logSinkLock) = -1;
     static std::int64_t ahead UTL_GUARDED_BY(logSinkLock) = 0;
@@ -117,7 +117,7 @@ std::string_view escaped(char byte, char (&room)[5]) {
 }  // namespace
 
 LogText::LogText(int priority, char const* tag, int process) {
-    appendTime();
+    appendTimeLocked();
     Look const& look = lookOf(priority);
     bool const hasColour = isColoured();
     appendPlain(hasColour ? look.colour : "");
@@ -155,11 +155,11 @@ void LogText::appendPlain(std::string_view text) {
     }
 }
 
-void LogText::appendTime() {
+void LogText::appendTimeLocked() {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     std::int64_t const local =
-        DAYS_BEFORE_1970 * SECONDS_PER_DAY + now.tv_sec + secondsAheadOfUtc(now.tv_sec);
+        DAYS_BEFORE_1970 * SECONDS_PER_DAY + now.tv_sec + secondsAheadOfUtcLocked(now.tv_sec);
     Date const date = dateOf(local / SECONDS_PER_DAY);
     int const second = static_cast<int>(local % SECONDS_PER_DAY);
     char time[128];  // for any numbers, as the compiler sees them

@@ -272,7 +272,7 @@ int ThreadManager::start(StartRequest const& request) {
         }
         awaitOn(record->arrived, 0);
         id = record->id;
-        isRegistered = registerStarted(id, entry);
+        isRegistered = registerStartedLocked(id, entry);
     }
     if (isRegistered) {
         announce(id, request.watchdogMode, request.watchdogAliveTime, request.listener,
@@ -309,7 +309,7 @@ ThreadManager::StartRecord* ThreadManager::createThread(StartRequest const& requ
     return record.release();
 }
 
-bool ThreadManager::registerStarted(int id, ThreadEntry const& entry) {
+bool ThreadManager::registerStartedLocked(int id, ThreadEntry const& entry) {
     // Deliberate: the entry of a finished thread with this id is not replaced. Whoever started that
     // one may still ask about it, until it is unregistered.
     if (!mRegistry.insert(id, entry, 0)) {
