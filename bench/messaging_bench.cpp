@@ -59,7 +59,7 @@ void idle(benchmark::State& state) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     long const before = waits();
     for (auto _ : state) {
-        std::this_thread::sleep_for(std::chrono::seconds(2));
+        std::this_thread::sleep_for(std::chrono::seconds(10));
     }
     state.counters["wake-ups"] = static_cast<double>(waits() - before);
 }
@@ -89,7 +89,7 @@ int main(int argc, char** argv) {
     registerPosting<Pipe>();
     registerRoundTrip<Utl>();
     registerRoundTrip<Pipe>();
-    benchmark::RegisterBenchmark("messaging/idle, 32 threads, 2 s/wake-ups", idle)
+    benchmark::RegisterBenchmark("messaging/idle, 32 threads, 10 s/utl", idle)
         ->UseRealTime()
         ->Iterations(1)
         ->Unit(benchmark::kSecond);

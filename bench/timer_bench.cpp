@@ -54,8 +54,8 @@ public:
     void begin() { mBegin = now(); }
     void hear() {
         if (mLate.size() < mExpiries) {
-            auto const times = static_cast<std::int64_t>(mLate.size() + 1);
-            mLate.push_back(now() - mBegin - times * mIntervalMs * NANOSECONDS);
+            // Behind the last full interval: of expiries that nobody heard in time one is left.
+            mLate.push_back((now() - mBegin) % (mIntervalMs * NANOSECONDS));
             mIsFull.store(mLate.size() == mExpiries);
         }
     }
@@ -65,18 +65,14 @@ public:
     std::int64_t late(double part) const { return lateOf(mLate, part); }
     std::int64_t drift() const {
         auto const tenth = static_cast<std::ptrdiff_t>(mExpiries / 10);
-        std::vector<std::int64_t> late;  // of expiries that nobody heard in time one is left
-        for (std::int64_t const ns : mLate) {
-            late.push_back(ns % (mIntervalMs * NANOSECONDS));
-        }
-        return lateOf({late.end() - tenth, late.end()}, 0.5) -
-               lateOf({late.begin(), late.begin() + tenth}, 0.5);
+        return lateOf({mLate.end() - tenth, mLate.end()}, 0.5) -
+               lateOf({mLate.begin(), mLate.begin() + tenth}, 0.5);
     }
 
 private:
     static std::int64_t lateOf(std::vector<std::int64_t> late, double part) {
         std::sort(late.begin(), late.end());
-        return late[static_cast<std::size_t>(static_cast<double>(late.size()) * part)];
+        return late[static_cast<std::size_t>(static_cast<double>(late.size() - 1) * part)];
     }
 
     long const mIntervalMs;
@@ -90,7 +86,7 @@ private:
 template <void (*hearAll)(Hearings&)>
 void lateness(benchmark::State& state) {
     for (auto _ : state) {
-        Hearings hearings(5, 100);
+        Hearings hearings(5, 300);
         hearAll(hearings);
         state.SetIterationTime(static_cast<double>(hearings.late(0.5)) / 1e9);
         state.counters["p99"] = static_cast<double>(hearings.late(0.99)) / 1e9;
@@ -187,24 +183,29 @@ int barePipe[2];
 // POSIX timers whose handler writes to a pipe, which a thread reads.
 class BareTimers {
 public:
-    // Calls `hear` for each byte, until `isOver`.
-    BareTimers(std::function<void()> hear, std::function<bool()> isOver)
-        : mReader([hear, isOver] {
+    // Calls `hear` for each byte, until `isOver`; `begin` before the first.
+    BareTimers(
+        std::function<void()> hear, std::function<bool()> isOver,
+        std::function<void()> begin = [] {})
+        : mReader([hear, isOver, begin] {
               char byte;
               int left = 0;  // of those before
               while (ioctl(barePipe[0], FIONREAD, &left) == 0 && left > 0 &&
                      read(barePipe[0], &byte, 1) == 1) {
               }
+              begin();
               while (!isOver() && read(barePipe[0], &byte, 1) == 1) {
                   hear();
               }
           }) {}
     ~BareTimers() { mReader.join(); }
 
-    static timer_t make(long milliseconds) {
+    // The signal goes to any thread of the process, or to the calling one.
+    static timer_t make(long milliseconds, bool isForCaller = false) {
         sigevent event = {};
-        event.sigev_notify = SIGEV_SIGNAL;
+        event.sigev_notify = isForCaller ? SIGEV_THREAD_ID : SIGEV_SIGNAL;
         event.sigev_signo = SIGRTMIN + 5;
+        event._sigev_un._tid = gettid();
         timer_t timer;
         timer_create(CLOCK_MONOTONIC, &event, &timer);
         itimerspec const interval = every(milliseconds);
@@ -236,6 +237,17 @@ void hearBareTimer(Hearings& hearings) {
     BareTimers const timers([&] { hearings.hear(); }, [&] { return hearings.isFull(); });
     hearings.begin();
     timer_t const timer = BareTimers::make(hearings.intervalMs());
+    await(hearings);
+    timer_delete(timer);
+}
+
+void hearBareTimerOfReader(Hearings& hearings) {
+    timer_t timer;
+    BareTimers const timers([&] { hearings.hear(); }, [&] { return hearings.isFull(); },
+                            [&] {
+                                hearings.begin();
+                                timer = BareTimers::make(hearings.intervalMs(), true);
+                            });
     await(hearings);
     timer_delete(timer);
 }
@@ -424,6 +436,8 @@ int main(int argc, char** argv) {
     addMeasured("timers/lateness, 5 ms/timerfd", lateness<hearTimerfd>, benchmark::kMicrosecond);
     addMeasured("timers/lateness, 5 ms/bare timers", lateness<hearBareTimer>,
                 benchmark::kMicrosecond);
+    addMeasured("timers/lateness, 5 ms/bare timers, to the reader", lateness<hearBareTimerOfReader>,
+                benchmark::kMicrosecond);
 #ifdef UTL_BENCH_BOOST
     addMeasured("timers/lateness, 5 ms/asio", lateness<hearAsio>, benchmark::kMicrosecond);
 #endif
@@ -438,7 +452,7 @@ int main(int argc, char** argv) {
     addMeasured("timers/60 timers of 10 ms for 1 s/utl", running, benchmark::kMillisecond);
     addMeasured("timers/60 timers of 10 ms for 1 s/bare timers", bareRunning,
                 benchmark::kMillisecond);
-    for (unsigned long const timers : {10, 100, 1000}) {
+    for (unsigned long const timers : {1, 10, 100, 1000}) {
         std::string const row = "timers/set and kill beside " + std::to_string(timers);
         benchmark::RegisterBenchmark((row + "/utl").c_str(), setAndKill, timers);
         benchmark::RegisterBenchmark((row + "/bare timers").c_str(), bareSetAndKill, timers);
