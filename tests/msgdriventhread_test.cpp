@@ -280,6 +280,25 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
     EXPECT_EQ(5u, log.count(refusal));
 }
 
+// Who waits for the end of one synchronous message is not taken for one who waits no more when the
+// next has begun before he runs.
+TEST_F(MsgDrivenThreadTest, ACircleIsFoundHoweverSoonTheNextTurnBegins) {
+    RunningStation asked;
+    RunningStation poster(64);
+    asked.on(SYNC, [&] { poster->hasMsg(A); });
+    poster.on(A, [&] { asked->postMsg(B); });
+    auto const send = [&] {
+        for (int i = 0; i < 3000; ++i) {
+            asked->sendMsgSync(SYNC);
+        }
+    };
+    auto const alsoSent = inThread(send);
+    auto const sent = inThread(send);
+    while (sent.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        poster->postMsg(A);
+    }
+}
+
 // A message is user code, which runs with a lock of the loop held.
 struct AskingMsg : Msg {
     AskingMsg(MsgDrivenThread& a, MsgDrivenThread& b) : Msg(A), threads{&a, &b} {}

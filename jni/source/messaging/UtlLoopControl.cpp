@@ -11,11 +11,14 @@
 #include "foundation/UtlLogLine.h"
 #include "messaging/UtlControlIds.h"
 #include "messaging/UtlLoopExtension.h"
+#include "platform/UtlFutex.h"
 #include "platform/UtlThreadLocal.h"
 
 namespace utl {
 
 namespace {
+
+constexpr std::uint32_t ANY_CHANNEL = 1;
 
 UTL_THREAD_LOCAL LoopControl* ofThisThread = nullptr;
 UTL_THREAD_LOCAL bool isInTransfer = false;
@@ -45,12 +48,12 @@ LoopControl* LoopControl::current() {
     return ofThisThread;
 }
 
-LoopControl::Transfer::Transfer() {
+LoopControl::Transfer::Transfer() : mIsInner(isInTransfer) {
     isInTransfer = true;
 }
 
 LoopControl::Transfer::~Transfer() {
-    isInTransfer = false;
+    isInTransfer = mIsInner;
 }
 
 bool LoopControl::isRefusedInTransfer() const {
@@ -74,9 +77,16 @@ void LoopControl::Access::awaitShared() UTL_NO_THREAD_SAFETY_ANALYSIS {
         LoopWait const wait(mLoop, mLoop.mExclusiveTurns, turn);
         mIsTaken = !wait.isRefused();
         if (mIsTaken) {
-            awaitOn(mLoop.mIsShared, 0);
+            awaitEndOf(turn);
             mLoop.mMutex.lock();
         }
+    }
+}
+
+// Of this one, whether the next has begun or not: it is this one that others believe is waited for.
+void LoopControl::Access::awaitEndOf(unsigned turn) const {
+    while (mLoop.mExclusiveTurns.load() == turn) {
+        platform::waitWord(mLoop.mExclusiveTurns, turn, ANY_CHANNEL, platform::NO_LIMIT);
     }
 }
 
@@ -258,13 +268,12 @@ void LoopControl::forgetOtherThreads() {
 void LoopControl::beginExclusive() {
     platform::MutexGuard const guard(mMutex);
     mIsExclusive = true;
-    mIsShared.setOff();
 }
 
 void LoopControl::endExclusiveLocked() {
     mIsExclusive = false;
     mExclusiveTurns.fetch_add(1);
-    mIsShared.setOn();
+    platform::wakeWord(&mExclusiveTurns, ANY_CHANNEL);
 }
 
 }  // namespace utl

@@ -119,6 +119,9 @@ public:
         ~Transfer();
         Transfer(Transfer const&) = delete;
         Transfer& operator=(Transfer const&) = delete;
+
+    private:
+        bool const mIsInner;  // of one that goes on
     };
 
     // Whether the calling thread is in one. Logged.
@@ -147,6 +150,7 @@ public:
 
     private:
         void awaitShared();
+        void awaitEndOf(unsigned turn) const;
 
         LoopControl& mLoop;
         std::optional<VisitorCount::Visit> mVisit;  // of one who has to wait
@@ -310,8 +314,7 @@ private:
     std::atomic<bool> mIsClosed{false};  // likewise
     bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
     bool mIsExclusive UTL_GUARDED_BY(mMutex) = false;
-    Turns mExclusiveTurns{0};
-    Event mIsShared{1, 0};  // the opposite, for who waits
+    Turns mExclusiveTurns{0};  // that have ended
     CacheDistance mBehindSending;
 
     SlotRing mEntries;  // what is put in is guarded by the mutex
