@@ -228,6 +228,7 @@ private:
     MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgCount, char const* name,
                     unsigned long maxTimerCount, LoopExtension* extension);
 
+    void followForkUnlessStarted();
     bool isServing() const;
     bool mayBeSentTo() const;
     LoopControl& control();

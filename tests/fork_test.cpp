@@ -135,6 +135,12 @@ TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
     std::string const path = scratch("child");
     EXPECT_NE(0, manager()->entryCaller(1, LONG_ALIVE, nullptr, "forks"));
     Station station;
+    std::atomic<bool> isOver{false};
+    auto const sending = inThread([&] {
+        while (!isOver) {
+            station->sendMsgAsync(SimpleMsg(MSG_ID));
+        }
+    });
     auto busy = std::make_unique<BusyParent>(scratch("crowd"));
     for (int i = 0; i < 60; ++i) {
         ASSERT_TRUE(inChild([&] {
@@ -147,6 +153,7 @@ TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
             busy.reset();
         }));
     }
+    isOver = true;
     EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
 }
 
@@ -181,6 +188,34 @@ TEST_F(ForkInACallTest, AChildOfALoopsThreadLeavesWhatIsQueuedToTheParent) {
     EXPECT_TRUE(station.waitFor(MSG_ID, MESSAGES));
     EXPECT_EQ(0, exitCodeOf(child)) << "it has delivered a message";
     EXPECT_EQ(1, station->sendMsgSync(0x8003));
+}
+
+// The kernel counts a child's timers anew: its first has the id of the one that the call is due to.
+TEST_F(ForkInACallTest, AChildsOwnTimersOutliveTheCall) {
+    Counter children;
+    auto const haveAChild = [&] {
+        pid_t const child = fork();
+        if (child != 0) {
+            EXPECT_EQ(0, exitCodeOf(child));
+            children.add();
+            return 0;
+        }
+        endWhenStuck();
+        auto* const own = new RunningStation;
+        own->on(TimerMsg::ID, [own] {
+            if (own->count(TimerMsg::ID) == 50) {
+                _exit(0);
+            }
+        });
+        return (*own)->setTimer(1, 0, 0, 1);
+    };
+    RunningStation station;
+    station.on(TimerMsg::ID, haveAChild);
+    station->setTimer(1, 0, 1, 0);
+    Listener listener{haveAChild};
+    Timer timer(&listener, std::chrono::milliseconds(1), "timer", 1);
+    timer.start();
+    EXPECT_TRUE(children.waitFor(2));
 }
 
 TEST_F(ForkInACallTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {

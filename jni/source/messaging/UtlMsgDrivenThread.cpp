@@ -53,6 +53,7 @@ bool MsgDrivenThread::takeListener(ThreadMsgListener* listener) {
     if (isCaller() || listener == nullptr || mLoop == nullptr || !mLoop->hasAllBuffers()) {
         return false;
     }
+    followForkUnlessStarted();
     // Deliberate: the listener stays for good, so that an object is started once; what was queued
     // for one listener never reaches another.
     ThreadMsgListener* none = nullptr;
@@ -118,8 +119,18 @@ int MsgDrivenThread::postMsg(long msgId) {
 
 int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
     bool const isOfOtherProcess = hasDone(STARTED) && !isOfThisProcess();
-    return !isOfOtherProcess && mLoop != nullptr && mLoop->hasAllBuffers() &&
-           !control().isRefusedInTransfer() && mLoop->post(msg, false);
+    if (isOfOtherProcess || mLoop == nullptr || !mLoop->hasAllBuffers() ||
+        control().isRefusedInTransfer()) {
+        return 0;
+    }
+    followForkUnlessStarted();
+    return mLoop->post(msg, false);
+}
+
+void MsgDrivenThread::followForkUnlessStarted() {
+    if (!hasDone(STARTED)) {
+        mLoop->followFork();
+    }
 }
 
 // Whether the caller may wait for its listener.

@@ -12,6 +12,7 @@
 #include "messaging/UtlControlIds.h"
 #include "platform/UtlClock.h"
 #include "platform/UtlKernelTimer.h"
+#include "platform/UtlStaticLock.h"
 
 namespace utl {
 
@@ -28,6 +29,8 @@ constexpr unsigned long EXTRA_CTL_ENTRIES = 256;
 constexpr long MIN_REVISITED_ID = 0x8400;
 
 TimerHandler timeoutHandler(LABEL, platform::threadTimerSignal);
+
+platform::StaticLock followLock(platform::LockOrder::LOOPS);
 
 // Where the loop reports alive.
 constexpr unsigned long BEFORE_SLEEP = 879;
@@ -92,6 +95,18 @@ bool MsgDrivenThread::Loop::hasAllBuffers() const UTL_NO_THREAD_SAFETY_ANALYSIS 
            mDataQueue.capacity() == mMaxMsgCount && mRefusedMsg.maxSize() == mSlotSize &&
            mSyncMsg.maxSize() == mSlotSize && mAnsweredMsg.maxSize() == mSlotSize &&
            mReceiveBuffer != nullptr && mFoundMsg.maxSize() == mSlotSize;
+}
+
+void MsgDrivenThread::Loop::followFork() {
+    unsigned const now = platform::processNumber();
+    if (mProcess.load() == now) {
+        return;
+    }
+    platform::StaticGuard const guard(followLock);
+    if (mProcess.load() != now) {
+        mControl->forgetOtherThreads();
+        mProcess.store(now);
+    }
 }
 
 int MsgDrivenThread::Loop::requestStop() {
@@ -317,7 +332,7 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
 }
 
 int MsgDrivenThread::Loop::run() {
-    mProcess = platform::processNumber();
+    mProcess.store(platform::processNumber());
     mControl->enter();
     mControl->watch().reportAtWork(AFTER_SLEEP);
     bool const canBegin = mExtension == nullptr || mExtension->enter(*mControl);

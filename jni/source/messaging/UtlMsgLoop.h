@@ -36,6 +36,10 @@ public:
     // Without one of them a message that was accepted could be lost.
     bool hasAllBuffers() const;
 
+    // Before the loop is used that has not begun: if it was made in the parent of this process,
+    // what other threads held of it there is free.
+    void followFork();
+
     // Any thread, whether the loop runs or not.
     void setNextUserTimerId(int userId);
     unsigned long entryCount() const { return mControl->count(); }
@@ -110,7 +114,9 @@ private:
                                             Request request, long ctlId, int userId)
         UTL_REQUIRES(mControl->mutex());
 
-    bool isInChild() const { return mProcess != platform::processNumber(); }
+    bool isInChild() const {
+        return mProcess.load(std::memory_order_relaxed) != platform::processNumber();
+    }
     bool isOver() const;
     bool isWorkingOff() const;
     unsigned long leftCount() const;
@@ -145,8 +151,8 @@ private:
     void eraseAllTimerLocked() UTL_REQUIRES(mControl->mutex());
 
     MsgDrivenThread& mThread;
-    bool mIsThreadGone = false;  // the loop's
-    unsigned mProcess = 0;       // likewise: in which it runs
+    bool mIsThreadGone = false;                                 // the loop's
+    std::atomic<unsigned> mProcess{platform::processNumber()};  // in which it was made, or runs
     unsigned long const mMaxMsgCount;
     unsigned long const mSlotSize;  // of every message in the queues: the largest, with its id
     std::unique_ptr<LoopExtension, ExtensionRelease> const mExtension;

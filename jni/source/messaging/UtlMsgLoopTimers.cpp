@@ -190,7 +190,9 @@ int MsgDrivenThread::Loop::executeTimeout(int userId) {
         return -1;
     }
     deliver();
-
+    if (isInChild()) {
+        return 0;  // where the kernel's ids of timers mean others
+    }
     platform::MutexGuard const guard(mControl->mutex());
     return finishTimeoutLocked(userId);
 }

@@ -350,6 +350,7 @@ int SharedTimer::Loop::executeTimeout(int timerId) {
                  [this, timerId] { mTimer.onTime(timerId); });
     if (mProcess != platform::processNumber()) {
         mControl->forgetOtherThreads();
+        return 0;  // in a child, where the kernel's ids of timers mean others
     }
 
     platform::MutexGuard const guard(mControl->mutex());
