@@ -13,8 +13,9 @@ class LoopList {
 public:
     // What a loop keeps for the list; guarded by its lock.
     struct Link {
+        LoopControl* previous = nullptr;
         LoopControl* next = nullptr;
-        unsigned long number = 0;
+        unsigned process = 0;  // in which it is in the list; 0 for none
     };
 
     static void add(LoopControl& loop);
@@ -23,10 +24,8 @@ public:
     // A line for each, and two above them. No lock is held while one is printed.
     static void print(LineOutput& output);
 
-private:
     struct Row;
-
-    static bool copyNext(Row* row);
+    class Walk;
 };
 
 }  // namespace utl
