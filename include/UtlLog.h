@@ -119,7 +119,8 @@ UTL_API void setAllFilterLevel(int level);
 // it logs itself goes where lines go without it.
 UTL_API void setLogSink(utl::LogSink sink, void* context);
 
-// How many lines this process has lost since it began: found no room, or were refused by the sink.
+// How many records this process has lost since it began: found no room, or were refused by the
+// sink. One is a line, or a piece of a dump that may have several.
 UTL_API unsigned long lostLogLines();
 
 // Takes filter levels from the environment variable UTL_LOG, of at most 255 bytes, for the types

@@ -70,10 +70,19 @@ bool PollSet::note(int count, int* error) {
     *error = count == -1 ? errno : 0;
     mNext = count > 0 ? 1 : mEnd;
     if (count == -1) {
-        pollfd wake = mPolled[0];
-        return platform::lookAtDescriptors(&wake, 1, MOMENT_MS) > 0;
+        return awaitWakeEndOnly();
     }
     return mPolled[0].revents != 0;
+}
+
+// For a moment. Where the system allows not even one descriptor, it passes all the same.
+bool PollSet::awaitWakeEndOnly() const {
+    pollfd wake = mPolled[0];
+    int const count = platform::lookAtDescriptors(&wake, 1, MOMENT_MS);
+    if (count == -1 && errno != EINTR) {
+        platform::lookAtDescriptors(nullptr, 0, MOMENT_MS);
+    }
+    return count > 0;
 }
 
 void PollSet::look() {

@@ -51,6 +51,7 @@ public:
 
 private:
     bool note(int count, int* error);
+    bool awaitWakeEndOnly() const;
 
     struct Owner {
         std::uint32_t place;
