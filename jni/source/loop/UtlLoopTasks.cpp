@@ -214,11 +214,12 @@ TaskHandle LoopTasks::handleLocked(unsigned long place, KeptTask& task) {
 }
 
 // A loop that sleeps must let go of a descriptor that is not watched any more, too: in poll() it
-// would keep open what its owner closes.
+// would keep open what its owner closes. One that knows already of a change and has not come to it
+// is awake, or has a word.
 void LoopTasks::changeWatchesLocked() {
-    mHaveWatchesChanged.store(true);
+    bool const isKnown = mHaveWatchesChanged.exchange(true);
     mHasTurn.store(true);
-    if (!mHasEnded && !isLoopThread()) {
+    if (!isKnown && !mHasEnded && !isLoopThread()) {
         mControl->nudge();
     }
 }
