@@ -161,6 +161,8 @@ TEST_F(StatisticsTest, AThreadKnowsWhatItHadToDo) {
     std::string table(4096, '\0');
     MsgDrivenThread::storeStatistics(table.data(), table.size());
     EXPECT_NE(std::string::npos, table.find("station                         ,          2"));
+    MsgDrivenThread::printStatistics(1);
+    EXPECT_EQ(1u, log.count("station                         ,          2"));
     station.released.open();
     clock.settle();
     LoopStatistics const rested = station->statistics();
