@@ -35,11 +35,11 @@ void post(benchmark::State& state, long senders, unsigned long room) {
         std::int64_t const begin = now();
         isOpen.setOn();
         posted += MESSAGES;
+        for (std::thread& thread : threads) {
+            thread.join();  // who waits takes no processor from them
+        }
         loop.await(posted);
         state.SetIterationTime(static_cast<double>(now() - begin) / 1e9);
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
     }
     state.SetItemsProcessed(posted);
 }
