@@ -214,13 +214,12 @@ TaskHandle LoopTasks::handleLocked(unsigned long place, KeptTask& task) {
 }
 
 // A loop that sleeps must let go of a descriptor that is not watched any more, too: in poll() it
-// would keep open what its owner closes. One that knows already of a change and has not come to it
-// is awake, or has a word.
+// would keep open what its owner closes. One word does for all changes until it comes to them.
 void LoopTasks::changeWatchesLocked() {
-    bool const isKnown = mHaveWatchesChanged.exchange(true);
+    mHaveWatchesChanged.store(true);
     mHasTurn.store(true);
-    if (!isKnown && !mHasEnded && !isLoopThread()) {
-        mControl->nudge();
+    if (!mIsNudged && !mHasEnded && !isLoopThread()) {
+        mIsNudged = mControl->nudge();
     }
 }
 
@@ -448,6 +447,7 @@ KeptTask* LoopTasks::takeReadyLocked(PollSet::Ready const& ready) {
 void LoopTasks::collectWatches() {
     platform::MutexGuard const guard(mMutex);
     mHaveWatchesChanged.store(false);
+    mIsNudged = false;
     mPolled.assign(mWatches);
 }
 

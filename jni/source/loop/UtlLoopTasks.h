@@ -120,7 +120,8 @@ private:
     TaskTable mDelayed;  // guarded by mMutex, but for what is in a TAKEN place, as is mWatching
     TaskTable mWatching;
     DeadlineHeap mDeadlines UTL_GUARDED_BY(mMutex);
-    WatchList mWatches UTL_GUARDED_BY(mMutex);  // those whose handles mean them
+    WatchList mWatches UTL_GUARDED_BY(mMutex);      // those whose handles mean them
+    bool mIsNudged UTL_GUARDED_BY(mMutex) = false;  // since the loop collected them last
     std::uint64_t mArmedFor UTL_GUARDED_BY(mMutex) = NEVER;
     unsigned long mOnceCount UTL_GUARDED_BY(mMutex) = 0;  // of those that wait and are called once
     unsigned long mDroppedCount UTL_GUARDED_BY(mMutex) = 0;  // when the loop is over

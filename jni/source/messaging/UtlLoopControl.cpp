@@ -170,8 +170,8 @@ void LoopControl::leaveThread() {
     ofThisThread = nullptr;
 }
 
-void LoopControl::nudge() {
-    write({static_cast<std::int32_t>(CTL_SERVICE), -1});
+bool LoopControl::nudge() {
+    return write({static_cast<std::int32_t>(CTL_SERVICE), -1});
 }
 
 bool LoopControl::sleep(unsigned long before, unsigned long after, LoopExtension* extension) {

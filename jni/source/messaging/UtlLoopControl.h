@@ -105,8 +105,9 @@ public:
     LoopStatistics statistics() const { return mFigures.read(count()); }
 
     // Has the loop look whether there is something to do, although nothing is queued. Takes no
-    // lock: a word that is there when the loop goes to sleep keeps it awake.
-    void nudge();
+    // lock: a word that is there when the loop goes to sleep keeps it awake. False, logged, when it
+    // could not be written.
+    bool nudge();
 
     platform::Mutex& mutex() const UTL_RETURN_CAPABILITY(mMutex) { return mMutex; }
 
