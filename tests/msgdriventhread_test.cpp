@@ -299,6 +299,7 @@ TEST_F(MsgDrivenThreadTest, ACircleIsFoundHoweverSoonTheNextTurnBegins) {
     while (sent.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
         poster->postMsg(A);
     }
+    EXPECT_EQ(2, asked->sendMsgSync(LAST) + poster->sendMsgSync(LAST)) << "both still serve";
 }
 
 // A message is user code, which runs with a lock of the loop held.
