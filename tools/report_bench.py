@@ -73,7 +73,7 @@ def write_csv(rows, path):
     lines = []
     if path.exists():
         with open(path, newline="") as file:
-            lines = [line for line in csv.reader(file) if line[0] not in rows and line != HEADER]
+            lines = [line for line in list(csv.reader(file))[1:] if line[0] not in rows]
     for group, of_group in rows.items():
         for row, contenders in of_group.items():
             for name, rounds in contenders.items():
@@ -146,10 +146,11 @@ def main(directory, prefix, document, page):
         tables[table.split("\n")[0]] = f"### {table.rstrip()}\n"
     shown_on_page = page.read_text()
     for group, of_group in rows.items():
-        chart = pathlib.Path(f"{prefix}-{group.replace(' ', '-')}.svg")
+        name = group.replace(" ", "-")
+        chart = pathlib.Path(f"{prefix}-{name}.svg")
         chart.write_text(chart_of(of_group))
         tables[group] = table_of(group, of_group, os.path.relpath(chart, document.parent))
-        older = rf"{re.escape(str(prefix.parent))}/[-0-9]+-{re.escape(group)}\.svg"
+        older = rf"{re.escape(str(prefix.parent))}/[-0-9]+-{re.escape(name)}\.svg"
         shown_on_page = re.sub(older, str(chart), shown_on_page)
     page.write_text(shown_on_page)
     document.write_text(head + BEGIN + "\n" + "\n".join(tables[group] for group in sorted(tables)) +
