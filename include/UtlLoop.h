@@ -63,8 +63,9 @@ struct LoopOptions {
     unsigned long maxMsgCount = 0;
     unsigned long maxMsgSize = 0;
 
-    // With one the thread is registered with the watchdog and reports by itself; the listener may
-    // be null, and must live as long as the loop.
+    // With one the thread is registered with the watchdog and reports by itself; one of 0 or less
+    // is refused there, which is logged, and the loop is not watched. The listener may be null, and
+    // must live as long as the loop.
     std::optional<Duration> aliveTime;
     WatchdogTimerListener* watchdogListener = nullptr;
 };

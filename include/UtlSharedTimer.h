@@ -95,7 +95,8 @@ public:
     // Stops and forgets a timer. False for an unknown one.
     bool eraseTimer(int timerId, int noWait = 0);
 
-    // Takes effect at the timer's next expiry or start. False for an unknown one.
+    // Takes effect at the timer's next expiry or start. False for an unknown one. With more than 24
+    // days, which the kernel refuses, a timer cannot be started, and one that runs stops there.
     bool setInterval(int timerId, unsigned long intervalMs);
     bool setInterval(int timerId, Duration interval) {
         return setInterval(timerId, interval.atLeastOne());

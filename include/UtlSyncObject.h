@@ -2,7 +2,7 @@
 //
 //     void Mailbox::put(Letter const& letter) {
 //         SyncGuard guard(mLock);
-//         mLetters.append(letter);
+//         mLetters.insertAt(mLetters.count(), letter);
 //     }  // given back here, whichever way the function ends
 
 #ifndef UTL_SYNC_OBJECT_H

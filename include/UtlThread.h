@@ -96,7 +96,8 @@ public:
 struct StartOptions {
     ThreadPriority priority = ThreadPriority::NORMAL;
 
-    // With one the thread is registered with the watchdog; `watchdogListener` may be null.
+    // With one the thread is registered with the watchdog, which refuses one of 0 or less: the
+    // thread runs unwatched then, and that is logged. `watchdogListener` may be null.
     std::optional<Duration> aliveTime;
     WatchdogTimerListener* watchdogListener = nullptr;
 
