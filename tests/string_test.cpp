@@ -161,6 +161,19 @@ TEST(LongTextTest, IsWalkedThroughStepByStep) {
     }
 }
 
+// For minutes, if it were compared anew wherever it nearly is.
+TEST(LongTextTest, IsSearchedForALongPattern) {
+    constexpr unsigned long LENGTH = 1000000;
+    std::string text;
+    for (unsigned long i = 0; i < LENGTH; ++i) {
+        text += "\u3042";
+    }
+    std::string const pattern = text.substr(text.size() / 2) + "\u3044";
+    unsigned long const begin = text.size() / 2;
+    EXPECT_EQ(NONE, t_strstr(text.c_str(), pattern.c_str()));
+    EXPECT_EQ(begin, t_strstr((text + "\u3044" + text).c_str(), pattern.c_str()));
+}
+
 // For minutes, if each character were compared with each of the set.
 TEST(LongTextTest, IsSearchedForManyCharacters) {
     std::string set, text;

@@ -41,6 +41,20 @@ unsigned long rarestOf(char const* text) {
     return rarest % LOOKED_AT;
 }
 
+// As strstr(), which in some C libraries takes as long as text and pattern multiplied. Piece by
+// piece, each twice as long: who goes from match to match does not have all the text measured for
+// each.
+char const* findLong(char const* s, char const* pattern, unsigned long size) {
+    for (unsigned long piece = 2 * size;; piece *= 2) {
+        unsigned long const length = utf8::boundedLength(s, piece);
+        void const* const match = memmem(s, length, pattern, size);
+        if (match != nullptr || length < piece) {
+            return static_cast<char const*>(match);
+        }
+        s += length - (size - 1);
+    }
+}
+
 }  // namespace
 
 Pattern::Pattern(char const* text) : mText(text), mRare(rarestOf(text)) {}
@@ -78,19 +92,22 @@ char const* Pattern::findBytes(char const* s, char const** end) const {
             *end = match + equal;
             return match;
         }
-        // Where the byte is not rare, strstr() is left the rest.
+        // Where the byte is not rare, the C library is left the rest.
         cost += missCost + equal;
         if (cost > static_cast<unsigned long>(at - begin) + 16 * missCost) {
-            return findByStrstr(match + 1, end);
+            return findTheRest(match + 1, end);
         }
     }
     return nullptr;
 }
 
-char const* Pattern::findByStrstr(char const* s, char const** end) const {
-    char const* const match = std::strstr(s, mText);
+char const* Pattern::findTheRest(char const* s, char const** end) const {
+    constexpr unsigned long LONGEST_FOR_STRSTR = 64;
+    unsigned long const size = std::strlen(mText);
+    char const* const match =
+        size <= LONGEST_FOR_STRSTR ? std::strstr(s, mText) : findLong(s, mText, size);
     if (match != nullptr) {
-        *end = match + std::strlen(mText);
+        *end = match + size;
     }
     return match;
 }

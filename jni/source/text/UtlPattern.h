@@ -19,7 +19,7 @@ public:
 
 private:
     char const* findBytes(char const* s, char const** end) const;
-    char const* findByStrstr(char const* s, char const** end) const;
+    char const* findTheRest(char const* s, char const** end) const;
     unsigned long equalBytes(char const* s) const;
 
     char const* const mText;
