@@ -18,8 +18,9 @@
 // before the call returns. That never happens to a directory whose name is a symbolic link.
 //
 // What works through a directory (size(), copy(), erase() and the read-only operations) never leads
-// out of it, even if others change it at the same time: a symbolic link in it is not followed to a
-// directory. Names in it may have any bytes, and be as long and as deep as memory allows.
+// into another, even if others change it at the same time: a symbolic link in it is not followed to
+// a directory. The file that one leads to is taken by size() and copy(), which fail where there is
+// none. Names in it may have any bytes, and be as long and as deep as memory allows.
 
 #ifndef UTL_FILE_H
 #define UTL_FILE_H
@@ -101,7 +102,8 @@ public:
     File& operator=(File const& other);
 
     // Closes the file without changing its mode. If it was ever opened to write, blocks until its
-    // entry in its directory is durable.
+    // entry in its directory is durable; that it is not, as in a directory that may not be read, is
+    // logged.
     virtual ~File();
 
     // Opening and closing.

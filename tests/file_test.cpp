@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
@@ -194,6 +195,12 @@ TEST_F(FileTest, SyncsOnlyWhatWasWrittenAndTellsWhenTheDiskDidNotTakeIt) {
         }
         EXPECT_EQ((std::vector<unsigned>{S_IFREG, S_IFDIR, S_IFDIR}), syncs);
     }
+    std::filesystem::path const workingDirectory = std::filesystem::current_path();
+    std::filesystem::current_path(scratch.path());
+    syncs.clear();
+    OpenFile("bare name", File::WRITE).close();
+    std::filesystem::current_path(workingDirectory);
+    EXPECT_EQ((std::vector<unsigned>{S_IFREG, S_IFDIR}), syncs);
     EXPECT_EQ(before, test::openDescriptors());
     EXPECT_EQ(1u, log.count("ERR: fsync Failed. errno[5]"));
     EXPECT_EQ(2u, log.count(std::string("closeFile Failed. Path:") + scratch("file")));

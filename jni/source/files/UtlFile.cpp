@@ -141,10 +141,9 @@ File& File::operator=(File const& other) {
 
 File::~File() {
     platform::ErrnoGuard const guard;
-    char directory[PATH_SIZE];
-    if (mOwesDirectorySync && extractDirectoryPath(directory, sizeof directory, mPath.c_str())) {
-        Descriptor const opened(platform::openFile(directory, O_RDONLY | O_DIRECTORY, 0));
-        if (opened.isOpen() && platform::syncFile(opened.get()) != 0) {
+    if (mOwesDirectorySync) {
+        Parent const parent(mPath.c_str());
+        if (parent.isOpen() && platform::syncFile(parent.entry().directory) != 0) {
             applog(LIBRARY_LOG, LEVEL_ERROR, "fsync Failed. errno[%d]", errno);
         }
     }
