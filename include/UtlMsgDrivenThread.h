@@ -92,7 +92,9 @@ public:
 // The queue lock is held for a few lines, but for what a message does to write itself; only who
 // waits for an answer holds the request lock. Those waits end when the thread stops. A wait that
 // would close a circle, of threads of this kind or of shared timers that wait for each other, is
-// refused and logged with the names of the two that meet.
+// refused and logged with the names of the two that meet. A destructor cannot be refused: where its
+// thread waits for the caller already, that is logged, and both wait for ever. Not found is what
+// waitTo() and postExecute() wait for.
 //
 // The thread may destroy its own object, in a call of the listener: it ends when that has returned.
 class UTL_API MsgDrivenThread : public Thread {

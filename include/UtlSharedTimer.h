@@ -59,7 +59,9 @@ public:
     SharedTimer(char const* threadName, unsigned long maxTimerCount)
         : SharedTimer(0, 0, nullptr, maxTimerCount, threadName) {}
 
-    // As destroy(). A derived class that overrides onTime() calls destroy() in its own destructor.
+    // As destroy(), but cannot be refused: where the thread waits for the caller already, that is
+    // logged, and both wait for ever. A derived class that overrides onTime() calls destroy() in
+    // its own destructor.
     ~SharedTimer() override;
     SharedTimer(SharedTimer const&) = delete;
     SharedTimer& operator=(SharedTimer const&) = delete;

@@ -16,6 +16,7 @@
 
 #include "UtlFile.h"
 #include "UtlLog.h"
+#include "UtlLoop.h"
 #include "UtlMemory.h"
 #include "UtlSharedTimer.h"
 #include "UtlString.h"
@@ -144,7 +145,7 @@ struct BusyParent {
 };
 
 // In a child.
-void expectNothingRuns(BusyParent& busy) {
+void expectNothingRuns(BusyParent& busy, Worker& beginning) {
     Station& station = busy.crowd.station;
     EXPECT_FALSE(station->isRunning());
     EXPECT_EQ(0, station->postMsg(MSG_ID) + station->hasMsg(MSG_ID));
@@ -152,6 +153,7 @@ void expectNothingRuns(BusyParent& busy) {
     EXPECT_EQ(-2, station->stop(1, 0) + station->setTimer(1, 0, 0, 0));
     EXPECT_EQ(WAIT_FAILED, station->waitTo(Thread::EXECUTED, 0));
     EXPECT_EQ(-1, busy.timers.addTimer(nullptr, 1, 0, 0));
+    EXPECT_EQ(-1, beginning.start());
     EXPECT_FALSE(busy.timers.start(1, 0) || busy.timers.stop(1, 0));
     for (Worker& worker : busy.crowd.workers) {
         EXPECT_FALSE(worker.isRunning() || worker.leaveManagement());
@@ -202,11 +204,17 @@ TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
         }
     });
     auto busy = std::make_unique<BusyParent>(scratch("crowd"));
+    Gate isBeginning;
+    test::Hold begins;
+    Worker beginning;
+    beginning.onPreExecute = [&] { isBeginning.open(), begins.wait(); };
+    auto const starting = inThread([&] { return beginning.startAndWait(0); });
+    EXPECT_TRUE(isBeginning.wait());
     for (int i = 0; i < 60; ++i) {
         ASSERT_TRUE(inChild([&] {
             endWhenStuck();
             if (i % 2 == 0) {
-                expectNothingRuns(*busy);
+                expectNothingRuns(*busy, beginning);
                 busy.reset();
             }
             expectLibraryIsUsable(path, station);
@@ -214,7 +222,26 @@ TEST_F(ForkTest, AChildFindsTheLibraryUsableAndNothingOfTheParentsRunning) {
         }));
     }
     isOver = true;
+    begins.open();
     EXPECT_TRUE(manager()->isRegisteredWatchdog(0));
+}
+
+TEST_F(ForkTest, WhatIsStartedInBothProcessesSharesNothing) {
+    Station station;
+    pid_t const child = fork();
+    if (child == 0) {
+        endWhenStuck();
+    }
+    if (child != 0 || HAS_THREADS_IN_CHILD) {
+        EXPECT_EQ(0, station.start());
+        for (int i = 0; i < 3000; ++i) {
+            EXPECT_EQ(1, station->sendMsgSync(MSG_ID));
+        }
+    }
+    if (child == 0) {
+        _exit(HasFailure() ? 1 : 0);
+    }
+    EXPECT_EQ(0, exitCodeOf(child));
 }
 
 // These children go on in the middle of a call, return into the loop and end their thread.
@@ -276,6 +303,46 @@ TEST_F(ForkInACallTest, AChildsOwnTimersOutliveTheCall) {
     Timer timer(&listener, std::chrono::milliseconds(1), "timer", 1);
     timer.start();
     EXPECT_TRUE(children.waitFor(2));
+}
+
+TEST_F(ForkInACallTest, AChildOfABeginningEndsAndTakesNoWordOfTheParents) {
+    struct Forking : MsgDrivenThread {
+        using MsgDrivenThread::MsgDrivenThread;
+        ~Forking() override { stop(1, 0); }
+        void preExecute() override { child = fork(); }
+        pid_t child = 0;
+    };
+    Station listener;
+    Forking thread(8, 8, "forking", 0);
+    EXPECT_EQ(0, thread.start(&listener, {}));
+    EXPECT_EQ(0, exitCodeOf(thread.child));
+    EXPECT_EQ(1, thread.sendMsgSync(MSG_ID));
+}
+
+// With the lock of its loop held by others.
+TEST_F(ForkInACallTest, ATaskMayForkAsItIsDestroyed) {
+    std::unique_ptr<Loop> const loop = Loop::make({});
+    Counter children;
+    auto const fork = [&](int*) {
+        pid_t const child = ::fork();
+        if (child == 0) {
+            endWhenStuck();
+        } else {
+            EXPECT_EQ(0, exitCodeOf(child));
+            children.add();
+        }
+    };
+    auto const takeItsLockAgainAndAgain = [&] {
+        while (children.count() < 40) {
+            loop->postAfter(std::chrono::hours(1), [] {}).cancel();
+        }
+    };
+    auto const another = inThread(takeItsLockAgainAndAgain);
+    auto const third = inThread(takeItsLockAgainAndAgain);
+    for (unsigned i = 0; i < 40; ++i) {
+        loop->postAfter(std::chrono::seconds(0), [last = std::shared_ptr<int>(nullptr, fork)] {});
+        EXPECT_TRUE(children.waitFor(i + 1));
+    }
 }
 
 TEST_F(ForkInACallTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {

@@ -398,6 +398,9 @@ TEST_P(LoopStopTest, RunsTheRestOrDropsIt) {
     auto stopped = inThread([this] { return loop->stop(GetParam(), 1h); });
     EXPECT_TRUE(comesTrue([this] { return loop->thread().hasRequestedStop(); }));
     EXPECT_FALSE(loop->post([] {}) || loop->postAfter(0s, [] {}));
+    for (int i = 0; i < 1000; ++i) {
+        loop->thread().stop(0, 0);  // however often: there is room for what others ask
+    }
     auto called = inThread([this] { return loop->call([] {}); });
     EXPECT_TRUE(comesTrue([this] { return loop->thread().queuedEntriesForTesting() == 12; }));
     released.open();
@@ -427,7 +430,12 @@ TEST_P(LoopStopTest, MayBeAskedForByATask) {
 
 INSTANTIATE_TEST_SUITE_P(OfTheRest, LoopStopTest, ::testing::Values(Rest::RUN, Rest::DROP));
 
-// Whatever way the loop came to call it.
+// A task that is never run, and calls `function` when it is destroyed.
+auto whenDropped(std::function<void()> const& function) {
+    return [last = std::shared_ptr<int>(nullptr, [function](int*) { function(); })] {};
+}
+
+// Whatever way the loop came to call or to drop it.
 TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
     using Own = std::unique_ptr<Loop>;
     std::vector<std::function<void(Own&, std::function<void()>, int)>> const ways = {
@@ -439,6 +447,14 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
         [](Own& own, auto destroy, int) {
             own->on<StructMsg<A, int>>([destroy](int) { destroy(); });
             own->postMsg(StructMsg<A, int>(0));
+        },
+        [](Own& own, auto destroy, int) {
+            own->call([&own, &destroy] { own->post(whenDropped(destroy)), own->stop(Rest::DROP); });
+        },
+        [](Own& own, auto destroy, int) {
+            own->call([&own, &destroy] {
+                own->postAfter(1h, whenDropped(destroy)), own->stop(Rest::DROP);
+            });
         },
     };
     for (auto const& way : ways) {

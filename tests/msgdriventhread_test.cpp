@@ -280,6 +280,22 @@ TEST_F(MsgDrivenThreadTest, WaitsThatWouldCloseACircleAreRefusedAndNothingElse) 
     EXPECT_EQ(REACHED, a->waitTo(Thread::EXECUTED, 0));
     EXPECT_EQ(0, found.get());
     EXPECT_EQ(5u, log.count(refusal));
+
+    // A destructor waits as well.
+    std::optional<MsgDrivenThread> gone;
+    RunningStation c;
+    Gate isInGone;
+    Station listener;
+    listener.on(A, [&] {
+        isInGone.open();
+        EXPECT_TRUE(comesTrue([&] { return gone->hasRequestedStop(); }));
+        EXPECT_EQ(0, c->sendMsgSync(B));
+    });
+    gone.emplace(8, 8, "gone", 0);
+    EXPECT_EQ(1, gone->start(&listener, {}) + gone->postMsg(A));
+    c.on(A, [&] { isInGone.wait(), gone.reset(); });
+    EXPECT_EQ(1, c->sendMsgSync(A));
+    EXPECT_TRUE(log.has("(gone) Refused. MsgDrivenThread(station) waits for this thread"));
 }
 
 // Who waits for the end of one synchronous message is not taken for one who waits no more when the
@@ -323,7 +339,9 @@ TEST_F(MsgDrivenThreadTest, AMessageAsksForNothingWhileItIsStoredOrRestored) {
     EXPECT_EQ(1, own->postMsg(msg));
     EXPECT_EQ(1, own.answerTo([&] { return own->peekMsg(A, &msg); }));
     EXPECT_EQ(1, own->sendMsgSync(msg));
-    EXPECT_EQ(30u, log.count(" Refused. A message asks for it while it is stored or restored"));
+    own.on(SYNC, [&] { EXPECT_EQ(2, own->postMsg(SimpleMsg(A)) + own->peekMsg(A, &msg)); });
+    EXPECT_EQ(1, own->sendMsgSync(SYNC));
+    EXPECT_EQ(39u, log.count(" Refused. A message asks for it while it is stored or restored"));
 }
 
 TEST_F(MsgDrivenThreadTest, AListenerMayDestroyTheThreadThatOthersWaitFor) {

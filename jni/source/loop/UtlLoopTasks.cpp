@@ -203,7 +203,7 @@ KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable
 }
 
 void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
-    task.room.destroy();
+    destroy(task.room);
     platform::MutexGuard const guard(mMutex);
     table.free(task);
 }
@@ -281,6 +281,14 @@ void LoopTasks::callTask(Code code) {
     if (!isOfThisProcess()) {
         new (&mMutex) platform::Mutex;
         mControl->forgetOtherThreads();
+    }
+}
+
+// What a destructor has forked goes on likewise, though maybe not on the loop's thread.
+void LoopTasks::destroy(TaskRoom& room) {
+    room.destroy();
+    if (!isOfThisProcess()) {
+        new (&mMutex) platform::Mutex;
     }
 }
 
@@ -482,7 +490,7 @@ void LoopTasks::close() {
 void LoopTasks::drop() {
     unsigned long dropped = 0;
     while (unsigned char* const slot = mQueue.front()) {
-        reinterpret_cast<TaskRoom*>(slot)->destroy();
+        destroy(*reinterpret_cast<TaskRoom*>(slot));
         mQueue.drop();
         ++dropped;
     }

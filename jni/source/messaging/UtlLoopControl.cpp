@@ -21,7 +21,12 @@ namespace {
 constexpr std::uint32_t ANY_CHANNEL = 1;
 
 UTL_THREAD_LOCAL LoopControl* ofThisThread = nullptr;
+UTL_THREAD_LOCAL LoopControl* leftByThisThread = nullptr;
 UTL_THREAD_LOCAL bool isInTransfer = false;
+
+void logNoPipe(char const* label, char const* name, int error) {
+    applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) pipe errno:%d", label, name, error);
+}
 
 }  // namespace
 
@@ -30,8 +35,7 @@ std::unique_ptr<LoopControl> LoopControl::make(Names const& names, TimerHandler&
     std::unique_ptr<LoopControl> control(new (std::nothrow)
                                              LoopControl(names, handler, maxEntries, maxTimers));
     if (control == nullptr || !control->isOpen()) {
-        applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) pipe errno:%d", names.label, names.name,
-               control != nullptr ? errno : ENOMEM);
+        logNoPipe(names.label, names.name, control != nullptr ? errno : ENOMEM);
     }
     return control;
 }
@@ -46,6 +50,10 @@ LoopControl::LoopControl(Names const& names, TimerHandler& handler, unsigned lon
 
 LoopControl* LoopControl::current() {
     return ofThisThread;
+}
+
+LoopControl* LoopControl::ofThread() {
+    return ofThisThread != nullptr ? ofThisThread : leftByThisThread;
 }
 
 LoopControl::Transfer::Transfer() : mIsInner(isInTransfer) {
@@ -74,7 +82,7 @@ void LoopControl::Access::awaitShared() UTL_NO_THREAD_SAFETY_ANALYSIS {
     while (mIsTaken && mLoop.mIsExclusive) {
         unsigned const turn = mLoop.mExclusiveTurns.load();
         mLoop.mMutex.unlock();
-        LoopWait const wait(mLoop, mLoop.mExclusiveTurns, turn);
+        LoopWait const wait(&mLoop, mLoop.mExclusiveTurns, turn);
         mIsTaken = !wait.isRefused();
         if (mIsTaken) {
             awaitEndOf(turn);
@@ -90,7 +98,7 @@ void LoopControl::Access::awaitEndOf(unsigned turn) const {
     }
 }
 
-LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisitors), mWait(loop) {
+LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisitors), mWait(&loop) {
     if (!mWait.isRefused() && !loop.isRefusedInTransfer()) {
         mGuard.emplace(loop.mRequestLock);
     }
@@ -100,7 +108,7 @@ LoopControl::Posting LoopControl::Asking::postLocked(Request const& request, Ent
                                                      Bell* bell) {
     mLoop.mMutex.assumeHeld();
     mLoop.mRequest = request;
-    mLoop.mAsker = current();
+    mLoop.mAsker = ofThread();
     mLoop.mIsAnswered.setOff();
     mLoop.mIsAsked.store(true, std::memory_order_release);  // the loop may come to any entry now
     Posting const posting = mLoop.postLocked(entry, bell);
@@ -164,10 +172,15 @@ void LoopControl::enter() {
     mTimers.enter();
 }
 
-void LoopControl::leaveThread() {
+void LoopControl::leaveLoop() {
     LoopList::remove(*this);
     mTimers.leave();
     ofThisThread = nullptr;
+    leftByThisThread = this;
+}
+
+void LoopControl::leaveThread() {
+    leftByThisThread = nullptr;
 }
 
 bool LoopControl::nudge() {
@@ -263,6 +276,14 @@ void LoopControl::answerLocked(bool isServed) {
 
 void LoopControl::forgetOtherThreads() {
     new (&mMutex) platform::Mutex;
+}
+
+void LoopControl::followFork() {
+    forgetOtherThreads();
+    mPipe.reopen();
+    if (!isOpen()) {
+        logNoPipe(label(), name(), errno);
+    }
 }
 
 void LoopControl::beginExclusive() {

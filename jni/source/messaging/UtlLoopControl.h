@@ -95,8 +95,11 @@ public:
 
     // Any thread.
 
-    // The loop of the calling thread, or nullptr.
+    // The loop that the calling thread is in, or nullptr.
     static LoopControl* current();
+
+    // The same, and still when that loop has ended, until leave() has returned.
+    static LoopControl* ofThread();
 
     // Whether somebody has said that nothing more is accepted. Exact with the mutex held.
     bool isClosed() const { return mIsClosed.load(std::memory_order_relaxed); }
@@ -234,10 +237,11 @@ public:
     LoopList::Link& link() { return mLink; }
 
     // The loop begins; it is over. From then on nobody is asked for anything, and who waits is
-    // released: both with the mutex held, as is `cleanUp` called.
+    // released: both with the mutex held, as is `cleanUp` called. `drop` is called at last, without
+    // it: it may destroy what is user code.
     void enter();
-    template <typename CleanUp>
-    void leave(CleanUp cleanUp) UTL_EXCLUDES(mMutex);
+    template <typename CleanUp, typename Drop>
+    void leave(CleanUp cleanUp, Drop drop) UTL_EXCLUDES(mMutex);
 
     // Takes the next entry. False when there is none.
     bool take(Entry* entry) {
@@ -276,6 +280,9 @@ public:
     // In a child of a fork made on this thread: what other threads held is free.
     void forgetOtherThreads();
 
+    // In a child, before the loop begins: that, and a pipe of its own. Logged when there is none.
+    void followFork();
+
     // Between these two nobody else queues anything.
     void beginExclusive() UTL_EXCLUDES(mMutex);
     void endExclusiveLocked() UTL_REQUIRES(mMutex);
@@ -295,7 +302,8 @@ private:
     bool wake(Bell const& bell);
     unsigned nextSleepLocked() UTL_REQUIRES(mMutex);
     bool write(Entry const& word);
-    void leaveThread();
+    void leaveLoop();
+    static void leaveThread();
     bool read();
 
     char const* const mLabel;
@@ -371,14 +379,16 @@ bool LoopControl::Bell::ring(TakeBack takeBack) {
     return false;
 }
 
-template <typename CleanUp>
-void LoopControl::leave(CleanUp cleanUp) {
+template <typename CleanUp, typename Drop>
+void LoopControl::leave(CleanUp cleanUp, Drop drop) {
     {
         platform::MutexGuard const guard(mMutex);
         mHasEnded = true;
         cleanUp();
         answerLocked(false);
     }
+    leaveLoop();
+    drop();
     leaveThread();
 }
 

@@ -9,26 +9,26 @@ namespace utl {
 
 platform::StaticLock LoopWait::mLock(platform::LockOrder::LOOP_WAITS);
 
-LoopWait::LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn)
-    : mWaiter(LoopControl::current()) {
+LoopWait::LoopWait(LoopControl* awaited, Turns const* turns, unsigned turn)
+    : mWaiter(awaited != nullptr ? LoopControl::ofThread() : nullptr) {
     if (mWaiter == nullptr) {
         return;
     }
     {
         platform::StaticGuard const guard(mLock);
         // Who is waited for is alive: the waiting thread is inside one of its operations.
-        for (LoopControl const* loop = &awaited; loop != nullptr && !mIsRefused;
+        for (LoopControl const* loop = awaited; loop != nullptr && !mIsRefused;
              loop = nextLocked(*loop)) {
             mIsRefused = loop == mWaiter;
         }
         mOuter = mWaiter->mWaitsFor;
         if (!mIsRefused) {
-            mWaiter->mWaitsFor = {&awaited, turns, turn};
+            mWaiter->mWaitsFor = {awaited, turns, turn};
         }
     }
     if (mIsRefused) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Refused. %s(%s) waits for this thread",
-               mWaiter->label(), mWaiter->name(), awaited.label(), awaited.name());
+               mWaiter->label(), mWaiter->name(), awaited->label(), awaited->name());
     }
 }
 

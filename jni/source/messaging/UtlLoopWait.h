@@ -1,7 +1,7 @@
 // Internal. Finds out that threads with loops would wait for each other in a circle, before the
 // wait that would close it.
 //
-//     LoopWait const wait(awaited);
+//     LoopWait const wait(&awaited);
 //     if (wait.isRefused()) { return false; }
 //     ... wait until `awaited` has answered, or lets go ...
 //
@@ -27,13 +27,13 @@ using Turns = std::atomic<unsigned>;
 
 class LoopWait {
 public:
-    // The calling thread is about to wait for what the thread of `awaited` does. A refusal is
-    // logged with the names of both.
-    explicit LoopWait(LoopControl& awaited) : LoopWait(awaited, nullptr, 0) {}
+    // The calling thread is about to wait for what the thread of `awaited` does; with nullptr, for
+    // nobody. A refusal is logged with the names of both.
+    explicit LoopWait(LoopControl* awaited) : LoopWait(awaited, nullptr, 0) {}
 
     // The same for the end of one `turn` only: once that is over, the calling thread stands in
     // nobody's way, although it may not run yet.
-    LoopWait(LoopControl& awaited, Turns const& turns, unsigned turn)
+    LoopWait(LoopControl* awaited, Turns const& turns, unsigned turn)
         : LoopWait(awaited, &turns, turn) {}
     ~LoopWait();
     LoopWait(LoopWait const&) = delete;
@@ -55,12 +55,12 @@ private:
         unsigned turn = 0;
     };
 
-    LoopWait(LoopControl& awaited, Turns const* turns, unsigned turn);
+    LoopWait(LoopControl* awaited, Turns const* turns, unsigned turn);
     static LoopControl const* nextLocked(LoopControl const& loop) UTL_REQUIRES(mLock);
 
     static platform::StaticLock mLock;  // of all waits
 
-    LoopControl* const mWaiter;  // nullptr for a thread without a loop
+    LoopControl* const mWaiter;  // nullptr for a thread without a loop, or that waits for nobody
     Edge mOuter;
     bool mIsRefused = false;
 };

@@ -24,11 +24,14 @@ MsgDrivenThread::MsgDrivenThread(unsigned long maxMsgSize, unsigned long maxMsgC
 
 MsgDrivenThread::~MsgDrivenThread() {
     // In the child of a fork, too, that a listener has made.
-    if (mLoop != nullptr && mLoop->hasAllBuffers() && LoopControl::current() == &control()) {
+    if (mLoop != nullptr && mLoop->hasAllBuffers() && LoopControl::ofThread() == &control()) {
         mLoop.release()->outliveThread();
         return;
     }
-    Thread::stop(1, 0);
+    {
+        LoopWait const wait(isRunning() ? &control() : nullptr);
+        Thread::stop(1, 0);
+    }
     if (mLoop != nullptr && mLoop->hasAllBuffers() && hasDone(STARTED) && !isOfThisProcess()) {
         control().closePipe();
         mLoop.release();  // the parent's thread may have been in the middle of changing it
@@ -65,8 +68,8 @@ int MsgDrivenThread::stop(int waitMode, unsigned long timeout) {
         return -1;
     }
     bool const isUnlimited = waitMode == 1 && timeout == 0 && isRunning();
-    std::optional<LoopWait> wait;
-    if (isUnlimited && wait.emplace(control()).isRefused()) {
+    LoopWait const wait(isUnlimited ? &control() : nullptr);
+    if (wait.isRefused()) {
         Thread::stop(0, 0);
         return WAIT_FAILED;
     }

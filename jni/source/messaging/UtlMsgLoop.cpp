@@ -104,16 +104,21 @@ void MsgDrivenThread::Loop::followFork() {
     }
     platform::StaticGuard const guard(followLock);
     if (mProcess.load() != now) {
-        mControl->forgetOtherThreads();
+        mControl->followFork();
         mProcess.store(now);
     }
 }
 
+// One entry does for all who ask until the loop comes to it: there is room for others' requests
+// however often they ask.
 int MsgDrivenThread::Loop::requestStop() {
-    LoopControl::Posting posting;
+    LoopControl::Posting posting = LoopControl::Posting::DONE;
     {
         platform::MutexGuard const guard(mControl->mutex());
-        posting = mControl->postLocked({CTL_STOP, -1});
+        if (!mIsStopQueued) {
+            posting = mControl->postLocked({CTL_STOP, -1});
+            mIsStopQueued = posting == LoopControl::Posting::DONE;
+        }
     }
     return report(posting, CTL_STOP);
 }
@@ -332,7 +337,9 @@ bool MsgDrivenThread::Loop::ask(LoopControl::Asking& asking, Request request, lo
 }
 
 int MsgDrivenThread::Loop::run() {
-    mProcess.store(platform::processNumber());
+    if (isInChild()) {
+        return -1;  // preExecute() has forked
+    }
     mControl->enter();
     mControl->watch().reportAtWork(AFTER_SLEEP);
     bool const canBegin = mExtension == nullptr || mExtension->enter(*mControl);
@@ -355,14 +362,17 @@ void MsgDrivenThread::Loop::finish() {
         mExtension->close();
     }
     bool isCounted = mExtension != nullptr;  // a plain stop leaves messages without a word
-    mControl->leave([this, &isCounted] {
-        mControl->mutex().assumeHeld();
-        isCounted = isCounted || mControl->isClosed();
-        eraseAllTimerLocked();
-    });
-    if (mExtension != nullptr) {
-        mExtension->drop();
-    }
+    mControl->leave(
+        [this, &isCounted] {
+            mControl->mutex().assumeHeld();
+            isCounted = isCounted || mControl->isClosed();
+            eraseAllTimerLocked();
+        },
+        [this] {
+            if (mExtension != nullptr) {
+                mExtension->drop();
+            }
+        });
     unsigned long const dropped = leftCount();
     if (isCounted && dropped != 0) {
         applog(LIBRARY_LOG, LEVEL_INFORMATION, "MsgDrivenThread(%s) stopped. Dropped:%u",
@@ -506,8 +516,11 @@ void MsgDrivenThread::Loop::serveErase(long target) {
 // No lock is held.
 int MsgDrivenThread::Loop::dispatch(ThreadCtlMsg const& ctl) {
     switch (ctl.id) {
-        case CTL_STOP:
+        case CTL_STOP: {
+            platform::MutexGuard const guard(mControl->mutex());
+            mIsStopQueued = false;
             return 0;
+        }
         case CTL_TIMEOUT:
             return executeTimeout(ctl.parameter);
         case CTL_START_TIMER:

@@ -37,7 +37,7 @@ public:
     bool hasAllBuffers() const;
 
     // Before the loop is used that has not begun: if it was made in the parent of this process,
-    // what other threads held of it there is free.
+    // what other threads held of it there is free, and its pipe another.
     void followFork();
 
     // Any thread, whether the loop runs or not.
@@ -167,6 +167,8 @@ private:
     Map<int, TimerInfo> mTimers UTL_GUARDED_BY(mControl->mutex());
     int mNextUserTimerId UTL_GUARDED_BY(mControl->mutex()) = 1;
 
+    bool mIsStopQueued UTL_GUARDED_BY(mControl->mutex()) = false;
+
     // Of a stop; what it was when somebody closed.
     std::atomic<std::uint64_t> mRunsUntil{LEFT};
     std::atomic<unsigned long> mHandledBefore{0};
@@ -192,6 +194,7 @@ auto MsgDrivenThread::Loop::find(long msgId, Use use) {
             platform::MutexGuard const guard(mControl->mutex());
             isThere = executeFindMsgLocked(msgId, &mFoundMsg);
         }
+        LoopControl::Transfer const transfer;
         return use(isThere ? &mFoundMsg : nullptr);
     }
     LoopControl::Asking asking(*mControl);

@@ -29,6 +29,11 @@ void WakePipe::close() {
     }
 }
 
+void WakePipe::reopen() {
+    close();
+    platform::openPipe(&mEnds);
+}
+
 ssize_t WakePipe::wake(Word const& word) {
     ssize_t const written = platform::writePipe(mEnds.write, &word, sizeof word);
     return written == -1 && errno == EAGAIN ? WORD_SIZE : written;

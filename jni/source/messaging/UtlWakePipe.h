@@ -30,6 +30,9 @@ public:
     // Nobody uses it any more.
     void close();
 
+    // In a child of a fork: as a new one, which the parent's loop does not read.
+    void reopen();
+
     bool isOpen() const { return mEnds.write != -1; }
 
     // What the one reader may poll.

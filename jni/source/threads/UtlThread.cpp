@@ -107,8 +107,12 @@ Thread::~Thread() {
 int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
                   WatchdogTimerListener* listener, int waitMode, unsigned long waitTimeout,
                   ThreadPriority const& priority, unsigned long) {
-    if (isCaller()) {
-        return -1;  // before the lock: the thread that starts this one may hold it and wait
+    // Before the lock: the thread that starts this one may hold it and wait, or have held it in the
+    // parent of this process.
+    bool const isStartedElsewhere =
+        (hasDone(STARTED) || mIsStartOver.isOff()) && !isOfThisProcess();
+    if (isCaller() || isStartedElsewhere) {
+        return -1;
     }
     SyncGuard const guard(mSyncObject);
     if (hasDone(STARTED)) {

@@ -27,7 +27,10 @@ SharedTimer::~SharedTimer() {
         mLoop.release()->outliveThread();
         return;
     }
-    Thread::stop(1, 0);
+    {
+        LoopWait const wait(Thread::isRunning() ? &mLoop->control() : nullptr);
+        Thread::stop(1, 0);
+    }
     if (isUsable() && hasDone(STARTED) && !isOfThisProcess()) {
         mLoop->control().closePipe();
         mLoop.release();  // the parent's thread may have been in the middle of changing it
@@ -46,8 +49,8 @@ bool SharedTimer::destroy() {
     if (isCaller()) {
         return false;
     }
-    std::optional<LoopWait> wait;
-    if (Thread::isRunning() && wait.emplace(mLoop->control()).isRefused()) {
+    LoopWait const wait(Thread::isRunning() ? &mLoop->control() : nullptr);
+    if (wait.isRefused()) {
         Thread::stop(0, 0);
         return false;
     }

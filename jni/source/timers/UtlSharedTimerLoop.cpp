@@ -275,11 +275,13 @@ int SharedTimer::Loop::run() {
             return -1;  // in a child of that process, which inherited this call: nothing is its own
         }
     } while (step == Step::NEXT);
-    mControl->leave([this] {
-        mControl->mutex().assumeHeld();
-        mIsLooping = false;
-        eraseAllTimerLocked();
-    });
+    mControl->leave(
+        [this] {
+            mControl->mutex().assumeHeld();
+            mIsLooping = false;
+            eraseAllTimerLocked();
+        },
+        [] {});
     if (mIsThreadGone) {
         delete this;
     }

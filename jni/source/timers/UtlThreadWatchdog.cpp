@@ -278,7 +278,7 @@ bool ThreadWatchdog::forget(int id) {
 int ThreadWatchdog::awaitReturn(int id, Deadline const& deadline) {
     unsigned call;
     while (isCallUnderWay(id, &call)) {
-        LoopWait const wait(mThread->control(), mCalls, call);
+        LoopWait const wait(&mThread->control(), mCalls, call);
         if (wait.isRefused()) {
             return WAIT_FAILED;
         }
