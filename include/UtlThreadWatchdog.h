@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "UtlApi.h"
 #include "UtlEvent.h"
@@ -98,8 +99,9 @@ class UTL_API WatchdogTimerListener {
 public:
     virtual ~WatchdogTimerListener();
 
-    // The thread `id` has been silent for its alive time. On the watchdog's thread,
-    // with no lock held; `infos` is a copy of all registrations, good during the call.
+    // The thread `id` has been silent for its alive time. On the watchdog's thread, with no lock
+    // held; `infos` is a copy of all registrations when that was found, good during the call, and
+    // without memory empty.
     virtual void onTime(int id, Map<int, WatchdogInfo> const& infos) = 0;
 };
 
@@ -169,6 +171,7 @@ private:
     friend class ThreadManager;
 
     class DefaultTimerListener;
+    using Infos = Map<int, WatchdogInfo>;
 
     void printTable(LineOutput& output) const;
     bool forget(int id);
@@ -185,8 +188,9 @@ private:
     void expectCheckLocked() UTL_REQUIRES(mTableLock);
     void addLatenessLocked(std::uint32_t now) UTL_REQUIRES(mTableLock);
     void executeWatchThreads();
-    bool declareTimeout(std::uint32_t now, WatchdogTimerListener** listener);
-    void callListener(WatchdogTimerListener* listener);
+    bool declareTimeout(std::uint32_t now, WatchdogTimerListener** listener,
+                        std::optional<Infos>* infos);
+    void callListener(WatchdogTimerListener* listener, Infos const& infos);
     void restUnlessNeeded();
 
     unsigned long const mCapacity;
@@ -204,7 +208,7 @@ private:
     // Of checks, not yet added to the threads' time.
     std::uint64_t mLatenessNs UTL_GUARDED_BY(mTableLock) = 0;
     bool mIsInitialized UTL_GUARDED_BY(mTableLock) = false;
-    Map<int, WatchdogInfo> mInfos UTL_GUARDED_BY(mTableLock);
+    Infos mInfos UTL_GUARDED_BY(mTableLock);
     // Whose listener is being called while mHasReturned is off. Written with mTableLock held, by
     // the watchdog's thread only.
     int mCalledId = 0;

@@ -190,6 +190,7 @@ TEST_F(WatchdogTest, ForgetsThreadsThatEndAreStoppedOrLeave) {
 TEST_F(WatchdogTest, AListenerMayCallBack) {
     Alarm alarm([](int id, Map<int, WatchdogInfo> const& infos) {
         EXPECT_EQ(1u, infos.find(id)->timeoutCount());
+        EXPECT_EQ(WatchdogInfo::WATCHING, infos.find(id)->watchStatus()) << "as it was then";
         ThreadManager::destroy();  // refused: it would wait for itself
         EXPECT_EQ(manager(), ThreadManager::getIfCreated());
         EXPECT_TRUE(manager()->unregister(id));
@@ -199,6 +200,8 @@ TEST_F(WatchdogTest, AListenerMayCallBack) {
         EXPECT_TRUE(other.runsToItsEnd() && other.leaveManagement());
     });
     watchMe(1, &alarm);
+    static int const me = gettid();
+    test::replaceNextLine([] { EXPECT_TRUE(manager()->stopWatchdog(me)); });  // that of the timeout
     pass(500);
     EXPECT_EQ(1u, alarm.calls.count());
 }

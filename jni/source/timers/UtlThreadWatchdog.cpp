@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <limits>
 #include <new>
-#include <optional>
 
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
@@ -413,15 +412,18 @@ void ThreadWatchdog::printTable(LineOutput& output) const {
         return;
     }
     printHead(output);
+    auto const isBefore = [](Pair<int, WatchdogInfo> const& pair, long long id) {
+        return pair.key() < id;
+    };
     for (long long next = std::numeric_limits<int>::min();;) {
         std::optional<Row> row;
         {
             TableGuard const guard(mTableLock);
-            unsigned long i = 0;
-            while (i < mInfos.count() && mInfos[i].key() < next) {
-                ++i;
-            }
-            if (i == mInfos.count()) {
+            unsigned long const count = mInfos.count();
+            unsigned long const i =
+                count != 0 ? searchPosition(next, &mInfos[0], static_cast<long>(count), isBefore)
+                           : 0;
+            if (i == count) {
                 return;
             }
             row.emplace(mInfos[i].value());
@@ -504,15 +506,17 @@ void ThreadWatchdog::executeWatchThreads() {
         addLatenessLocked(now);
     }
     WatchdogTimerListener* listener;
-    while (declareTimeout(now, &listener)) {
-        callListener(listener);
+    std::optional<Infos> infos;
+    while (declareTimeout(now, &listener, &infos)) {
+        callListener(listener, *infos);
     }
     restUnlessNeeded();
 }
 
-// Declares the first that is overdue at `now` timed out, and begins the call of its listener. False
-// when nobody is.
-bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** listener) {
+// Declares the first that is overdue at `now` timed out, and begins the call of its listener, with
+// a copy of all registrations as they are then; without memory it is empty. False when nobody is.
+bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** listener,
+                                    std::optional<Infos>* infos) {
     LoggedName name;
     {
         TableGuard const guard(mTableLock);
@@ -528,6 +532,7 @@ bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** l
         ++info.mTimeoutCount;
         name.take(info);
         *listener = info.mListener;
+        infos->emplace(mInfos);
         mCalledId = info.mId;
         mCalls.fetch_add(1);
         mHasReturned.setOff();
@@ -537,18 +542,10 @@ bool ThreadWatchdog::declareTimeout(std::uint32_t now, WatchdogTimerListener** l
     return true;
 }
 
-// With a copy of all registrations; without memory it is empty.
-void ThreadWatchdog::callListener(WatchdogTimerListener* listener) {
+void ThreadWatchdog::callListener(WatchdogTimerListener* listener, Infos const& infos) {
     DefaultTimerListener defaultListener;
     WatchdogTimerListener* const called = listener != nullptr ? listener : &defaultListener;
-    {
-        Map<int, WatchdogInfo> const infos = [this] {
-            TableGuard const guard(mTableLock);
-            return mInfos;
-        }();
-        callUserCode("WatchdogTimerListener::onTime", NAME,
-                     [&] { called->onTime(mCalledId, infos); });
-    }
+    callUserCode("WatchdogTimerListener::onTime", NAME, [&] { called->onTime(mCalledId, infos); });
     mCalls.fetch_add(1);
     mHasReturned.setOn();
 }
