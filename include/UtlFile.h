@@ -103,7 +103,7 @@ public:
 
     // Closes the file without changing its mode. If it was ever opened to write, blocks until its
     // entry in its directory is durable; that it is not, as in a directory that may not be read, is
-    // logged.
+    // logged, unless that has gone.
     virtual ~File();
 
     // Opening and closing.

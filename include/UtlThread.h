@@ -130,7 +130,8 @@ public:
     // startWatchdog() was called; `listener` may be null. 0 when it runs; with `waitMode` 1 the
     // result of waitTo(PRE_EXECUTED, waitTimeout). -1 when it was started before, on the thread
     // itself, and when it cannot be: then no part of it has run or ever will, and it may be started
-    // anew. Blocks until the new thread is registered. `reserved` is ignored.
+    // anew, but not in a child of a fork. Blocks until the new thread is registered. `reserved` is
+    // ignored.
     int start(int watchdogMode, unsigned long watchdogAliveTime, WatchdogTimerListener* listener,
               int waitMode, unsigned long waitTimeout, ThreadPriority const& priority,
               unsigned long reserved);
@@ -214,10 +215,10 @@ private:
     std::atomic<int> mId{0};
     BasicString<char> const mName;
     Event mStages[STAGE_COUNT];
-    Event mAskedOrDone;                 // on when a stop request came or can no longer come
-    SyncObject mSyncObject;             // serialises start()
-    Event mIsStartOver;                 // off while somebody is in start()
-    std::atomic<unsigned> mProcess{0};  // in which it was started
+    Event mAskedOrDone;              // on when a stop request came or can no longer come
+    SyncObject mSyncObject;          // serialises start()
+    Event mIsStartOver;              // off while somebody is in start()
+    std::atomic<unsigned> mProcess;  // in which start() was called
     std::atomic<unsigned long> mResult{0};
 
     // Switched on when the thread's function has left; the registry shares it. Written by start()

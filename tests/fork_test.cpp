@@ -319,11 +319,15 @@ TEST_F(ForkInACallTest, AChildOfABeginningEndsAndTakesNoWordOfTheParents) {
     EXPECT_EQ(1, thread.sendMsgSync(MSG_ID));
 }
 
-// With the lock of its loop held by others.
+// With the lock of its loop held by others; and as it is dropped, with others that the child
+// leaves.
 TEST_F(ForkInACallTest, ATaskMayForkAsItIsDestroyed) {
     std::unique_ptr<Loop> const loop = Loop::make({});
     Counter children;
     auto const fork = [&](int*) {
+        if (getpid() != parent) {
+            _exit(1);
+        }
         pid_t const child = ::fork();
         if (child == 0) {
             endWhenStuck();
@@ -343,6 +347,18 @@ TEST_F(ForkInACallTest, ATaskMayForkAsItIsDestroyed) {
         loop->postAfter(std::chrono::seconds(0), [last = std::shared_ptr<int>(nullptr, fork)] {});
         EXPECT_TRUE(children.waitFor(i + 1));
     }
+    another.wait();
+    third.wait();
+    loop->post([&] {
+        for (int i = 0; i < 2; ++i) {
+            loop->post([last = std::shared_ptr<int>(nullptr, fork)] {});
+            loop->postAfter(std::chrono::hours(1), [last = std::shared_ptr<int>(nullptr, fork)] {});
+        }
+        loop->stop(Rest::DROP);
+    });
+    EXPECT_EQ(REACHED, loop->thread().waitTo(Thread::EXECUTED, 0));
+    EXPECT_EQ(44u, children.count());
+    EXPECT_EQ(1u, log.count("Dropped:4"));
 }
 
 TEST_F(ForkInACallTest, AChildMayDestroyTheObjectWhoseWorkItWasMadeIn) {

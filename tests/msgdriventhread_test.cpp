@@ -197,6 +197,20 @@ TEST_F(MsgDrivenThreadTest, AStopDeliversWhatWasAcceptedOrSaysWhatItDropped) {
     EXPECT_EQ(WAIT_FAILED, Station()->stop(Rest::RUN, std::chrono::hours(1)).result);
 }
 
+// One that was asked for before has its entry in front of what is accepted until it is closed.
+TEST_F(MsgDrivenThreadTest, AStopThatWorksOffEndsWhateverBecomesOfTheLastMessage) {
+    HeldStation station;
+    station.on(A, [&] { EXPECT_TRUE(station.awaitEntries(3)) << "B, a stop, a request"; });
+    EXPECT_EQ(0, station->stop(0, 0));
+    EXPECT_EQ(2, station->sendMsgAsync(SimpleMsg(A)) + station->sendMsgAsync(SimpleMsg(B)));
+    auto stopped = inThread([&] { return station->stop(Rest::RUN); });
+    EXPECT_TRUE(station.awaitEntries(4));
+    station.released.open();
+    EXPECT_TRUE(station.waitFor(A));
+    EXPECT_EQ(1, station->eraseMsg(B));
+    EXPECT_EQ(REACHED, stopped.get().result);
+}
+
 // Whatever entry is under way: it goes when the message that overtakes it erases it.
 TEST_F(MsgDrivenThreadTest, ASynchronousMessageOvertakesAllThatAreQueued) {
     struct {

@@ -143,7 +143,9 @@ File::~File() {
     platform::ErrnoGuard const guard;
     if (mOwesDirectorySync) {
         Parent const parent(mPath.c_str());
-        if (parent.isOpen() && platform::syncFile(parent.entry().directory) != 0) {
+        bool const isSynced =
+            parent.isOpen() ? platform::syncFile(parent.entry().directory) == 0 : errno == ENOENT;
+        if (!isSynced) {
             applog(LIBRARY_LOG, LEVEL_ERROR, "fsync Failed. errno[%d]", errno);
         }
     }

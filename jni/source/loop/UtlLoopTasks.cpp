@@ -203,7 +203,7 @@ KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable
 }
 
 void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
-    destroy(task.room);
+    destroy([&task] { task.room.destroy(); });
     platform::MutexGuard const guard(mMutex);
     table.free(task);
 }
@@ -285,8 +285,9 @@ void LoopTasks::callTask(Code code) {
 }
 
 // What a destructor has forked goes on likewise, though maybe not on the loop's thread.
-void LoopTasks::destroy(TaskRoom& room) {
-    room.destroy();
+template <typename Destructor>
+void LoopTasks::destroy(Destructor destructor) {
+    destructor();
     if (!isOfThisProcess()) {
         new (&mMutex) platform::Mutex;
     }
@@ -487,16 +488,19 @@ void LoopTasks::close() {
     mHasEnded = true;
 }
 
+// In a child of a fork that one of them makes the rest stays as it is.
 void LoopTasks::drop() {
     unsigned long dropped = 0;
-    while (unsigned char* const slot = mQueue.front()) {
-        destroy(*reinterpret_cast<TaskRoom*>(slot));
+    while (isOfThisProcess() && mQueue.front() != nullptr) {
+        destroy([this] { reinterpret_cast<TaskRoom*>(mQueue.front())->destroy(); });
         mQueue.drop();
         ++dropped;
     }
     dropped += dropTable(mDelayed);
     dropTable(mWatching);
-    mHandlers.reset();
+    if (isOfThisProcess()) {
+        destroy([this] { mHandlers.reset(); });
+    }
     platform::MutexGuard const guard(mMutex);
     mDroppedCount = dropped;
 }
@@ -504,7 +508,7 @@ void LoopTasks::drop() {
 // How many of them were to be called once.
 unsigned long LoopTasks::dropTable(TaskTable& table) {
     unsigned long dropped = 0;
-    for (std::uint32_t i = 0; i < table.capacity(); ++i) {
+    for (std::uint32_t i = 0; isOfThisProcess() && i < table.capacity(); ++i) {
         KeptTask& task = table[i];
         {
             platform::MutexGuard const guard(mMutex);

@@ -92,7 +92,8 @@ private:
 
     template <typename Code>
     void callTask(Code code) UTL_EXCLUDES(mMutex);
-    void destroy(TaskRoom& room) UTL_EXCLUDES(mMutex);
+    template <typename Destructor>
+    void destroy(Destructor destructor) UTL_EXCLUDES(mMutex);
     void runKept(TaskTable& table, KeptTask& task, unsigned long told) UTL_EXCLUDES(mMutex);
     bool goesOnWaiting(TaskTable& table, KeptTask& task) UTL_EXCLUDES(mMutex);
     bool executeDue() UTL_EXCLUDES(mMutex);

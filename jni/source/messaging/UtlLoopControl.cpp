@@ -98,7 +98,9 @@ void LoopControl::Access::awaitEndOf(unsigned turn) const {
     }
 }
 
-LoopControl::Asking::Asking(LoopControl& loop) : mLoop(loop), mVisit(loop.mVisitors), mWait(&loop) {
+// A loop that has ended answers everybody, although its thread may have something left to do.
+LoopControl::Asking::Asking(LoopControl& loop)
+    : mLoop(loop), mVisit(loop.mVisitors), mWait(&loop, loop.mEnds, 0) {
     if (!mWait.isRefused() && !loop.isRefusedInTransfer()) {
         mGuard.emplace(loop.mRequestLock);
     }

@@ -223,7 +223,9 @@ public:
     }
 
     void closeLocked() UTL_REQUIRES(mMutex) { mIsClosed.store(true, std::memory_order_relaxed); }
-    bool hasEndedLocked() const UTL_REQUIRES(mMutex) { return mHasEnded; }
+    bool hasEndedLocked() const UTL_REQUIRES(mMutex) {
+        return mEnds.load(std::memory_order_relaxed) != 0;
+    }
     SlotRing& entriesLocked() UTL_REQUIRES(mMutex) { return mEntries; }
     static Entry entryIn(unsigned char const* slot) {
         Entry entry;
@@ -321,7 +323,7 @@ private:
     std::atomic<unsigned> mSleep{AWAKE};  // set with the mutex held: even, odd while a bell rings
     unsigned mLastSleep UTL_GUARDED_BY(mMutex) = AWAKE;
     std::atomic<bool> mIsClosed{false};  // likewise
-    bool mHasEnded UTL_GUARDED_BY(mMutex) = false;
+    Turns mEnds{0};                      // 1 when the loop is over; likewise
     bool mIsExclusive UTL_GUARDED_BY(mMutex) = false;
     Turns mExclusiveTurns{0};  // that have ended
     CacheDistance mBehindSending;
@@ -383,7 +385,7 @@ template <typename CleanUp, typename Drop>
 void LoopControl::leave(CleanUp cleanUp, Drop drop) {
     {
         platform::MutexGuard const guard(mMutex);
-        mHasEnded = true;
+        mEnds.store(1);
         cleanUp();
         answerLocked(false);
     }

@@ -26,7 +26,8 @@ LoopWait::LoopWait(LoopControl* awaited, Turns const* turns, unsigned turn)
             mWaiter->mWaitsFor = {awaited, turns, turn};
         }
     }
-    if (mIsRefused) {
+    // Of its own loop, what it destroys at the end may ask something: no circle.
+    if (mIsRefused && awaited != mWaiter) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Refused. %s(%s) waits for this thread",
                mWaiter->label(), mWaiter->name(), awaited->label(), awaited->name());
     }

@@ -135,6 +135,7 @@ void MsgDrivenThread::Loop::closeIfOpen() {
     platform::MutexGuard const guard(mControl->mutex());
     if (!mControl->isClosed()) {
         mControl->closeLocked();
+        mIsStopQueued = false;  // one that is may have others behind it, which a stop has to be
         mHandledBefore.store(mControl->figures().handled());
     }
 }
@@ -374,7 +375,7 @@ void MsgDrivenThread::Loop::finish() {
             }
         });
     unsigned long const dropped = leftCount();
-    if (isCounted && dropped != 0) {
+    if (isCounted && dropped != 0 && !isInChild()) {
         applog(LIBRARY_LOG, LEVEL_INFORMATION, "MsgDrivenThread(%s) stopped. Dropped:%u",
                mControl->name(), static_cast<unsigned>(dropped));
     }

@@ -20,6 +20,8 @@ namespace utl {
 
 namespace {
 
+constexpr unsigned NOBODYS = ~0u;  // of processes
+
 constexpr int LABEL_VALUES[] = {-4, -2, -1, 0, 1, 2, 3};
 constexpr std::size_t LABEL_COUNT = sizeof LABEL_VALUES / sizeof LABEL_VALUES[0];
 
@@ -87,7 +89,8 @@ Thread::Thread(char const* name, Command* command)
       mName(name, 0, 0),
       mStages{{0, 0}, {0, 0}, {0, 0}, {0, 0}},
       mAskedOrDone(0, 0),
-      mIsStartOver(1, 0) {}
+      mIsStartOver(1, 0),
+      mProcess(NOBODYS) {}
 
 Thread::~Thread() {
     if (ofThisThread == this) {
@@ -107,19 +110,18 @@ Thread::~Thread() {
 int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
                   WatchdogTimerListener* listener, int waitMode, unsigned long waitTimeout,
                   ThreadPriority const& priority, unsigned long) {
-    // Before the lock: the thread that starts this one may hold it and wait, or have held it in the
-    // parent of this process.
-    bool const isStartedElsewhere =
-        (hasDone(STARTED) || mIsStartOver.isOff()) && !isOfThisProcess();
-    if (isCaller() || isStartedElsewhere) {
+    // Before the lock: the thread that starts this one may hold it and wait, and in the parent of
+    // this process somebody may have held it.
+    bool const isOfParent = mProcess.load() != NOBODYS && !isOfThisProcess();
+    if (isCaller() || isOfParent) {
         return -1;
     }
+    mProcess.store(platform::processNumber());
     SyncGuard const guard(mSyncObject);
     if (hasDone(STARTED)) {
         return -1;
     }
     OffScope const starting(mIsStartOver);
-    mProcess.store(platform::processNumber());
     mStopEvent.set(new (std::nothrow) Event(0, 0));
     ThreadManager::StartRequest const request = {
         startImpl,  this, mName.c_str(), priority.OsValue(),
