@@ -13,6 +13,7 @@
 #include "UtlFile.h"
 
 #include "support/FencedBuffer.h"
+#include "support/Gate.h"
 #include "support/LogCapture.h"
 #include "support/PlainLines.h"
 #include "support/TextFile.h"
@@ -247,6 +248,7 @@ TEST_F(LinesAheadTest, NoLineIsLostOrReadTwiceWhenAnotherThreadForks) {
     }
     TextFile many(lines, UTF8);
     std::atomic<bool> isDone{false};
+    test::Gate noMoreForks;  // a thread that ends right before one is a leak in the child
     std::thread reader([&] {
         for (int i = 0; i < 100000; ++i) {
             std::string const got = line(many.file);
@@ -256,10 +258,12 @@ TEST_F(LinesAheadTest, NoLineIsLostOrReadTwiceWhenAnotherThreadForks) {
             }
         }
         isDone = true;
+        noMoreForks.wait();
     });
     while (!isDone) {
         EXPECT_TRUE(test::inChild([] {}));
     }
+    noMoreForks.open();
     reader.join();
 }
 
