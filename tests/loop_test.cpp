@@ -477,6 +477,24 @@ TEST_F(LoopTest, ATaskMayDestroyItsOwnLoop) {
     }
 }
 
+TEST_F(LoopTest, WhatIsTakenBackOrRefusedMayHoldTheLastReferenceToItsLoop) {
+    struct Session {
+        std::unique_ptr<Loop> const own = Loop::make(options());
+        TaskHandle handle;
+    };
+    auto session = std::make_shared<Session>();
+    Session& cancelling = *session;
+    cancelling.handle = cancelling.own->postAfter(1h, [last = std::move(session)] {});
+    EXPECT_TRUE(cancelling.handle.cancel());
+
+    Pair pair;
+    session = std::make_shared<Session>();
+    Session& watching = *session;
+    watching.handle = watching.own->watch(pair.ends[0], Loop::READABLE, [] {});
+    watching.own->watch(pair.ends[0], Loop::READABLE, [last = std::move(session)] {});
+    EXPECT_TRUE(comesToThreads(2)) << "the test's own loop and the watchdog";
+}
+
 TEST_F(LoopTest, ItsDestructorDropsTheRestWhateverItsTasksAskFor) {
     Loop* const raw = loop.get();
     raw->post([this, raw] {

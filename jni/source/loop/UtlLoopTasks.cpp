@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <new>
 
 #include "UtlLog.h"
@@ -202,7 +203,10 @@ KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable
     return task;
 }
 
+// What is destroyed may hold the last reference to the loop, and to the handle that is used.
 void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
+    retain();
+    std::unique_ptr<LoopTasks, ExtensionRelease> const kept(this);
     destroy([&task] { task.room.destroy(); });
     platform::MutexGuard const guard(mMutex);
     table.free(task);

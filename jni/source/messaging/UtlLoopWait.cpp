@@ -17,17 +17,17 @@ LoopWait::LoopWait(LoopControl* awaited, Turns const* turns, unsigned turn)
     {
         platform::StaticGuard const guard(mLock);
         // Who is waited for is alive: the waiting thread is inside one of its operations.
-        for (LoopControl const* loop = awaited; loop != nullptr && !mIsRefused;
-             loop = nextLocked(*loop)) {
+        Edge const edge = {awaited, turns, turn};
+        for (LoopControl const* loop = awaitedLocked(edge); loop != nullptr && !mIsRefused;
+             loop = awaitedLocked(loop->mWaitsFor)) {
             mIsRefused = loop == mWaiter;
         }
         mOuter = mWaiter->mWaitsFor;
         if (!mIsRefused) {
-            mWaiter->mWaitsFor = {awaited, turns, turn};
+            mWaiter->mWaitsFor = edge;
         }
     }
-    // Of its own loop, what it destroys at the end may ask something: no circle.
-    if (mIsRefused && awaited != mWaiter) {
+    if (mIsRefused) {
         applog(LIBRARY_LOG, LEVEL_ERROR, "%s(%s) Refused. %s(%s) waits for this thread",
                mWaiter->label(), mWaiter->name(), awaited->label(), awaited->name());
     }
@@ -47,9 +47,8 @@ void LoopWait::end(LoopControl* waiter) {
     }
 }
 
-// The one that its thread waits for.
-LoopControl const* LoopWait::nextLocked(LoopControl const& loop) {
-    Edge const& edge = loop.mWaitsFor;
+// nullptr when it is not waited for any more.
+LoopControl const* LoopWait::awaitedLocked(Edge const& edge) {
     bool const isOver = edge.turns != nullptr && edge.turns->load() != edge.turn;
     return isOver ? nullptr : edge.loop;
 }

@@ -56,7 +56,7 @@ private:
     };
 
     LoopWait(LoopControl* awaited, Turns const* turns, unsigned turn);
-    static LoopControl const* nextLocked(LoopControl const& loop) UTL_REQUIRES(mLock);
+    static LoopControl const* awaitedLocked(Edge const& edge) UTL_REQUIRES(mLock);
 
     static platform::StaticLock mLock;  // of all waits
 

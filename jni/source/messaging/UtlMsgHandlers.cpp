@@ -3,6 +3,7 @@
 #include "UtlLog.h"
 
 #include "foundation/UtlLogLine.h"
+#include "platform/UtlFork.h"
 
 namespace utl {
 
@@ -16,8 +17,10 @@ MsgHandlers::Handler::~Handler() = default;
 
 MsgHandlers::MsgHandlers() : mHandlers(USUAL_COUNT, Array<int>::GROWS) {}
 
+// In a child of a fork that one of them makes the others stay as they are.
 MsgHandlers::~MsgHandlers() {
-    for (unsigned long i = 0; i < mHandlers.count(); ++i) {
+    unsigned const process = platform::processNumber();
+    for (unsigned long i = 0; i < mHandlers.count() && process == platform::processNumber(); ++i) {
         delete mHandlers[i].value();
     }
 }

@@ -352,7 +352,7 @@ int MsgDrivenThread::Loop::run() {
         }
     }
     finish();
-    if (mIsThreadGone) {
+    if (mIsThreadGone && !isInChild()) {
         delete this;
     }
     return step == Step::STOPPED ? 0 : -1;

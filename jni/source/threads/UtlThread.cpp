@@ -112,8 +112,7 @@ int Thread::start(int watchdogMode, unsigned long watchdogAliveTime,
                   ThreadPriority const& priority, unsigned long) {
     // Before the lock: the thread that starts this one may hold it and wait, and in the parent of
     // this process somebody may have held it.
-    bool const isOfParent = mProcess.load() != NOBODYS && !isOfThisProcess();
-    if (isCaller() || isOfParent) {
+    if (isCaller() || !isOfThisProcess()) {
         return -1;
     }
     mProcess.store(platform::processNumber());
@@ -187,13 +186,12 @@ int Thread::waitTo(int stage, unsigned long timeout) {
     if (stage < STARTED || stage > EXECUTED) {
         return WAIT_FAILED;
     }
-    bool const isStarted = hasDone(STARTED);
-    if (!isStarted && (stage == STOP_REQUESTED || stage == EXECUTED)) {
+    if (!hasDone(STARTED) && (stage == STOP_REQUESTED || stage == EXECUTED)) {
         return WAIT_FAILED;
     }
     // Only the thread could bring it about: not while it waits itself, and not in another process.
     bool const isAsleep = isCaller() && stage != STOP_REQUESTED;
-    if (isStarted && !hasDone(stage) && (isAsleep || !isOfThisProcess())) {
+    if (!hasDone(stage) && (isAsleep || !isOfThisProcess())) {
         return WAIT_FAILED;
     }
     if (stage == STOP_REQUESTED) {
@@ -225,7 +223,8 @@ bool Thread::isRunning() const {
 }
 
 bool Thread::isOfThisProcess() const {
-    return mProcess.load(std::memory_order_relaxed) == platform::processNumber();
+    unsigned const process = mProcess.load(std::memory_order_relaxed);
+    return process == platform::processNumber() || process == NOBODYS;
 }
 
 bool Thread::isCaller() const {
