@@ -203,10 +203,14 @@ KeptTask* LoopTasks::take(TaskTable& table, TaskType const& type, void* callable
     return task;
 }
 
-// What is destroyed may hold the last reference to the loop, and to the handle that is used.
+// What is destroyed may hold the last reference to the loop, and to the handle that is used. Its
+// own thread has a reference besides.
 void LoopTasks::putBack(TaskTable& table, KeptTask& task) {
-    retain();
-    std::unique_ptr<LoopTasks, ExtensionRelease> const kept(this);
+    std::unique_ptr<LoopTasks, ExtensionRelease> kept;
+    if (!isLoopThread()) {
+        retain();
+        kept.reset(this);
+    }
     destroy([&task] { task.room.destroy(); });
     platform::MutexGuard const guard(mMutex);
     table.free(task);

@@ -1,7 +1,6 @@
 #include "UtlSharedTimer.h"
 
 #include <new>
-#include <optional>
 
 #include "UtlTimer.h"
 
